@@ -1,0 +1,253 @@
+#include "common/marshalling.h"
+
+#include <array>
+#include <cstring>
+#include <memory>
+
+#include "common/linkModule.h"
+#include "common/ostrelUtils.h"
+
+namespace {
+
+constexpr std::size_t wordSize = 4;
+constexpr std::size_t parameterSize = 21;  // of an entry with an empty name, value and template name
+constexpr std::size_t questionSize = 4;
+
+// Takes pieces off the front of the given bytes, never more than are left.
+class Reader {
+public:
+    explicit Reader(std::span<const unsigned char> bytes) : left_(bytes) {}
+
+    std::size_t left() const { return left_.size(); }
+
+    std::optional<std::span<const unsigned char>> take(std::size_t size) {
+        if (size > left_.size())
+            return std::nullopt;
+        auto piece = left_.first(size);
+        left_ = left_.subspan(size);
+        return piece;
+    }
+
+    bool word(std::uint32_t& result) {
+        auto piece = take(wordSize);
+        if (piece)
+            result = readWord(piece->data());
+        return piece.has_value();
+    }
+
+    bool name(std::string_view& result) {
+        std::uint32_t length = 0;
+        if (!word(length) || length > longestName)
+            return false;
+        auto piece = take(length);
+        if (!piece)
+            return false;
+        result = {reinterpret_cast<const char*>(piece->data()), piece->size()};
+        return result.find('\0') == std::string_view::npos;
+    }
+
+    bool parameter(Parameter& result) {
+        std::uint32_t size = 0;
+        if (!name(result.name) || !word(size))
+            return false;
+        auto value = take(size);
+        auto type = take(1);
+        if (!value || !type)
+            return false;
+        result.value = *value;
+        result.type = static_cast<ostrelValueType>(type->front());
+        return word(result.pKey) && word(result.owner) && name(result.tpltName);
+    }
+
+    // A count that the bytes left cannot hold is no count.
+    bool count(std::size_t entrySize, std::uint32_t& result) {
+        return word(result) && result <= left() / entrySize;
+    }
+
+private:
+    std::span<const unsigned char> left_;
+};
+
+// Writes to the bytes that it was given.
+class Writer {
+public:
+    explicit Writer(unsigned char* bytes) : begin_(bytes), at_(bytes) {}
+
+    void word(std::uint32_t word) { raw(&word, sizeof word); }
+
+    void text(std::string_view text) {
+        word(static_cast<std::uint32_t>(text.size()));
+        raw(text.data(), text.size());
+    }
+
+    void parameter(const Parameter& entry) {
+        text(entry.name);
+        word(static_cast<std::uint32_t>(entry.value.size()));
+        raw(entry.value.data(), entry.value.size());
+        auto type = static_cast<unsigned char>(entry.type);
+        raw(&type, 1);
+        word(entry.pKey);
+        word(entry.owner);
+        text(entry.tpltName);
+    }
+
+    std::size_t written() const { return static_cast<std::size_t>(at_ - begin_); }
+
+private:
+    void raw(const void* bytes, std::size_t size) {
+        if (size > 0)
+            std::memcpy(at_, bytes, size);
+        at_ += size;
+    }
+
+    unsigned char* begin_;
+    unsigned char* at_;
+};
+
+Parameter borrow(const OstrelValue& value) {
+    return {value.name,  {value.value, value.size},
+            value.type,  value.pKey,
+            value.owner, value.tpltName != nullptr ? value.tpltName : ""};
+}
+
+std::size_t sizeOf(const Parameter& entry) {
+    return parameterSize + entry.name.size() + entry.value.size() + entry.tpltName.size();
+}
+
+// The records' texts end with a NUL, the list's do not.
+class TextCopy {
+public:
+    const char* of(std::string_view text) {
+        std::size_t length = text.copy(text_.data(), longestName);
+        text_[length] = '\0';
+        return text_.data();
+    }
+
+private:
+    std::array<char, longestName + 1> text_{};
+};
+
+}  // namespace
+
+std::uint32_t readWord(const unsigned char* bytes) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+std::uint32_t Parameter::valueAsNumber() const {
+    return value.size() < wordSize ? 0 : readWord(value.data());
+}
+
+std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned char> bytes) {
+    constexpr char function[] = "OstrelUnMarshallParameters";
+    Reader reader(bytes);
+    std::uint32_t count = 0;
+    if (!reader.count(parameterSize, count))
+        return std::nullopt;
+    std::vector<Parameter> entries(count);
+    for (Parameter& entry : entries) {
+        if (!reader.parameter(entry))
+            return std::nullopt;
+    }
+    if (reader.left() != 0) {
+        auto unused = static_cast<int>(reader.left());
+        OSTREL_LOG_AS(function, logLevel::error, "[OstrelUnMarshallParameters] size not null :%d", unused);
+        OSTREL_LOG_AS(function, logLevel::error,
+                      "[OstrelUnMarshallParameters] Error mismatch end of buffer :%d", unused);
+    }
+    return entries;
+}
+
+ParametersBuilder::ParametersBuilder(std::uint32_t code) : bytes_(2 * wordSize) {
+    Writer writer(bytes_.data());
+    writer.word(code);
+    writer.word(0);
+}
+
+void ParametersBuilder::add(const Parameter& entry) {
+    std::size_t end = bytes_.size();
+    bytes_.resize(end + sizeOf(entry));
+    Writer(bytes_.data() + end).parameter(entry);
+    Writer(bytes_.data() + wordSize).word(readWord(bytes_.data() + wordSize) + 1);
+}
+
+unsigned char* OstrelMarshallParameters(unsigned int code, unsigned int count, OstrelValue* values,
+                                        unsigned int* size) {
+    std::size_t length = 2 * wordSize;
+    for (unsigned int i = 0; i < count; ++i)
+        length += sizeOf(borrow(values[i]));
+    auto list = std::make_unique<unsigned char[]>(length);
+    Writer writer(list.get());
+    writer.word(code);
+    writer.word(count);
+    for (unsigned int i = 0; i < count; ++i)
+        writer.parameter(borrow(values[i]));
+    if (writer.written() != length)
+        OSTREL_LOG(logLevel::error, "[MarshallParam] Error mismatch end of buffer :%d",
+                   static_cast<int>(writer.written() - length));
+    *size = static_cast<unsigned int>(length);
+    return list.release();
+}
+
+unsigned char* OstrelMarshallQuestions(unsigned int code, unsigned int count, OstrelValue* values,
+                                       unsigned int* size) {
+    std::size_t length = 2 * wordSize;
+    for (unsigned int i = 0; i < count; ++i)
+        length += questionSize + std::strlen(values[i].name);
+    auto list = std::make_unique<unsigned char[]>(length);
+    Writer writer(list.get());
+    writer.word(code);
+    writer.word(count);
+    for (unsigned int i = 0; i < count; ++i)
+        writer.text(values[i].name);
+    if (writer.written() != length)
+        OSTREL_LOG(logLevel::error, "[OstrelMarshallQuestions] Error mismatch end of buffer :%d",
+                   static_cast<int>(writer.written() - length));
+    *size = static_cast<unsigned int>(length);
+    return list.release();
+}
+
+bool OstrelUnMarshallParameters(unsigned int size, unsigned char* bytes, unsigned int* count,
+                                OstrelValue** values) {
+    auto entries = parseParameters({bytes, size});
+    if (!entries)
+        return false;
+    auto records = std::make_unique<OstrelValue[]>(entries->size());
+    TextCopy text;
+    for (std::size_t i = 0; i < entries->size(); ++i) {
+        const Parameter& entry = (*entries)[i];
+        records[i].setName(text.of(entry.name));
+        // Copied from only.
+        records[i].setValue(static_cast<unsigned int>(entry.value.size()),
+                            const_cast<unsigned char*>(entry.value.data()));
+        records[i].setType(entry.type);
+        records[i].pKey = entry.pKey;
+        records[i].owner = entry.owner;
+        records[i].setTpltName(text.of(entry.tpltName));
+    }
+    *count = static_cast<unsigned int>(entries->size());
+    *values = records.release();
+    return true;
+}
+
+bool OstrelUnMarshallQuestions(unsigned int size, unsigned char* bytes, unsigned int* count,
+                               OstrelValue** values) {
+    Reader reader({bytes, size});
+    std::uint32_t entries = 0;
+    if (!reader.count(questionSize, entries))
+        return false;
+    auto records = std::make_unique<OstrelValue[]>(entries);
+    TextCopy text;
+    for (std::uint32_t i = 0; i < entries; ++i) {
+        std::string_view name;
+        if (!reader.name(name))
+            return false;
+        records[i].setName(text.of(name));
+    }
+    for (std::uint32_t i = 0; i < entries; ++i)
+        OSTREL_LOG(logLevel::debug, "Question [%02d] <%s>", static_cast<int>(i), records[i].name);
+    *count = entries;
+    *values = records.release();
+    return true;
+}

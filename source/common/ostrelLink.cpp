@@ -1,0 +1,317 @@
+#include "common/ostrelLink.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "common/linkModule.h"
+#include "common/ostrelUtils.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr char socketPath[] = "/tmp/ostrel.sock";
+constexpr int backlog = 4;
+constexpr unsigned int counterEnd = 0xFF00;
+
+// The kernel tells a sender that its peer reads only when a whole buffer of the socket has been read, so long
+// payloads go out in pieces small enough that a slow reader is seen to read.
+constexpr std::size_t longestPiece = 16 * 1024;
+constexpr milliseconds sendRetry{100};
+constexpr milliseconds stopCheck{1000};
+
+// The address ends with the path's last character: no NUL is counted.
+constexpr socklen_t addressLength = offsetof(sockaddr_un, sun_path) + sizeof socketPath - 1;
+
+sockaddr_un serverAddress() {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, socketPath, sizeof socketPath);
+    return address;
+}
+
+// Owns a socket until it is taken over by a link.
+class Socket {
+public:
+    Socket() : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {}
+    ~Socket() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+
+    int fd() const { return fd_; }
+    int release() { return std::exchange(fd_, -1); }
+
+private:
+    int fd_;
+};
+
+bool stopRequested() {
+    return ostrelLink::limits.stopRequested != nullptr && ostrelLink::limits.stopRequested->load() != 0;
+}
+
+milliseconds untilLimit(Clock::time_point since) {
+    return std::chrono::ceil<milliseconds>(since + ostrelLink::limits.stall - Clock::now());
+}
+
+}  // namespace
+
+// What is known of the frame that is being received. The time limit runs from the first wait after its first
+// byte: a frame that is there whole costs no look at the clock.
+struct ostrelLink::Frame {
+    bool limited = true;     // by limits.stall
+    bool mustBegin = false;  // its first byte must be there already
+    bool begun = false;
+    std::optional<Clock::time_point> waitingSince{};
+};
+
+LinkLimits ostrelLink::limits;
+
+ostrelLink::ostrelLink(int takenFd) : fd(takenFd) {}
+
+ostrelLink::~ostrelLink() {
+    if (fd != -1) {
+        close(fd);
+        fd = -1;
+    }
+    OSTREL_LOG(logLevel::debug, "[ostrLink] Destroyed ostrLink");
+}
+
+bool ostrelLink::bindTo(unsigned int port) {
+    OSTREL_LOG(logLevel::debug, "[ostrLink] binding on port %d", static_cast<int>(port));
+    Socket listening;
+    if (listening.fd() < 0) {
+        OSTREL_LOG(logLevel::error, "error: socket(): %d", errno);
+        return false;
+    }
+    unlink(socketPath);
+    sockaddr_un address = serverAddress();
+    if (bind(listening.fd(), reinterpret_cast<const sockaddr*>(&address), addressLength) != 0) {
+        OSTREL_LOG(logLevel::error, "error: bind(): %d:%s", errno, socketPath);
+        return false;
+    }
+    ostrelExecute("chmod 777 %s", socketPath);
+    if (listen(listening.fd(), backlog) != 0) {
+        OSTREL_LOG(logLevel::error, "error: listen(): %d", errno);
+        return false;
+    }
+    _SetCloseOnExec(listening.fd());
+    fd = listening.release();
+    return true;
+}
+
+int ostrelLink::getNewConnection() {
+    for (;;) {
+        sockaddr_un peer{};
+        socklen_t peerLength = sizeof peer;
+        // Close-on-exec from the start: the main thread may be starting a program at this very moment.
+        int accepted = accept4(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength, SOCK_CLOEXEC);
+        if (accepted >= 0) {
+            OSTREL_LOG(logLevel::debug, "[osrLink:accept] got new incoming connection, fd=%d", accepted);
+            return accepted;
+        }
+        if (stopRequested())
+            return -1;
+        OSTREL_LOG(logLevel::error, "[ostrLink::getNewConnection] Error: %d", errno);
+        usleep(500000);
+    }
+}
+
+bool ostrelLink::connectTo(unsigned int) {
+    OSTREL_LOG(logLevel::debug, "[ostrLink] connecting");
+    Socket connecting;
+    if (connecting.fd() < 0) {
+        OSTREL_LOG(logLevel::error, "error: socket(): %d", errno);
+        return false;
+    }
+    sockaddr_un address = serverAddress();
+    if (connect(connecting.fd(), reinterpret_cast<const sockaddr*>(&address), addressLength) != 0) {
+        OSTREL_LOG(logLevel::error, "error: connect(): %d", errno);
+        return false;
+    }
+    _SetCloseOnExec(connecting.fd());
+    fd = connecting.release();
+    OSTREL_LOG(logLevel::debug, "[ostrLink] connected");
+    return true;
+}
+
+bool ostrelLink::sendData(unsigned int nbBytes, unsigned char* bytes) {
+    if (fd == -1) {
+        OSTREL_LOG(logLevel::error, "[ostrLink::SendData] No socket opened");
+        return false;
+    }
+    std::size_t left = nbBytes;
+    std::optional<Clock::time_point> lastProgress;
+    while (left > 0) {
+        ssize_t sent = send(fd, bytes, std::min(left, longestPiece), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent >= 0) {
+            left -= static_cast<std::size_t>(sent);
+            bytes += sent;
+            lastProgress.reset();
+            continue;
+        }
+        if (errno != EAGAIN) {
+            OSTREL_LOG(logLevel::error, "[ostrLink::sendData] SendData Error :%%w");
+            sendFailed_ = true;
+            return false;
+        }
+        if (!lastProgress)
+            lastProgress = Clock::now();
+        if (!waitWritable(*lastProgress)) {
+            sendFailed_ = true;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ostrelLink::waitWritable(Clock::time_point lastProgress) {
+    if (stopRequested()) {
+        OSTREL_LOG(logLevel::debug, "[ostrLink::sendData] Stopped while the peer does not read");
+        return false;
+    }
+    if (limits.stall.count() != 0 && untilLimit(lastProgress).count() <= 0) {
+        OSTREL_LOG(logLevel::error, "[ostrLink::sendData] Peer has taken nothing for %d ms",
+                   static_cast<int>(limits.stall.count()));
+        return false;
+    }
+    // The wait is short because the socket takes data long before poll calls it writable.
+    pollfd wait{fd, POLLOUT, 0};
+    poll(&wait, 1, static_cast<int>(sendRetry.count()));
+    return true;
+}
+
+bool ostrelLink::receiveData(unsigned int nbBytes, unsigned char* bytes) {
+    Frame frame{.limited = false};
+    return receive(nbBytes, bytes, frame);
+}
+
+bool ostrelLink::receive(unsigned int nbBytes, unsigned char* bytes, Frame& frame) {
+    if (fd == -1) {
+        OSTREL_LOG(logLevel::error, "[ostrLink::rxData] No socket opened");
+        return false;
+    }
+    std::size_t left = nbBytes;
+    while (left > 0) {
+        ssize_t received = recv(fd, bytes, left, MSG_DONTWAIT);
+        if (received > 0) {
+            left -= static_cast<std::size_t>(received);
+            bytes += received;
+            frame.begun = true;
+        } else if (received == 0 || errno != EAGAIN || !waitReadable(frame)) {
+            OSTREL_LOG(logLevel::debug, "[ostrLink::rxData] Rx Error or socket closed");
+            return false;
+        }
+    }
+    return true;
+}
+
+// True when it is worth trying to receive again.
+bool ostrelLink::waitReadable(Frame& frame) {
+    if (frame.mustBegin && !frame.begun)
+        return false;
+    milliseconds timeout = stopCheck;
+    if (frame.limited && frame.begun && limits.stall.count() != 0) {
+        if (!frame.waitingSince)
+            frame.waitingSince = Clock::now();
+        timeout = std::min(timeout, untilLimit(*frame.waitingSince));
+        if (timeout.count() <= 0) {
+            OSTREL_LOG(logLevel::error, "[ostrLink::rxData] Frame not complete after %d ms",
+                       static_cast<int>(limits.stall.count()));
+            return false;
+        }
+    }
+    if (stopRequested())
+        return false;
+    pollfd wait{fd, POLLIN | POLLPRI, 0};
+    poll(&wait, 1, static_cast<int>(timeout.count()));
+    // Urgent data makes the socket readable without a byte to read: waiting on would spin.
+    if ((wait.revents & POLLPRI) != 0) {
+        OSTREL_LOG(logLevel::error, "[ostrLink::rxData] Urgent data");
+        return false;
+    }
+    return true;
+}
+
+bool ostrelLink::write32(unsigned int word) {
+    return sendData(sizeof word, reinterpret_cast<unsigned char*>(&word));
+}
+
+bool ostrelLink::read32(unsigned int* word) {
+    return receiveData(sizeof *word, reinterpret_cast<unsigned char*>(word));
+}
+
+bool ostrelLink::sendMessage(unsigned int nbBytes, unsigned char* bytes) {
+    if (!write32(nbBytes)) {
+        OSTREL_LOG(logLevel::debug, "write32(nbBytes) failed");
+        return false;
+    }
+    if (!write32(ostrCounter)) {
+        OSTREL_LOG(logLevel::debug, "write32(ostrCounter) failed");
+        return false;
+    }
+    ostrCounter = ostrCounter + 1 < counterEnd ? ostrCounter + 1 : 0;
+    if (!sendData(nbBytes, bytes)) {
+        OSTREL_LOG(logLevel::debug, "sendData(nbBytes,bytes) failed");
+        return false;
+    }
+    return true;
+}
+
+bool ostrelLink::receiveMessage(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer) {
+    Frame frame{};
+    return receiveFrame(bufferSize, payloadSize, buffer, frame);
+}
+
+bool ostrelLink::receiveReadyMessage(unsigned int bufferSize, unsigned int* payloadSize,
+                                     unsigned char* buffer) {
+    Frame frame{.mustBegin = true};
+    return receiveFrame(bufferSize, payloadSize, buffer, frame);
+}
+
+bool ostrelLink::receiveFrame(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer,
+                              Frame& frame) {
+    constexpr char function[] = "receiveMessage";
+    unsigned int size = 0;
+    if (!receive(sizeof size, reinterpret_cast<unsigned char*>(&size), frame)) {
+        OSTREL_LOG_AS(function, logLevel::debug, "read32(&payloadSize) failed");
+        return false;
+    }
+    unsigned int count = 0;
+    if (!receive(sizeof count, reinterpret_cast<unsigned char*>(&count), frame)) {
+        OSTREL_LOG_AS(function, logLevel::debug, "read32(&count) failed");
+        return false;
+    }
+    if (size > bufferSize) {
+        OSTREL_LOG_AS(function, logLevel::error, "[receive] Buffer too small %d vs %d",
+                      static_cast<int>(size), static_cast<int>(bufferSize));
+        return false;
+    }
+    *payloadSize = size;
+    return receive(size, buffer, frame);
+}
+
+bool _SetCloseOnExec(int fd) {
+    int flags = fcntl(fd, F_GETFD);
+    if (flags == -1) {
+        OSTREL_LOG(logLevel::error, "error: fcntl(F_GETFD)");
+        return false;
+    }
+    if (fcntl(fd, F_SETFD, flags | FD_CLOEXEC) == -1) {
+        OSTREL_LOG(logLevel::error, "error: fcntl(F_SETFD)");
+        return false;
+    }
+    return true;
+}

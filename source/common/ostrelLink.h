@@ -1,0 +1,71 @@
+// One end of the local stream socket, and the frame that every message travels in: the payload's size and the
+// sender's counter, two little-endian 32-bit words, then the payload.
+//
+// A link is used by one thread at a time and has no lock. Every failure is logged where it is found and
+// reported as false. Sizes are in bytes.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+
+// How long a link puts up with its peer. The default is for ever, which suits a client; the server sets both,
+// before it has a second thread.
+struct LinkLimits {
+    // Longest time from a frame's first byte to its last, and longest time in which the peer takes nothing of
+    // what is sent to it. 0: no limit.
+    std::chrono::milliseconds stall{0};
+    // Non-zero ends every wait within a second, at once when a signal set it. Borrowed; may be null.
+    const std::atomic<int>* stopRequested = nullptr;
+};
+
+class ostrelLink {
+public:
+    int fd = -1;  // owned; -1 without a socket
+    unsigned int ostrCounter = 0;
+
+    static LinkLimits limits;
+
+    ostrelLink() = default;
+    explicit ostrelLink(int fd);  // taken
+    ~ostrelLink();
+    ostrelLink(const ostrelLink&) = delete;
+    ostrelLink& operator=(const ostrelLink&) = delete;
+
+    // Replaces the socket file and listens on it. The port is only logged.
+    bool bindTo(unsigned int port);
+    // Blocks until a client connects; retries a failing accept twice a second. The caller owns the
+    // descriptor; -1 only when accept fails and a stop is requested.
+    int getNewConnection();
+    // The client's side. The port is not used.
+    bool connectTo(unsigned int port);
+
+    // Exactly nbBytes bytes, or failure.
+    bool sendData(unsigned int nbBytes, unsigned char* bytes);
+    bool receiveData(unsigned int nbBytes, unsigned char* bytes);
+    bool write32(unsigned int word);
+    bool read32(unsigned int* word);
+
+    bool sendMessage(unsigned int nbBytes, unsigned char* bytes);
+    // Waits without limit for a frame to begin. Fails at once, with the payload unread, when it is longer
+    // than bufferSize: the stream is then out of step and the link of no more use.
+    bool receiveMessage(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer);
+    // The same for a caller whose own wait found the link readable: fails when no byte is there after all, as
+    // on a socket whose urgent byte made it look readable.
+    bool receiveReadyMessage(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer);
+
+    // False once a send has failed: part of a frame may be out, so nothing that follows would be understood.
+    bool usable() const { return !sendFailed_; }
+
+private:
+    struct Frame;
+
+    bool receive(unsigned int nbBytes, unsigned char* bytes, Frame& frame);
+    bool receiveFrame(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer,
+                      Frame& frame);
+    bool waitReadable(Frame& frame);
+    bool waitWritable(std::chrono::steady_clock::time_point lastProgress);
+
+    bool sendFailed_ = false;
+};
+
+bool _SetCloseOnExec(int fd);

@@ -1,0 +1,193 @@
+// The log, which is the process's standard output, and the small utilities that plug-ins share with the
+// server.
+#include "common/ostrelUtils.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+constexpr char logModule[] = "ostrelUtils";
+
+int printMask = 7;
+int showPrefix = 0;
+
+namespace {
+
+constexpr std::size_t prefixCapacity = 255;
+constexpr std::size_t prefixWidth = 65;
+constexpr char errorTag[] = "\033[41m**** ERROR ****\033[m ";
+
+// A line's prefix, built in place; a piece that does not fit is cut.
+class Prefix {
+public:
+    void add(const char* format, ...) OSTREL_PRINTF(2, 3) {
+        va_list arguments;
+        va_start(arguments, format);
+        int wanted = std::vsnprintf(text_.data() + length_, text_.size() - length_, format, arguments);
+        va_end(arguments);
+        if (wanted > 0)
+            length_ = std::min(length_ + static_cast<std::size_t>(wanted), prefixCapacity);
+    }
+
+    void pad() {
+        while (length_ < prefixWidth)
+            text_[length_++] = ' ';
+        text_[length_] = '\0';
+    }
+
+    const char* text() const { return text_.data(); }
+
+private:
+    std::array<char, prefixCapacity + 1> text_{};
+    std::size_t length_ = 0;
+};
+
+const char* levelName(int level) {
+    switch (level) {
+        case logLevel::error:
+            return "ERR";
+        case logLevel::notice:
+            return "NOT";
+        case logLevel::debug:
+            return "DBG";
+        default:
+            return "---";
+    }
+}
+
+void printPrefix(int level, const char* file, int line, const char* function) {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+
+    Prefix prefix;
+    prefix.add("[%s] ", levelName(level));
+    prefix.add("%d.%03d:", static_cast<std::int32_t>(now.tv_sec), static_cast<int>(now.tv_usec / 1000));
+    if (file != nullptr) {
+        const char* slash = std::strrchr(file, '/');
+        prefix.add("%s:", slash != nullptr ? slash + 1 : file);
+    } else {
+        prefix.add("-:");
+    }
+    prefix.add("%d:", line);
+    if (function != nullptr)
+        prefix.add("%s():", function);
+    else
+        prefix.add("-:");
+    prefix.pad();
+    std::printf("%s  ", prefix.text());
+}
+
+// Holds the stream's own lock, so that a line of one thread is not cut by a line of the other.
+class StdoutLock {
+public:
+    StdoutLock() { flockfile(stdout); }
+    ~StdoutLock() { funlockfile(stdout); }
+    StdoutLock(const StdoutLock&) = delete;
+    StdoutLock& operator=(const StdoutLock&) = delete;
+};
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+}  // namespace
+
+const char* printable(const char* text) { return text != nullptr ? text : "(null)"; }
+
+void ostrelPrintLine(int level, const char* file, int line, const char* function, const char* format, ...) {
+    if ((level & printMask) == 0)
+        return;
+    StdoutLock lock;
+    if (showPrefix != 0)
+        printPrefix(level, file, line, function);
+    if (level == logLevel::error)
+        std::fputs(errorTag, stdout);
+    va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+    std::putchar('\n');
+    std::fflush(stdout);
+}
+
+void ostrelSetPrintLevel(int mask) { printMask = mask; }
+
+void ostrelShowPrefix(int on) { showPrefix = on; }
+
+int OpenLog(char* path) {
+    if (path == nullptr)
+        return 0;
+    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0)
+        std::exit(0);
+    dup2(fd, STDOUT_FILENO);
+    dup2(fd, STDERR_FILENO);
+    // The open itself lands on 1 or 2 when that descriptor was closed.
+    if (fd > STDERR_FILENO)
+        close(fd);
+    if (std::strcmp(path, "/dev/null") != 0)
+        chmod(path, 0644);
+    return 1;
+}
+
+void Die(const char* message) {
+    std::printf("FATAL ERROR :%s\n", printable(message));
+    std::fflush(stdout);
+    std::exit(-1);
+}
+
+int ostrelExecute(const char* format, ...) {
+    std::array<char, 511> command{};
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(command.data(), command.size(), format, arguments);
+    va_end(arguments);
+
+    OSTREL_LOG(logLevel::notice, "exec: [%s]", command.data());
+    int status = std::system(command.data());
+    if (status != 0)
+        OSTREL_LOG(logLevel::error, "error: [%s]: %d", command.data(), status);
+    return status;
+}
+
+int ostrelWriteFile(const char* path, const char* text) {
+    std::unique_ptr<std::FILE, FileCloser> file(path != nullptr ? std::fopen(path, "we") : nullptr);
+    if (!file) {
+        OSTREL_LOG(logLevel::error, "error: opening file %s", printable(path));
+        return 0;
+    }
+    if (text != nullptr)
+        std::fputs(text, file.get());
+    return 1;
+}
+
+unsigned int ostrelStringToOwner(const char* text) {
+    unsigned int owner = 0;
+    if (text == nullptr)
+        return owner;
+    for (unsigned int i = 0; i < 4 && text[i] != '\0'; ++i)
+        owner |= static_cast<unsigned int>(static_cast<unsigned char>(text[i])) << (8 * i);
+    return owner;
+}
+
+void TimeMark(const char* label) {
+    static std::int64_t lastSeconds = 0;
+    static std::int64_t lastMicroseconds = 0;
+
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    std::int64_t elapsed = (now.tv_usec - lastMicroseconds) / 1000 + (now.tv_sec - lastSeconds) * 1000;
+    lastSeconds = now.tv_sec;
+    lastMicroseconds = now.tv_usec;
+    OSTREL_LOG(logLevel::notice, "Mark :%s %d", printable(label), static_cast<std::int32_t>(elapsed));
+}
