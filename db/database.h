@@ -1,0 +1,62 @@
+// What ostrelDb does, on files of the caller's choice and through a file table of the caller's choice.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "db/files.h"
+#include "db/liveLog.h"
+#include "db/model.h"
+#include "db/ostrelDb.h"
+#include "db/transaction.h"
+
+namespace store {
+
+struct Paths {
+    std::string defaults;
+    std::string live;
+    std::string templates;
+};
+
+// The operations are ostrelDb's; db/ostrelDb.h describes them.
+class Database {
+public:
+    // files must outlive the object.
+    Database(const ostrelDbCfg* cfg, const Paths& paths, const FileCalls& files = systemFiles);
+
+    long dataStartWriteTransaction();
+    int dataCommit(long handle);
+    int dataWriteRollback(long handle);
+
+    int dataRead(long handle, char const* name, ostrelValueType type, int* size, unsigned char* buffer,
+                 unsigned int pKey) const;
+    int getType(char const* name, unsigned int pKey, ostrelValueType* type) const;
+    int getVectorSize(char const* name, unsigned int owner) const;
+    int getInstances(char const* name, unsigned int owner, unsigned int* keys, int* count) const;
+
+    int createElement(long handle, char const* name, int size, unsigned char const* value,
+                      ostrelValueType type);
+    int reWriteElement(long handle, char const* name, unsigned int pKey, int size, unsigned char const* value,
+                       ostrelValueType type);
+    int destroyElement(long handle, char const* name);
+    int instanciateTmplt(long handle, char const* tpltName, char const* name, unsigned int owner,
+                         unsigned int* pKey);
+    int removeInstance(long handle, char const* name, unsigned int* pKeys, int count);
+    int removeInstances(long handle, char const* name, unsigned int owner);
+
+private:
+    Result check(long handle, char const* name) const;
+    Result write(long handle, char const* name, unsigned int pKey, int size, unsigned char const* value,
+                 ostrelValueType type);
+    bool rewrite();
+
+    const bool mayCreate_;
+    File lock_;  // before the log: nothing is read without it
+    LiveLog log_;
+    Model model_;
+    std::optional<Transaction> open_;
+    long handle_ = 0;  // of the open transaction, or the last one
+};
+
+}  // namespace store

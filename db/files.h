@@ -1,0 +1,73 @@
+// The store's only way to the file system: a table of system calls that a test can replace, and what is built
+// on it.
+//
+// Failures come back with errno set; nothing here logs.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+
+namespace store {
+
+struct FileCalls {
+    int (*open)(const char* path, int flags, mode_t mode);
+    int (*close)(int fd);
+    ssize_t (*read)(int fd, void* buffer, size_t room);
+    ssize_t (*write)(int fd, const void* bytes, size_t size);
+    int (*fdatasync)(int fd);
+    int (*fsync)(int fd);
+    int (*ftruncate)(int fd, off_t size);
+    int (*fstat)(int fd, struct stat* status);
+    int (*stat)(const char* path, struct stat* status);
+    int (*flock)(int fd, int operation);
+    int (*rename)(const char* from, const char* to);
+    int (*link)(const char* from, const char* to);
+    int (*unlink)(const char* path);
+    int (*mkdir)(const char* path, mode_t mode);
+};
+
+extern const FileCalls systemFiles;
+
+// An open file, closed with the object. The table must outlive it.
+class File {
+public:
+    explicit File(const FileCalls& calls) : calls_(&calls) {}
+    ~File() { close(); }
+    File(File&& other) noexcept;
+    File& operator=(File&& other) noexcept;
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    // O_CLOEXEC is added; a file that is created gets the mode 0644.
+    bool open(const std::string& path, int flags);
+    void close();
+    bool isOpen() const { return fd_ >= 0; }
+
+    // Appends the rest of the file to text.
+    bool readAll(std::string& text);
+    // One write() unless the system takes less; what a failure leaves behind is the caller's to cut.
+    bool writeAll(std::string_view bytes);
+    bool syncData();
+    bool sync();
+    bool truncate(off_t size);
+    bool status(struct stat& result) const;
+    // LOCK_EX, without waiting.
+    bool lock();
+
+private:
+    const FileCalls* calls_;
+    int fd_ = -1;
+};
+
+std::string directoryOf(const std::string& path);
+// Makes a rename, link or creation in the directory durable.
+bool syncDirectory(const FileCalls& calls, const std::string& directory);
+// Makes every missing level, durably.
+bool makeDirectories(const FileCalls& calls, const std::string& directory);
+// Never replaces target, and is durable in itself (its directory entry is not).
+bool copyFile(const FileCalls& calls, const std::string& source, const std::string& target);
+
+}  // namespace store

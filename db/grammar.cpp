@@ -1,0 +1,218 @@
+#include "db/grammar.h"
+
+#include <array>
+
+#include "db/text.h"
+
+namespace store {
+namespace {
+
+constexpr uint32_t maxNumber = 4294967295;
+
+// By ostrelValueType.
+constexpr std::array<std::string_view, 7> typeNames = {"", "Bool", "Byte", "Dword", "IP", "MAC", "String"};
+
+ostrelValueType typeNamed(std::string_view word) {
+    for (unsigned int type = ostrelTypeBool; type < typeNames.size(); ++type) {
+        if (typeNames[type] == word)
+            return static_cast<ostrelValueType>(type);
+    }
+    return ostrelTypeNone;
+}
+
+Result parseKey(Cursor& cursor, Line& line) {
+    Result result = cursor.takeName(line.name);
+    if (result.ok() && cursor.take('[')) {
+        result = cursor.takeNumber(maxNumber, line.index);
+        if (result.ok() && (!cursor.take(']') || line.index == 0)) {
+            result = {"an index is a number from 1, in square brackets"};
+        }
+        if (result.ok() && cursor.take('.'))
+            result = cursor.takeName(line.member);
+    }
+    if (result.ok() && line.name.size() + 1 + line.member.size() > maxNameSize && !line.member.empty()) {
+        result = {"the member's whole name is longer than 127 bytes"};
+    }
+    if (result.ok() && !cursor.skipBlanks()) {
+        result = {"a blank is missing behind the key"};
+    }
+    return result;
+}
+
+Result parseHeading(Cursor& cursor, Line& line) {
+    line.kind = Line::Kind::heading;
+    cursor.take('[');
+    const Result result = cursor.takeName(line.name);
+    return result.ok() && !cursor.take(']') ? Result{"the closing bracket is missing"} : result;
+}
+
+Result parseValue(Cursor& cursor, ostrelValueType type, Line& line) {
+    line.kind = Line::Kind::value;
+    line.value.type = type;
+    if (isText(type)) {
+        const Result result = cursor.takeQuoted(line.value.bytes);
+        return result.ok() ? checkText(type, line.value.bytes) : result;
+    }
+    uint32_t number = 0;
+    const Result result = cursor.takeNumber(type == ostrelTypeDword ? maxNumber : 255, number);
+    if (type == ostrelTypeDword) {
+        line.value = makeDword(number);
+    } else {
+        line.value.bytes.assign(1, static_cast<char>(number));
+    }
+    return result;
+}
+
+Result parseOwner(Cursor& cursor, uint32_t& owner) {
+    if (!cursor.at('"'))
+        return cursor.takeNumber(maxNumber, owner);
+    std::string tag;
+    const Result result = cursor.takeQuoted(tag);
+    if (!result.ok() || tag.size() > 4) {
+        return result.ok() ? Result{"the owner is longer than 4 bytes"} : result;
+    }
+    for (size_t i = tag.size(); i-- > 0;)
+        owner = owner << 8U | static_cast<unsigned char>(tag[i]);
+    return {};
+}
+
+Result parseInstance(Cursor& cursor, Line& line) {
+    line.kind = Line::Kind::instance;
+    if (line.index == 0 || !line.member.empty()) {
+        return {"an instance needs its primary key, and no member"};
+    }
+    const Result result = cursor.takeName(line.instance.templateName);
+    if (!result.ok())
+        return result;
+    return cursor.skipBlanks() ? parseOwner(cursor, line.instance.owner)
+                               : Result{"a blank is missing behind the template"};
+}
+
+Result parseState(Cursor& cursor, std::string_view word, Line& line) {
+    if (word == "erased") {
+        line.kind = Line::Kind::erased;
+        return line.member.empty() ? Result{} : Result{"a member cannot be erased"};
+    }
+    if (word == "removed") {
+        line.kind = Line::Kind::removed;
+        return line.index != 0 && line.member.empty() ? Result{} : Result{"only an instance can be removed"};
+    }
+    if (word == "last") {
+        line.kind = Line::Kind::lastKey;
+        return line.index == 0 ? cursor.takeNumber(maxNumber, line.number)
+                               : Result{"the last primary key belongs to a structure"};
+    }
+    return {"unknown type"};
+}
+
+Result parseContent(Cursor& cursor, Line& line) {
+    if (cursor.at('['))
+        return parseHeading(cursor, line);
+    if (const Result result = parseKey(cursor, line); !result.ok())
+        return result;
+    const std::string_view word = cursor.takeWord();
+    if (!cursor.skipBlanks()) {
+        return {"a blank is missing behind the type"};
+    }
+    if (const ostrelValueType type = typeNamed(word); type != ostrelTypeNone)
+        return parseValue(cursor, type, line);
+    return word == "instance" ? parseInstance(cursor, line) : parseState(cursor, word, line);
+}
+
+// The tag's text, or empty when the number is not one that a person can read.
+std::string ownerTag(uint32_t owner) {
+    std::string tag;
+    for (; owner != 0; owner >>= 8U) {
+        const auto byte = static_cast<unsigned char>(owner & 0xFFU);
+        if (byte < 32 || byte > 126) {
+            return {};
+        }
+        tag += static_cast<char>(byte);
+    }
+    return tag;
+}
+
+}  // namespace
+
+Result parseLine(std::string_view text, Line& line) {
+    line = {};
+    Cursor cursor(text);
+    cursor.skipBlanks();
+    if (cursor.atEnd()) {
+        return {};
+    }
+    if (cursor.at('@')) {
+        line.kind = Line::Kind::closing;
+        return {};
+    }
+    if (const Result result = parseContent(cursor, line); !result.ok())
+        return result;
+    cursor.skipBlanks();
+    return cursor.atEnd() ? Result{} : Result{"unexpected text behind the value"};
+}
+
+void LineWriter::begin(const RowKey& key) {
+    appendName(text, key.name);
+    if (key.index != 0) {
+        text += '[';
+        appendNumber(text, key.index);
+        text += ']';
+    }
+    if (!key.member.empty()) {
+        text += '.';
+        appendName(text, key.member);
+    }
+}
+
+void LineWriter::end() {
+    text += '\n';
+    ++lines;
+}
+
+void LineWriter::value(const RowKey& key, const Value& value) {
+    begin(key);
+    text += ' ';
+    text += typeNames[value.type];
+    text += ' ';
+    if (isText(value.type)) {
+        appendQuoted(text, value.bytes);
+    } else {
+        appendNumber(text, value.type == ostrelTypeDword ? dwordOf(value)
+                                                         : static_cast<unsigned char>(value.bytes.front()));
+    }
+    end();
+}
+
+void LineWriter::erased(const RowKey& key) {
+    begin(key);
+    text += " erased";
+    end();
+}
+
+void LineWriter::instance(const RowKey& key, const Instance& instance) {
+    begin(key);
+    text += " instance ";
+    appendName(text, instance.templateName);
+    text += ' ';
+    if (const std::string tag = ownerTag(instance.owner); !tag.empty()) {
+        appendQuoted(text, tag);
+    } else {
+        appendNumber(text, instance.owner);
+    }
+    end();
+}
+
+void LineWriter::removed(const RowKey& key) {
+    begin(key);
+    text += " removed";
+    end();
+}
+
+void LineWriter::lastKey(std::string_view structure, uint32_t last) {
+    begin({structure});
+    text += " last ";
+    appendNumber(text, last);
+    end();
+}
+
+}  // namespace store

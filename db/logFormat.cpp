@@ -1,0 +1,153 @@
+#include "db/logFormat.h"
+
+#include <array>
+#include <charconv>
+#include <optional>
+
+#include "db/grammar.h"
+#include "db/text.h"
+
+namespace store {
+namespace {
+
+constexpr std::string_view opening = "@commit ";
+constexpr std::string_view timePattern = "dddd-dd-ddTdd:dd:ddZ";
+constexpr size_t crcDigits = 8;
+
+constexpr std::array<uint32_t, 256> makeCrcTable() {
+    std::array<uint32_t, 256> table{};
+    for (uint32_t i = 0; i < table.size(); ++i) {
+        uint32_t crc = i;
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc & 1U) != 0 ? crc >> 1U ^ 0xEDB88320U : crc >> 1U;
+        table[i] = crc;
+    }
+    return table;
+}
+
+std::string hexCrc(std::string_view bytes) {
+    std::array<char, crcDigits> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), crc32(bytes), 16).ptr;
+    const std::string hex(digits.data(), end);
+    return std::string(crcDigits - hex.size(), '0') + hex;
+}
+
+struct Closing {
+    uint64_t number = 0;
+    uint64_t bytes = 0;
+    std::string_view crc;
+};
+
+bool takeNumber(std::string_view& text, uint64_t& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    text.remove_prefix(static_cast<size_t>(end - text.data()));
+    if (error != std::errc() || text.empty() || text.front() != ' ')
+        return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+bool takeTime(std::string_view& text) {
+    if (text.size() <= timePattern.size())
+        return false;
+    for (size_t i = 0; i < timePattern.size(); ++i) {
+        const bool digit = text[i] >= '0' && text[i] <= '9';
+        if (timePattern[i] == 'd' ? !digit : text[i] != timePattern[i])
+            return false;
+    }
+    text.remove_prefix(timePattern.size());
+    return text.front() == ' ' && (text.remove_prefix(1), true);
+}
+
+std::optional<Closing> parseClosing(std::string_view line) {
+    Closing closing;
+    if (!line.starts_with(opening))
+        return std::nullopt;
+    line.remove_prefix(opening.size());
+    if (!takeNumber(line, closing.number) || !takeTime(line) || !takeNumber(line, closing.bytes) ||
+        line.size() != crcDigits || line.find_first_not_of("0123456789abcdef") != std::string_view::npos) {
+        return std::nullopt;
+    }
+    closing.crc = line;
+    return closing;
+}
+
+// Does the closing line, the last of the transaction's text, vouch for it?
+bool isGood(std::string_view transaction, std::string_view line, uint64_t lastNumber) {
+    const std::optional<Closing> closing = parseClosing(line);
+    return closing && (closing->number == lastNumber + 1 || (lastNumber == 0 && closing->number != 0)) &&
+           closing->bytes == transaction.size() - line.size() &&
+           closing->crc == hexCrc(transaction.substr(0, transaction.size() - crcDigits));
+}
+
+// An append that a crash cut short leaves whole lines of changes and perhaps a piece of one more. Anything
+// else was once more than that: a line that begins like a closing one or is no change at all, or a whole
+// closing line with something before it or behind it.
+bool isTorn(std::string_view rest) {
+    Line change;
+    for (size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
+        const std::string_view line = rest.substr(0, end);
+        const size_t at = line.find(opening);
+        const bool hidesClosing = at != std::string_view::npos && parseClosing(line.substr(at));
+        if (line.starts_with('@') || hidesClosing || !parseLine(line, change).ok())
+            return false;
+        rest.remove_prefix(end + 1);
+    }
+    return rest.empty() || !parseClosing(rest.substr(0, rest.size() - 1));
+}
+
+}  // namespace
+
+uint32_t crc32(std::string_view bytes) {
+    static constexpr std::array<uint32_t, 256> table = makeCrcTable();
+    uint32_t crc = 0xFFFFFFFFU;
+    for (const char c : bytes)
+        crc = table[(crc ^ static_cast<unsigned char>(c)) & 0xFFU] ^ crc >> 8U;
+    return ~crc;
+}
+
+void closeTransaction(std::string& lines, uint64_t number, time_t now) {
+    const size_t bytes = lines.size();
+    tm utc{};
+    gmtime_r(&now, &utc);
+    std::array<char, 32> time{};
+    const size_t size = std::strftime(time.data(), time.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+    lines += opening;
+    appendNumber(lines, number);
+    lines += ' ';
+    lines.append(time.data(), size);
+    lines += ' ';
+    appendNumber(lines, bytes);
+    lines += ' ';
+    lines += hexCrc(lines);
+    lines += '\n';
+}
+
+LogScan scanLog(std::string_view text) {
+    LogScan scan;
+    size_t lines = 0;  // of the transaction being read
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = text.find('\n', at);
+        if (end == std::string_view::npos)
+            break;
+        const std::string_view line = text.substr(at, end - at);
+        at = end + 1;
+        if (!line.starts_with('@')) {
+            ++lines;
+            continue;
+        }
+        if (!isGood(text.substr(scan.goodBytes, end - scan.goodBytes), line, scan.lastNumber))
+            break;
+        scan.lastNumber = parseClosing(line)->number;
+        scan.goodBytes = at;
+        scan.goodLines += lines;
+        ++scan.transactions;
+        lines = 0;
+    }
+    scan.badLine = scan.goodLines + scan.transactions + 1;
+    if (scan.goodBytes < text.size())
+        scan.end = isTorn(text.substr(scan.goodBytes)) ? LogScan::End::torn : LogScan::End::damaged;
+    return scan;
+}
+
+}  // namespace store

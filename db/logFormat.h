@@ -1,0 +1,37 @@
+// The live file as a log of transactions: each is its lines and a closing line that vouches for them,
+//   @commit NUMBER TIME BYTES CRC
+// Pure functions on text.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <string_view>
+
+namespace store {
+
+uint32_t crc32(std::string_view bytes);
+
+// Appends the closing line. BYTES counts what stands before it; CRC is the CRC-32 of all up to the CRC
+// itself.
+void closeTransaction(std::string& lines, uint64_t number, time_t now);
+
+struct LogScan {
+    enum class End {
+        whole,   // every byte belongs to a good transaction
+        torn,    // the rest is what a crash leaves of an append
+        damaged  // the rest was once more than that
+    };
+
+    End end = End::whole;
+    size_t goodBytes = 0;     // of the good transactions at the front
+    size_t goodLines = 0;     // in them, without closing lines
+    size_t transactions = 0;  // of them
+    uint64_t lastNumber = 0;  // of the last of them; 0: there is none
+    size_t badLine = 0;       // the line, from 1, that the rest starts with
+};
+
+LogScan scanLog(std::string_view text);
+
+}  // namespace store

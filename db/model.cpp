@@ -1,0 +1,244 @@
+#include "db/model.h"
+
+#include <algorithm>
+
+namespace store {
+namespace {
+
+std::string wholeName(const RowKey& key) {
+    std::string name(key.name);
+    if (!key.member.empty()) {
+        name += '.';
+        name += key.member;
+    }
+    return name;
+}
+
+// The type that the defaults give all plain and vector values of a name; none when they leave it open.
+ostrelValueType defaultType(const Entry& entry) {
+    if (entry.plain.hasDefault)
+        return entry.plain.type;
+    const bool hasVector =
+        entry.elements && entry.elements->structure == nullptr && entry.elements->defaults != 0;
+    return hasVector ? entry.elements->type : ostrelTypeNone;
+}
+
+}  // namespace
+
+const Model::Node* Model::node(std::string_view name) const {
+    if (lastFound_ != nullptr && lastFound_->first == name)
+        return lastFound_;
+    const auto found = entries_.find(name);
+    if (found == entries_.end())
+        return nullptr;
+    lastFound_ = &*found;
+    return lastFound_;
+}
+
+Model::Node& Model::makeNode(std::string_view name) {
+    const auto found = entries_.find(name);
+    return found != entries_.end() ? *found : *entries_.emplace(name, Entry()).first;
+}
+
+const Entry* Model::entry(std::string_view name) const {
+    const Node* found = node(name);
+    return found != nullptr ? &found->second : nullptr;
+}
+
+const Elements* Model::elements(std::string_view name) const {
+    const Entry* found = entry(name);
+    return found != nullptr ? found->elements.get() : nullptr;
+}
+
+const Cell* Model::cell(std::string_view name, uint32_t index) const {
+    const Entry* found = entry(name);
+    if (found == nullptr || index == 0)
+        return found != nullptr && !found->plain.isBlank() ? &found->plain : nullptr;
+    if (!found->elements)
+        return nullptr;
+    const auto element = found->elements->cells.find(index);
+    return element != found->elements->cells.end() ? &element->second : nullptr;
+}
+
+const Value* Model::find(std::string_view name, uint32_t index) const {
+    const Cell* found = cell(name, index);
+    return found != nullptr && found->present ? found : nullptr;
+}
+
+size_t Model::list(std::string_view name, uint32_t owner, unsigned int* keys, size_t room) const {
+    const Structure* instances = structure(name);
+    const Elements* vector = instances == nullptr ? elements(name) : nullptr;
+    if (vector != nullptr && vector->structure != nullptr)
+        instances = &vector->structure->second;
+    size_t count = 0;
+    const auto add = [&](uint32_t key, bool matches) {
+        if (matches && count++ < room && keys != nullptr)
+            keys[count - 1] = key;
+    };
+    if (instances != nullptr) {
+        for (const auto& [key, instance] : instances->instances)
+            add(key, instance.present && instance.owner == owner);
+    } else if (vector != nullptr && owner == 0) {
+        for (const auto& [index, cell] : vector->cells)
+            add(index, cell.present);
+    }
+    return count;
+}
+
+void Model::put(Node& node, uint32_t index, Cell cell, const Structures::value_type* structure) {
+    Entry& entry = node.second;
+    if (index != 0 && !entry.elements) {
+        entry.elements = std::make_unique<Elements>();
+        entry.elements->structure = structure;
+    }
+    Cell& place = index == 0 ? entry.plain : entry.elements->cells[index];
+    count(node, place, index, false);
+    count(node, cell, index, true);
+    place = std::move(cell);
+    if (place.isBlank()) {
+        if (index != 0)
+            entry.elements->cells.erase(index);
+        dropIfBlank(node);
+    }
+}
+
+void Model::count(Node& node, const Cell& cell, uint32_t index, bool added) {
+    const auto adjust = [added](size_t& counter, bool counts) {
+        if (counts && added) {
+            ++counter;
+        } else if (counts) {
+            --counter;
+        }
+    };
+    adjust(changes_, cell.changed);
+    if (index != 0) {
+        Elements& elements = *node.second.elements;
+        adjust(elements.present, cell.present);
+        adjust(elements.defaults, cell.hasDefault);
+        if (added && cell.type != ostrelTypeNone)
+            elements.type = cell.type;
+    }
+    if (added && cell.changed && node.second.changedAt == Entry::unchanged) {
+        node.second.changedAt = static_cast<uint32_t>(changed_.size());
+        changed_.push_back(&node);
+    }
+}
+
+void Model::dropIfBlank(Node& node) {
+    Entry& entry = node.second;
+    if (entry.elements && entry.elements->cells.empty())
+        entry.elements.reset();
+    if (entry.elements || !entry.plain.isBlank())
+        return;
+    if (entry.changedAt != Entry::unchanged) {
+        changed_.back()->second.changedAt = entry.changedAt;
+        changed_[entry.changedAt] = changed_.back();
+        changed_.pop_back();
+    }
+    lastFound_ = nullptr;
+    entries_.erase(entries_.find(node.first));
+}
+
+Result Model::addDefault(const RowKey& key, Value value) {
+    const std::string member = key.member.empty() ? std::string() : wholeName(key);
+    const std::string_view name = member.empty() ? key.name : member;
+    const auto isStructure = [&](std::string_view prefix, std::string_view) {
+        return structure(prefix) != nullptr;
+    };
+    if (key.index != 0 && (!member.empty() || anySplit(name, isStructure)))
+        return addDefaultMember(name, key.index, std::move(value));
+    if (key.index != 0 && structure(name) != nullptr) {
+        return {"the name is a structure's"};
+    }
+    if (const Entry* found = entry(name); found != nullptr) {
+        if (const Cell* old = cell(name, key.index); old != nullptr && old->hasDefault) {
+            return {"the key is given twice"};
+        }
+        if (defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type) {
+            return {"the name has another type in an earlier line"};
+        }
+    }
+    put(makeNode(name), key.index, Cell{std::move(value), true, true, false, false});
+    return {};
+}
+
+Result Model::checkElementName(const RowKey& key) const {
+    if (key.index == 0) {
+        return {};
+    }
+    if (structure(key.name) != nullptr) {
+        return {"the name is a structure's"};
+    }
+    const Elements* found = elements(key.name);
+    return found != nullptr && found->structure != nullptr ? Result{"the name is a structure member's"}
+                                                           : Result{};
+}
+
+Result Model::setValue(const RowKey& key, const Value& value) {
+    if (!key.member.empty())
+        return setMember(key, value);
+    if (const Result result = checkElementName(key); !result.ok())
+        return result;
+    const Entry* found = entry(key.name);
+    if (found != nullptr && defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type) {
+        return {"the default has another type and wins"};
+    }
+    const Cell* old = cell(key.name, key.index);
+    put(makeNode(key.name), key.index, Cell{value, true, old != nullptr && old->hasDefault, true, false});
+    return {};
+}
+
+// Without a default nothing is left. But a row that erases what is not there now (this firmware has no
+// default for it) is kept, so that the default stays erased when it comes back.
+Result Model::erase(const RowKey& key) {
+    if (const Result result = checkElementName(key); !result.ok())
+        return result;
+    Cell erased;
+    erased.changed = true;
+    if (const Cell* old = cell(key.name, key.index); old != nullptr) {
+        erased.type = old->type;
+        erased.hasDefault = old->hasDefault;
+        erased.changed = old->hasDefault || !old->present;
+    }
+    put(makeNode(key.name), key.index, std::move(erased));
+    return {};
+}
+
+void Model::visitElements(const Node& node, RowVisitor& visitor) const {
+    const auto& [name, entry] = node;
+    if (!entry.elements)
+        return;
+    RowKey key{name};
+    if (entry.elements->structure != nullptr) {
+        key.name = entry.elements->structure->first;
+        key.member = std::string_view(name).substr(key.name.size() + 1);
+    }
+    for (const auto& [index, cell] : entry.elements->cells) {
+        key.index = index;
+        if (cell.changed)
+            cell.present ? visitor.value(key, cell) : visitor.erased(key);
+    }
+}
+
+void Model::visitChanges(RowVisitor& visitor) const {
+    for (const auto& [name, structure] : structures_) {
+        if (structure.recordedKey != 0)
+            visitor.lastKey(name, structure.recordedKey);
+        for (const auto& [key, instance] : structure.instances) {
+            if (instance.changed) {
+                instance.present ? visitor.instance({name, key}, instance) : visitor.removed({name, key});
+            }
+        }
+    }
+    std::vector<const Node*> sorted(changed_.begin(), changed_.end());
+    std::ranges::sort(sorted, {}, [](const Node* node) -> std::string_view { return node->first; });
+    for (const Node* node : sorted) {
+        const Cell& plain = node->second.plain;
+        if (plain.changed) {
+            plain.present ? visitor.value({node->first}, plain) : visitor.erased({node->first});
+        }
+        visitElements(*node, visitor);
+    }
+}
+
+}  // namespace store

@@ -1,0 +1,39 @@
+// The change as one row: what a line of the live file says, and what a transaction is made of.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "db/values.h"
+
+namespace store {
+
+// What a row is about, borrowed:
+//   NAME                  a plain value, or (for lastKey) a structure
+//   NAME[INDEX]           a vector's element, or an instance of the structure NAME
+//   NAME[INDEX].MEMBER    an instance's member; the database knows it as NAME.MEMBER at INDEX
+struct RowKey {
+    std::string_view name;
+    uint32_t index = 0;
+    std::string_view member = {};
+};
+
+struct Instance {
+    std::string templateName;
+    uint32_t owner = 0;
+};
+
+class RowVisitor {
+public:
+    virtual void value(const RowKey& key, const Value& value) = 0;
+    virtual void erased(const RowKey& key) = 0;
+    virtual void instance(const RowKey& key, const Instance& instance) = 0;
+    virtual void removed(const RowKey& key) = 0;
+    virtual void lastKey(std::string_view structure, uint32_t last) = 0;
+
+protected:
+    ~RowVisitor() = default;
+};
+
+}  // namespace store

@@ -1,0 +1,220 @@
+// The part of Model that deals with templates, instances and their members.
+#include "db/model.h"
+
+#include <algorithm>
+
+namespace store {
+namespace {
+
+std::string memberName(std::string_view structure, std::string_view member) {
+    std::string name(structure);
+    name += '.';
+    name += member;
+    return name;
+}
+
+}  // namespace
+
+const Structure* Model::structure(std::string_view name) const {
+    const auto found = structures_.find(name);
+    return found != structures_.end() ? &found->second : nullptr;
+}
+
+const InstanceCell* Model::instance(std::string_view structureName, uint32_t key) const {
+    const Structure* found = structure(structureName);
+    if (found == nullptr)
+        return nullptr;
+    const auto cell = found->instances.find(key);
+    return cell != found->instances.end() && cell->second.present ? &cell->second : nullptr;
+}
+
+const Template* Model::findTemplate(std::string_view name) const {
+    const auto found = templates_.find(name);
+    return found != templates_.end() ? &found->second : nullptr;
+}
+
+Result Model::checkMemberName(std::string_view name, std::string_view structureName) const {
+    if (const Result result = checkName(name); !result.ok())
+        return result;
+    if (structure(name) != nullptr) {
+        return {"a member's name is that of a structure"};
+    }
+    const Elements* found = elements(name);
+    if (found != nullptr && found->isKnownVector()) {
+        return {"a member's name is that of a vector"};
+    }
+    if (found != nullptr && found->structure != nullptr && found->structure->first != structureName) {
+        return {"a member's name belongs to another structure"};
+    }
+    return {};
+}
+
+Result Model::checkStructureName(std::string_view name) const {
+    const Elements* found = elements(name);
+    if (found != nullptr && found->isKnownVector()) {
+        return {"the name is a vector's"};
+    }
+    return found != nullptr && found->structure != nullptr ? Result{"the name is a structure member's"}
+                                                           : Result{};
+}
+
+void Model::addTemplate(std::string_view name) { templates_.try_emplace(std::string(name)); }
+
+Result Model::addTemplateMember(std::string_view templateName, std::string_view member, Value value) {
+    const auto found = templates_.find(templateName);
+    if (found == templates_.end()) {
+        return {"no template is open"};
+    }
+    return found->second.emplace(member, std::move(value)).second ? Result{}
+                                                                  : Result{"the member is given twice"};
+}
+
+Structures::value_type& Model::makeStructure(std::string_view name, uint32_t lastKey) {
+    Structures::value_type& made = *structures_.try_emplace(std::string(name)).first;
+    made.second.lastKey = std::max(made.second.lastKey, lastKey);
+    return made;
+}
+
+// The live file answers for a key once it has said so: the next rewrite must say so, too.
+void Model::record(Structure& structure, uint32_t key) {
+    changes_ += structure.recordedKey == 0 && key != 0 ? 1 : 0;
+    structure.recordedKey = std::max(structure.recordedKey, key);
+}
+
+Result Model::checkInstance(const RowKey& key, const Template* members) const {
+    if (members != nullptr) {
+        for (const auto& [member, value] : *members) {
+            if (const Result result = checkMemberName(memberName(key.name, member), key.name); !result.ok())
+                return result;
+        }
+    }
+    return {};
+}
+
+// A refused instance makes its structure known all the same, or its members' lines would pass for a vector's.
+Result Model::addDefaultInstance(const RowKey& key, const Instance& instance) {
+    Result result = checkStructureName(key.name);
+    if (!result.ok())
+        return result;
+    Structures::value_type& structure = makeStructure(key.name, key.index);
+    const Template* members = findTemplate(instance.templateName);
+    if (members == nullptr) {
+        return {"unknown template"};
+    }
+    if (structure.second.instances.contains(key.index)) {
+        return {"the instance is given twice"};
+    }
+    result = checkInstance(key, members);
+    if (result.ok())
+        putInstance(structure, key.index, instance, true);
+    return result;
+}
+
+// Over a default instance of the same key it wins wholly. Its template may be gone.
+Result Model::addInstance(const RowKey& key, const Instance& instance) {
+    Result result = checkStructureName(key.name);
+    if (!result.ok())
+        return result;
+    Structures::value_type& structure = makeStructure(key.name, key.index);
+    record(structure.second, key.index);
+    result = checkInstance(key, findTemplate(instance.templateName));
+    if (result.ok())
+        putInstance(structure, key.index, instance, false);
+    return result;
+}
+
+void Model::putInstance(Structures::value_type& structure, uint32_t key, const Instance& instance,
+                        bool isDefault) {
+    dropMembers(structure, key);
+    InstanceCell& cell = structure.second.instances[key];
+    const bool hasDefault = cell.hasDefault || isDefault;
+    changes_ -= cell.changed ? 1 : 0;
+    cell = InstanceCell{instance, true, hasDefault, !isDefault};
+    changes_ += cell.changed ? 1 : 0;
+    if (const Template* members = findTemplate(instance.templateName); members != nullptr) {
+        for (const auto& [member, value] : *members) {
+            putMember(structure, key, member, Cell{value, true, true, false, true});
+        }
+    }
+}
+
+// checkMemberName() came before: what the name may hold of a vector now is rows of erased defaults that this
+// firmware does not have.
+void Model::putMember(Structures::value_type& structure, uint32_t key, std::string_view member, Cell cell) {
+    const std::string name = memberName(structure.first, member);
+    for (const Elements* old = elements(name); old != nullptr && old->structure == nullptr;
+         old = elements(name)) {
+        put(makeNode(name), old->cells.begin()->first, Cell());
+    }
+    put(makeNode(name), key, std::move(cell), &structure);
+    structure.second.members.emplace(member);
+}
+
+void Model::dropMembers(const Structures::value_type& structure, uint32_t key) {
+    for (const std::string& member : structure.second.members) {
+        const std::string name = memberName(structure.first, member);
+        const Elements* found = elements(name);
+        if (found != nullptr && found->structure == &structure && found->cells.contains(key))
+            put(makeNode(name), key, Cell());
+    }
+}
+
+Result Model::addDefaultMember(std::string_view name, uint32_t index, Value value) {
+    const Cell* old = cell(name, index);
+    if (old == nullptr) {
+        return {"no such instance, or its template has no such member"};
+    }
+    if (old->type != value.type) {
+        return {"the template gives the member another type"};
+    }
+    if (!old->fromTemplate) {
+        return {"the key is given twice"};
+    }
+    put(makeNode(name), index, Cell{std::move(value), true, true, false, false});
+    return {};
+}
+
+// A member that the template no longer has stays: nobody said to remove it.
+Result Model::setMember(const RowKey& key, const Value& value) {
+    if (instance(key.name, key.index) == nullptr) {
+        return {"there is no such instance"};
+    }
+    const std::string name = memberName(key.name, key.member);
+    if (const Result result = checkMemberName(name, key.name); !result.ok())
+        return result;
+    const Cell* old = cell(name, key.index);
+    const bool hasDefault = old != nullptr && old->hasDefault;
+    if (hasDefault && old->type != value.type) {
+        return {"the template gives the member another type and wins"};
+    }
+    putMember(makeStructure(key.name, key.index), key.index, key.member,
+              Cell{value, true, hasDefault, true, false});
+    return {};
+}
+
+// A default instance leaves a row behind that keeps it removed; so does one that this firmware does not have.
+Result Model::removeInstance(const RowKey& key) {
+    if (const Result result = checkStructureName(key.name); !result.ok())
+        return result;
+    Structures::value_type& structure = makeStructure(key.name, key.index);
+    record(structure.second, key.index);
+    dropMembers(structure, key.index);
+    InstanceCell& cell = structure.second.instances[key.index];
+    changes_ -= cell.changed ? 1 : 0;
+    if (cell.present && !cell.hasDefault) {
+        structure.second.instances.erase(key.index);
+    } else {
+        cell = InstanceCell{{}, false, cell.hasDefault, true};
+        ++changes_;
+    }
+    return {};
+}
+
+Result Model::setLastKey(std::string_view name, uint32_t last) {
+    const Result result = checkStructureName(name);
+    if (result.ok())
+        record(makeStructure(name, last).second, last);
+    return result;
+}
+
+}  // namespace store

@@ -1,0 +1,46 @@
+// The words of the database files: names, quoted texts, numbers. Pure functions on text.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "db/values.h"
+
+namespace store {
+
+// Takes words off the front of one line.
+class Cursor {
+public:
+    explicit Cursor(std::string_view line) : rest_(line) {}
+
+    // True when a blank or the end of the line's content came.
+    bool skipBlanks();
+    // Nothing but a comment is left.
+    bool atEnd() const { return rest_.empty() || rest_.front() == '#'; }
+    bool at(char c) const { return !rest_.empty() && rest_.front() == c; }
+    bool take(char c);
+
+    // A bare or quoted name, checked with checkName().
+    Result takeName(std::string& name);
+    // A text in double quotes, unescaped; it may hold any byte but NUL.
+    Result takeQuoted(std::string& text);
+    // Lower and upper case letters; empty when there are none.
+    std::string_view takeWord();
+    Result takeNumber(uint32_t max, uint32_t& number);
+
+private:
+    Result takeBare(std::string& text);
+    Result takeEscape(std::string& text);
+    Result takeCharacter(std::string& text);
+
+    std::string_view rest_;
+};
+
+// Bare when a Cursor reads it back so, else quoted.
+void appendName(std::string& out, std::string_view name);
+// What is not valid UTF-8 is escaped, so that the file always is.
+void appendQuoted(std::string& out, std::string_view text);
+void appendNumber(std::string& out, uint64_t number);
+
+}  // namespace store

@@ -1,0 +1,62 @@
+#include "faultyFiles.h"
+
+#include <cerrno>
+
+Faults faults;
+
+namespace {
+
+using store::FileCalls;
+using store::systemFiles;
+
+bool fails() {
+    ++faults.calls;
+    const bool failing = faults.first != 0 && faults.calls >= faults.first && faults.calls <= faults.last;
+    errno = failing ? faults.error : errno;
+    return failing;
+}
+
+template <auto member>
+struct Faulty;
+
+template <class Status, class... Arguments, Status (*FileCalls::*member)(Arguments...)>
+struct Faulty<member> {
+    static Status call(Arguments... arguments) {
+        return fails() ? Status{-1} : (systemFiles.*member)(arguments...);
+    }
+};
+
+// A test's machine does not lose its power: no need to wait for the disk.
+int faultySync(int) {
+    ++faults.forced;
+    return fails() ? -1 : 0;
+}
+
+ssize_t faultyWrite(int fd, const void* bytes, size_t size) {
+    if (!fails())
+        return systemFiles.write(fd, bytes, size);
+    if (systemFiles.write(fd, bytes, size / 2) < 0)
+        faults.error = errno;
+    errno = faults.error;
+    return -1;
+}
+
+template <auto... members>
+FileCalls withFaulty(FileCalls calls) {
+    ((calls.*members = Faulty<members>::call), ...);
+    return calls;
+}
+
+FileCalls makeFaultyFiles() {
+    using F = FileCalls;
+    FileCalls calls = withFaulty<&F::open, &F::read, &F::ftruncate, &F::fstat, &F::stat, &F::flock,
+                                 &F::rename, &F::link, &F::unlink, &F::mkdir>(systemFiles);
+    calls.write = faultyWrite;
+    calls.fsync = faultySync;
+    calls.fdatasync = faultySync;
+    return calls;
+}
+
+}  // namespace
+
+const FileCalls faultyFiles = makeFaultyFiles();

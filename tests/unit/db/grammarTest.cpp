@@ -1,0 +1,120 @@
+// Lines as text: what is written is read back, and what is not a line is refused.
+#include "db/grammar.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "db/logFormat.h"
+
+namespace {
+
+using store::Line;
+
+Line parsed(const std::string& text) {
+    Line line;
+    const store::Result result = store::parseLine(text, line);
+    EXPECT_TRUE(result.ok()) << text << ": " << result.refusal;
+    return line;
+}
+
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::istringstream parts(text);
+    std::vector<std::string> result;
+    for (std::string part; std::getline(parts, part, separator);)
+        result.push_back(part);
+    return result;
+}
+
+TEST(Grammar, NamesAndTextsOfAnyBytesComeBack) {
+    std::string allBytes;
+    for (int byte = 1; byte < 256; ++byte)
+        allBytes += static_cast<char>(byte);
+    std::vector<std::string> texts = split(
+        "plain|two words|quo\"te|back\\slash|# hash|@commit "
+        "1|[x]|a.b|gr\xC3\xBC\xC3\x9F|\xFF\xC0\xAF|\xED\xA0\x80|"
+        "\xF4\x90\x80\x80|\xE2\x82",
+        '|');
+    texts.insert(texts.end(), {"", allBytes});
+    for (const std::string& text : texts) {
+        const bool isName = store::checkName(text).ok();
+        const std::string name = isName ? text : "name";
+        store::LineWriter writer;
+        writer.value({name, 7, name}, {text, ostrelTypeString});
+        ASSERT_EQ(writer.text.find('\n'), writer.text.size() - 1) << "one line";
+        writer.text.pop_back();
+        const Line line = parsed(writer.text + " # comment");
+        EXPECT_EQ(std::tie(line.name, line.member, line.value.bytes), std::tie(name, name, text));
+        EXPECT_EQ(line.index, 7U);
+    }
+}
+
+TEST(Grammar, WritesWhatAPersonWouldWrite) {
+    store::LineWriter writer;
+    writer.value({"lan.mtu"}, store::makeDword(1500));
+    writer.value({"two words", 3}, {"caf\xC3\xA9\n\x01\xFF", ostrelTypeString});
+    writer.value({"wifi", 1, "on"}, {std::string(1, '\xFF'), ostrelTypeBool});
+    writer.erased({"@x"});
+    writer.instance({"wifi", 4294967295}, {"wlan", 0x6362});
+    writer.instance({"wifi", 2}, {"a b", 7});
+    writer.removed({"wifi", 3});
+    writer.lastKey("wifi", 9);
+    EXPECT_EQ(writer.text,
+              "lan.mtu Dword 1500\n"
+              "\"two words\"[3] String \"caf\xC3\xA9\\n\\x01\\xff\"\n"
+              "wifi[1].on Bool 255\n"
+              "\"@x\" erased\n"
+              "wifi[4294967295] instance wlan \"bc\"\n"
+              "wifi[2] instance \"a b\" 7\n"
+              "wifi[3] removed\n"
+              "wifi last 9\n");
+    EXPECT_EQ(writer.lines, 8U);
+    EXPECT_EQ(parsed("wifi[1] instance wlan \"abcd\"").instance.owner, 0x64636261U);
+    EXPECT_EQ(parsed("\t \r").kind, Line::Kind::blank);
+    EXPECT_EQ(parsed(" k\tByte  255#x\r").value.bytes, "\xFF");
+}
+
+TEST(Grammar, TellsGoodLinesFromBad) {
+    const std::string longName(127, 'n');
+    std::vector<std::string> good = split(
+        R"(k IP ""|k IP "0.0.0.0"|k IP "fe80::1"|k MAC ""|k MAC "00:1a:2B:33:44:ff"|k MAC "00-1a-2B-33-44-ff")",
+        '|');
+    good.push_back(longName + " Bool 1");
+    std::vector<std::string> bad = split(
+        R"(k|k Word 1|k dword 1|k Dword|k Dword x|k Dword -1|k Dword 4294967296|k Byte 256|k Bool 1 2|k Dword1|)"
+        R"(k[0] Bool 1|k[1 Bool 1|k[] Bool 1|k[4294967296] Bool 1|k[1]Bool 1|k String bare|k String "open|)"
+        R"(k String "a\q"|k String "\x00"|k String "\x4"|k IP "1.2.3"|k IP "1.2.3.4/8"|k MAC "00:11:22:33:44"|)"
+        R"(k MAC "00:11-22:33:44:55"|k MAC "00:11:22:33:44:5g"|"" Bool 1|"a\n" Bool 1|s[1]. Bool 1|s instance t 1|)"
+        R"(s[1] instance t|s[1] instance t "abcde"|s[1].m erased|s removed|s[1] last 4|[t|[t] x|[]|s[1].@m Bool 1)",
+        '|');
+    bad.insert(bad.end(), {"s[1]." + longName + " Bool 1", "n" + longName + " Bool 1", "k String \"\xFF\"",
+                           "\xFF Bool 1", std::string("k String \"\0\"", 12)});
+    for (const std::string& text : good)
+        parsed(text);
+    for (const std::string& text : bad) {
+        Line line;
+        EXPECT_FALSE(store::parseLine(text, line).ok()) << text;
+    }
+}
+
+TEST(LogFormat, AClosingLineVouchesForItsTransaction) {
+    std::string first = "a Dword 1\n";
+    store::closeTransaction(first, 41, 0);
+    EXPECT_TRUE(first.starts_with("a Dword 1\n@commit 41 1970-01-01T00:00:00Z 10 ")) << first;
+    std::string second = "b Dword 1\nc Dword 2\n";
+    store::closeTransaction(second, 42, 1800000000);
+    const store::LogScan whole = store::scanLog(first + second);
+    EXPECT_EQ(whole.end, store::LogScan::End::whole);
+    EXPECT_EQ(std::make_tuple(whole.lastNumber, whole.goodLines, whole.transactions),
+              std::make_tuple(42U, 3U, 2U));
+    // A repeated and an exchanged transaction are damage, although each is whole.
+    EXPECT_EQ(store::scanLog(first + first).end, store::LogScan::End::damaged);
+    EXPECT_EQ(store::scanLog(second + first).end, store::LogScan::End::damaged);
+    // The check value of "123456789" for CRC-32 is widely known.
+    EXPECT_EQ(store::crc32("123456789"), 0xCBF43926U);
+}
+
+}  // namespace
