@@ -1,0 +1,217 @@
+#include "server/changeMessages.h"
+
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <span>
+#include <vector>
+
+#include "common/marshalling.h"
+#include "common/messageCodes.h"
+#include "common/ostrelLink.h"
+#include "common/ostrelUtils.h"
+#include "server/globals.h"
+#include "server/serverModule.h"
+#include "server/transaction.h"
+
+namespace {
+
+// A message's decoded values.
+class Values {
+public:
+    // False when the list does not decode.
+    bool decode(unsigned int nbBytes, unsigned char* bytes) {
+        OstrelValue* records = nullptr;
+        unsigned int count = 0;
+        if (!OstrelUnMarshallParameters(nbBytes, bytes, &count, &records))
+            return false;
+        records_.reset(records);
+        count_ = count;
+        return true;
+    }
+    std::span<OstrelValue> all() { return {records_.get(), count_}; }
+
+private:
+    std::unique_ptr<OstrelValue[]> records_;
+    unsigned int count_ = 0;
+};
+
+// What tells one change message from the others.
+struct Change {
+    const char* function;      // the handler's name in the log
+    const char* decodeFailed;  // its line
+    const char* dumpTag;       // null: the values are not dumped
+    // One database call; its failure is logged.
+    bool (*apply)(const char* function, long handle, OstrelValue& value);
+    // What the changed entry carries beside the name.
+    void (*note)(OstrelValue& changed, const OstrelValue& value);
+};
+
+void noteNothing(OstrelValue&, const OstrelValue&) {}
+void notePKey(OstrelValue& changed, const OstrelValue& value) { changed.pKey = value.pKey; }
+void noteOwner(OstrelValue& changed, const OstrelValue& value) { changed.owner = value.owner; }
+
+bool writeValue(const char* function, long handle, OstrelValue& value) {
+    int size = static_cast<int>(value.size);
+    if (value.pKey != 0) {
+        if (database->reWriteElement(handle, value.name, value.pKey, size, value.value, value.type) !=
+            refused)
+            return true;
+        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataReWrite failed for <%s>!", value.name);
+        return false;
+    }
+    if (database->createElement(handle, value.name, size, value.value, value.type) != refused)
+        return true;
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataWrite failed for <%s>!", value.name);
+    return false;
+}
+
+bool eraseValue(const char* function, long handle, OstrelValue& value) {
+    if (database->destroyElement(handle, value.name) != refused)
+        return true;
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Erase element failed for <%s>!", value.name);
+    return false;
+}
+
+bool removeOne(const char* function, long handle, OstrelValue& value) {
+    if (database->removeInstance(handle, value.name, &value.pKey, 1) != refused)
+        return true;
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate failed for <%s _ %X>!", value.name,
+                  value.pKey);
+    return false;
+}
+
+bool removeOwner(const char* function, long handle, OstrelValue& value) {
+    if (database->removeInstances(handle, value.name, value.owner) != refused)
+        return true;
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate owner failed for <%s _ %X>!", value.name,
+                  value.owner);
+    return false;
+}
+
+constexpr Change notifyChange{"unpackNotifyMessage", "[OstrelServer::unpackNotify] Unmarshall failed",
+                              "Notify", writeValue, noteNothing};
+constexpr Change eraseChange{"unpackEraseMessage", "[OstrelServer::unpackErase] Unmarshall failed", "Erase",
+                             eraseValue, noteNothing};
+constexpr Change deinstanciateChange{"unpackDeinstanciateMessage",
+                                     "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
+                                     removeOne, notePKey};
+constexpr Change deinstanciateOwnerChange{"unpackDeinstanciateOwnerMessage",
+                                          "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
+                                          removeOwner, noteOwner};
+
+void dump(const Change& change, std::span<OstrelValue> values) {
+    if ((logLevel::debug & printMask) == 0)
+        return;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const OstrelValue& value = values[i];
+        OSTREL_LOG_AS(change.function, logLevel::debug, "[%s %1d] %s -> %d :", change.dumpTag,
+                      static_cast<int>(i), value.name, static_cast<int>(value.size));
+        for (unsigned int at = 0; at < value.size; ++at)
+            OSTREL_LOG_AS(change.function, logLevel::debug, " %02X", value.value[at]);
+        OSTREL_LOG_AS(change.function, logLevel::debug, "%s", "");
+    }
+}
+
+bool applyAll(const Change& change, long handle, std::span<OstrelValue> values) {
+    for (OstrelValue& value : values) {
+        if (!change.apply(change.function, handle, value))
+            return false;
+        change.note(addChanged(value.name), value);
+    }
+    return true;
+}
+
+bool unpack(const Change& change, long handle, unsigned int nbBytes, unsigned char* bytes) {
+    Values values;
+    bool applied = false;
+    if (!values.decode(nbBytes, bytes)) {
+        OSTREL_LOG_AS(change.function, logLevel::error, "%s", change.decodeFailed);
+    } else {
+        if (change.dumpTag != nullptr)
+            dump(change, values.all());
+        applied = applyAll(change, handle, values.all());
+    }
+    if (!applied)
+        database->dataWriteRollback(handle);
+    return applied;
+}
+
+constexpr char instanciateName[] = "unpackInstanciateMessage";
+
+// Makes the instances; keys receives their primary keys in order.
+bool instanciateAll(long handle, std::span<OstrelValue> values, std::vector<unsigned int>& keys) {
+    for (const OstrelValue& value : values) {
+        unsigned int key = 0;
+        if (database->instanciateTmplt(handle, value.tpltName, value.name, value.owner, &key) == refused) {
+            OSTREL_LOG_AS(instanciateName, logLevel::error, "[Ostrel] Instanciate failed for <%s/%s>!",
+                          value.tpltName, value.name);
+            return false;
+        }
+        keys.push_back(key);
+        addChanged(value.name);
+    }
+    return true;
+}
+
+bool answer(ostrelLink* link, unsigned int code, std::span<OstrelValue> records) {
+    unsigned int size = 0;
+    std::unique_ptr<unsigned char[]> list;
+    try {
+        list.reset(
+            OstrelMarshallParameters(code, static_cast<unsigned int>(records.size()), records.data(), &size));
+    } catch (const std::bad_alloc&) {
+        OSTREL_LOG_AS(instanciateName, logLevel::error,
+                      "[ostrelEvent:instanciate] Marshalling message failed");
+        return false;
+    }
+    if (!link->sendMessage(size, list.get())) {
+        OSTREL_LOG_AS(instanciateName, logLevel::error, "[ostrelEvent:instanciate] Send message failed");
+        return false;
+    }
+    return true;
+}
+
+bool answerKeys(ostrelLink* link, std::span<OstrelValue> values, std::vector<unsigned int>& keys) {
+    auto records = std::make_unique<OstrelValue[]>(keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        records[i].setName(values[i].name);
+        records[i].setValue(sizeof keys[i], reinterpret_cast<unsigned char*>(&keys[i]));
+    }
+    return answer(link, messageCode::instanciateAnswer, {records.get(), keys.size()});
+}
+
+}  // namespace
+
+bool unpackNotifyMessage(long handle, unsigned int nbBytes, unsigned char* bytes) {
+    return unpack(notifyChange, handle, nbBytes, bytes);
+}
+
+bool unpackEraseMessage(long handle, unsigned int nbBytes, unsigned char* bytes) {
+    return unpack(eraseChange, handle, nbBytes, bytes);
+}
+
+bool unpackDeinstanciateMessage(long handle, unsigned int nbBytes, unsigned char* bytes) {
+    return unpack(deinstanciateChange, handle, nbBytes, bytes);
+}
+
+bool unpackDeinstanciateOwnerMessage(long handle, unsigned int nbBytes, unsigned char* bytes) {
+    return unpack(deinstanciateOwnerChange, handle, nbBytes, bytes);
+}
+
+bool unpackInstanciateMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link) {
+    // A transaction is open, so this is its handle.
+    long handle = database->dataStartWriteTransaction();
+    Values values;
+    bool answered = false;
+    if (!values.decode(nbBytes, bytes)) {
+        OSTREL_LOG(logLevel::error, "[OstrelServer::unpackInstanciate] Unmarshall failed");
+        answer(link, messageCode::failureAnswer, {});
+    } else {
+        std::vector<unsigned int> keys;
+        answered = instanciateAll(handle, values.all(), keys) && answerKeys(link, values.all(), keys);
+    }
+    if (!answered)
+        database->dataWriteRollback(handle);
+    return answered;
+}

@@ -1,0 +1,183 @@
+#include "server/connections.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+
+#include "common/ostrelUtils.h"
+#include "server/globals.h"
+#include "server/serverModule.h"
+
+namespace {
+
+constexpr std::size_t listenerStackSize = 65536;
+
+// An event that one thread sets and another waits for with poll.
+class Event {
+public:
+    Event() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        if (fd_ < 0)
+            Die("Cannot create an event");
+    }
+    ~Event() { close(fd_); }
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+
+    int fd() const { return fd_; }
+    void set() const { eventfd_write(fd_, 1); }
+    void clear() const {
+        eventfd_t count = 0;
+        eventfd_read(fd_, &count);
+    }
+
+private:
+    int fd_;
+};
+
+Event& newClients() {
+    static Event event;
+    return event;
+}
+
+Event& stopWanted() {
+    static Event event;
+    return event;
+}
+
+std::atomic<bool> stopping{false};
+std::atomic<bool> listenerGone{false};
+std::atomic<pid_t> listenerProcess{0};  // the process that has the thread; 0 before it is made
+thread_local bool holdsLock = false;
+thread_local bool isListener = false;
+
+// Attributes of a detached thread with the listener's stack.
+class ListenerAttributes {
+public:
+    ListenerAttributes() {
+        pthread_attr_init(&attributes_);
+        pthread_attr_setdetachstate(&attributes_, PTHREAD_CREATE_DETACHED);
+        pthread_attr_setstacksize(&attributes_, listenerStackSize);
+    }
+    ~ListenerAttributes() { pthread_attr_destroy(&attributes_); }
+    ListenerAttributes(const ListenerAttributes&) = delete;
+    ListenerAttributes& operator=(const ListenerAttributes&) = delete;
+
+    const pthread_attr_t* get() const { return &attributes_; }
+
+private:
+    pthread_attr_t attributes_;
+};
+
+// False when the listener is to leave instead.
+bool waitForClient() {
+    pollfd waits[] = {{chaussette.fd, POLLIN, 0}, {stopWanted().fd(), POLLIN, 0}};
+    while (poll(waits, 2, -1) < 0) {
+    }
+    return !stopping;
+}
+
+void logConnections() {
+    if ((printMask & logLevel::debug) == 0)
+        return;
+    int index = 0;
+    for (const ostrelConnection* connection : listOfConnection) {
+        OSTREL_LOG_AS("listener", logLevel::debug, "\tCnx:%02d Fd:%02d Name:%s", index++, connection->fd,
+                      printable(connection->name.get()));
+    }
+}
+
+void appendConnection(int fd) {
+    auto connection = std::make_unique<ostrelConnection>();
+    connection->link = std::make_unique<ostrelLink>(fd);
+    connection->fd = fd;
+    BllGuard guard;
+    // exit is running and the list may be gone: the client sees its socket close.
+    if (stopping)
+        return;
+    listOfConnection.push_back(connection.get());
+    connection.release();
+    logConnections();
+}
+
+}  // namespace
+
+BllGuard::BllGuard() {
+    if (pthread_mutex_lock(&bllLock) != 0)
+        Die("BLL Lock failed");
+    holdsLock = true;
+}
+
+BllGuard::~BllGuard() {
+    holdsLock = false;
+    if (pthread_mutex_unlock(&bllLock) != 0)
+        Die("BLL Unlock failed");
+}
+
+bool startListener() {
+    // Made before the handler below is registered, so that they outlive it.
+    newClients();
+    stopWanted();
+
+    sigset_t forMainThread;
+    sigset_t before;
+    sigemptyset(&forMainThread);
+    for (int number : {SIGHUP, SIGINT, SIGTERM, SIGQUIT})
+        sigaddset(&forMainThread, number);
+    pthread_sigmask(SIG_BLOCK, &forMainThread, &before);
+    pthread_t thread{};
+    int result = pthread_create(&thread, ListenerAttributes().get(), listener, nullptr);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (result != 0)
+        return false;
+    listenerProcess = getpid();
+    // Runs before the destructors of the globals, which were made earlier.
+    std::atexit(stopListener);
+    return true;
+}
+
+void stopListener() {
+    // A child that a plug-in forked has no listener to wait for.
+    if (listenerProcess != getpid() || isListener)
+        return;
+    stopping = true;
+    // Ends the retries of a failing accept.
+    quitRequested = 1;
+    stopWanted().set();
+    // The listener may be waiting for the lock with a client in its hands.
+    if (holdsLock) {
+        holdsLock = false;
+        pthread_mutex_unlock(&bllLock);
+    }
+    listenerGone.wait(false);
+}
+
+void* listener(void*) {
+    isListener = true;
+    while (waitForClient()) {
+        int fd = chaussette.getNewConnection();
+        if (fd < 0)
+            continue;
+        appendConnection(fd);
+        newClients().set();
+    }
+    listenerGone = true;
+    listenerGone.notify_all();
+    return nullptr;
+}
+
+void removeCnx(int index) {
+    BllGuard guard;
+    auto place = listOfConnection.begin() + index;
+    std::unique_ptr<ostrelConnection> connection(*place);
+    OSTREL_LOG(logLevel::error, "%s", connection->name ? connection->name.get() : "");
+    listOfConnection.erase(place);
+}
+
+int newClientsFd() { return newClients().fd(); }
+
+void clearNewClients() { newClients().clear(); }

@@ -1,0 +1,99 @@
+#include "server/dispatcher.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+#include "common/marshalling.h"
+#include "common/messageCodes.h"
+#include "common/ostrelUtils.h"
+#include "server/connections.h"
+#include "server/mainLoop.h"
+#include "server/readRequests.h"
+#include "server/serverModule.h"
+#include "server/writeSequence.h"
+
+namespace {
+
+using Payload = std::span<unsigned char>;
+using ReadHandler = int (*)(unsigned int, unsigned char*, ostrelLink*);
+
+constexpr char popMessageName[] = "popMessage";
+constexpr std::size_t codeSize = 4;
+
+bool serveConnect(ostrelConnection& connection, Payload payload) {
+    constexpr std::size_t nameAt = 8;
+    std::size_t length = payload.size() < nameAt ? 0 : readWord(payload.data() + codeSize);
+    if (payload.size() < nameAt || length > payload.size() - nameAt) {
+        OSTREL_LOG_AS(popMessageName, logLevel::error,
+                      "[ostrServer::PopMessage] Malformed connect message (size %d)",
+                      static_cast<int>(payload.size()));
+        return false;
+    }
+    auto name = std::make_unique<char[]>(length + 1);
+    std::memcpy(name.get(), payload.data() + nameAt, length);
+    {
+        BllGuard guard;  // the listener reads the names
+        connection.name = std::move(name);
+    }
+    OSTREL_LOG_AS(popMessageName, logLevel::error, "[ostrServer::PopMessage] Got connect from %s",
+                  connection.name.get());
+    connection.connected = 1;
+    return true;
+}
+
+// True unless the answer could not be sent whole: the client could not make sense of what follows.
+bool serveRead(ReadHandler handler, ostrelConnection& connection, Payload payload) {
+    Payload body = payload.subspan(codeSize);
+    BllGuard guard;
+    handler(static_cast<unsigned int>(body.size()), body.data(), connection.link.get());
+    return connection.link->usable();
+}
+
+bool serveWriteSequence(ostrelConnection& connection) {
+    OSTREL_LOG_AS(popMessageName, logLevel::debug, "[OSTREL SERVER] Start Writing sequence");
+    BllGuard guard;
+    bool keep = HandleWriteSequence(&connection);
+    OSTREL_LOG_AS(popMessageName, logLevel::debug, "[OSTREL SERVER] End Writing sequence");
+    return keep;
+}
+
+}  // namespace
+
+bool popMessage(ostrelConnection* connection) {
+    std::array<unsigned char, receiveBufferSize> buffer;
+    unsigned int size = 0;
+    if (!connection->link->receiveReadyMessage(buffer.size(), &size, buffer.data())) {
+        OSTREL_LOG(logLevel::debug, "received message error or closed socket, from client %s",
+                   printable(connection->name.get()));
+        return false;
+    }
+    if (size < codeSize) {
+        OSTREL_LOG(logLevel::error, "[ostrServer::PopMessage] Message without a code (size %d)",
+                   static_cast<int>(size));
+        return false;
+    }
+    Payload payload(buffer.data(), size);
+    std::uint32_t code = readWord(payload.data());
+    switch (code) {
+        case messageCode::connect:
+            return serveConnect(*connection, payload);
+        case messageCode::read:
+            return serveRead(unpackReadMessage, *connection, payload);
+        case messageCode::ownerQty:
+            OSTREL_LOG(logLevel::debug, "[ostrServer] Got get owner qty message");
+            return serveRead(unpackGetOwnerQtyMessage, *connection, payload);
+        case messageCode::pKeyList:
+            OSTREL_LOG(logLevel::debug, "[ostrServer] Got get primary key list message");
+            return serveRead(unpackGetPKeyListMessage, *connection, payload);
+        case messageCode::startWriting:
+            return serveWriteSequence(*connection);
+        case messageCode::shutdown:
+            shutdownServer();
+        default:
+            OSTREL_LOG(logLevel::error, "[ostrServer::PopMessage] Got unknown message 0x%x (size %d)", code,
+                       static_cast<int>(size));
+            return true;
+    }
+}

@@ -1,0 +1,27 @@
+// What the functions that the server exports to its plug-ins have in common: they believe no pointer to be
+// there, and no exception leaves them.
+#pragma once
+
+#include <exception>
+#include <initializer_list>
+
+#include "ostrel/plugin.h"
+
+// False, with a line in the log, when a pointer is null. function: the exported function, for that line.
+bool validArguments(const char* function, std::initializer_list<const void*> pointers);
+// The same for a list to be written and for one value of it.
+bool validList(const char* function, const OstrelValues& list);
+
+// Writes the line for a function that ran into an exception.
+void logFenced(const char* function, const char* what);
+
+// The body's result, or failed when it throws.
+template <typename Body, typename Result>
+Result fenced(const char* function, Result failed, Body body) {
+    try {
+        return body();
+    } catch (const std::exception& exception) {
+        logFenced(function, exception.what());
+    }
+    return failed;
+}

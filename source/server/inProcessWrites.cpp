@@ -1,0 +1,166 @@
+// The writes that the server exports to its plug-ins. The server's phase decides whether one is applied at
+// once, stored for the replay, or ends the daemon.
+//
+// Main thread, inside a plug-in's entry; nothing here takes a lock.
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "common/ostrelUtils.h"
+#include "server/deinstanciateKind.h"
+#include "server/globals.h"
+#include "server/inProcess.h"
+#include "server/serverModule.h"
+#include "server/storedOperations.h"
+#include "server/transaction.h"
+
+namespace {
+
+enum class Decision { applyNow, postpone };
+
+// verb: what the function does, for the line that says why the daemon ends.
+Decision decide(const char* function, const char* verb) {
+    switch (state) {
+        case phase::writingConf:
+            OSTREL_LOG_AS(function, logLevel::error,
+                          "error: a client is not allowed to %s value in its writing state !", verb);
+            std::exit(-1);
+        case phase::loading:
+        case phase::restarting:
+            OSTREL_LOG_AS(function, logLevel::debug, "postponing write");
+            return Decision::postpone;
+        default:
+            return Decision::applyNow;
+    }
+}
+
+// A copy of its own: the original stays the plug-in's.
+std::unique_ptr<OstrelValue> copyOf(const OstrelValue& value) {
+    auto copy = std::make_unique<OstrelValue>(value.name, value.value, value.size, value.type, value.pKey,
+                                              value.owner);
+    if (value.tpltName != nullptr)
+        copy->setTpltName(value.tpltName);
+    copy->deinstanciateKind = value.deinstanciateKind;
+    return copy;
+}
+
+void store(std::unique_ptr<OstrelValue> record) {
+    listOfStoredValues.push_back(record.get());
+    record.release();
+}
+
+// A write carries no template name: it would make the record an instantiation.
+void storeWrites(const OstrelValues& values) {
+    for (int i = 0; i < values.count; ++i) {
+        const OstrelValue& value = *values.values[i];
+        store(std::make_unique<OstrelValue>(value.name, value.value, value.size, value.type, value.pKey,
+                                            value.owner));
+    }
+}
+
+int applyWrites(const OstrelValues& values) {
+    long handle = database->dataStartWriteTransaction();
+    if (handle == invalidTransaction) {
+        OSTREL_LOG_AS("OstrelClientWriteValues", logLevel::error,
+                      "warning, dataStartWriteTransaction returned invalid handle");
+        return 0;
+    }
+    for (int i = 0; i < values.count; ++i) {
+        if (!OstrelDoWrite(handle, values.values[i]))
+            return 0;
+    }
+    return database->dataCommit(handle) == 0 ? 1 : 0;
+}
+
+// Applies one removal or instantiation in a transaction of its own.
+int applyOne(const char* function, OstrelValue& operation, bool (*applier)(long, OstrelValue*)) {
+    long handle = database->dataStartWriteTransaction();
+    if (handle == invalidTransaction) {
+        OSTREL_LOG_AS(function, logLevel::error, "Cannot start write transaction");
+        return 0;
+    }
+    return applier(handle, &operation) && database->dataCommit(handle) == 0 ? 1 : 0;
+}
+
+int deinstanciate(const char* function, const char* name, unsigned int kind, unsigned int pKey,
+                  unsigned int owner) {
+    if (!validArguments(function, {name}))
+        return 0;
+    return fenced(function, 0, [=] {
+        OstrelValue operation(name, nullptr, 0, ostrelTypeNone, pKey, owner);
+        operation.deinstanciateKind = kind;
+        if (decide(function, "instanciate") == Decision::postpone) {
+            store(copyOf(operation));
+            return 1;
+        }
+        if (applyOne(function, operation, ostrelDoDeinstanciate) != 1)
+            return 0;
+        // Told to the plug-ins if a broadcast is still to come: not by the one that is running.
+        addChanged(name);
+        return 1;
+    });
+}
+
+}  // namespace
+
+int OstrelClientWriteValues(OstrelValues* values) {
+    if (values == nullptr) {
+        OSTREL_LOG(logLevel::debug, "nothing to write");
+        return 0;
+    }
+    if (!validList(__func__, *values))
+        return 0;
+    OstrelClientDumpValues(values);
+    const char* function = __func__;
+    return fenced(function, 0, [=] {
+        if (decide(function, "write") == Decision::applyNow)
+            return applyWrites(*values);
+        storeWrites(*values);
+        return 1;
+    });
+}
+
+int OstrelClientWriteVectorElements(OstrelValues* values, unsigned int index) {
+    if (!validArguments(__func__, {values}) || !validList(__func__, *values))
+        return 0;
+    for (int i = 0; i < values->count; ++i)
+        values->values[i]->pKey = index;
+    return OstrelClientWriteValues(values);
+}
+
+int OstrelClientWriteVectorElement(OstrelValue* value, unsigned int index) {
+    if (!validArguments(__func__, {value}))
+        return 0;
+    OstrelValues list{&value, 1};
+    return OstrelClientWriteVectorElements(&list, index);
+}
+
+int OstrelClientWriteValue(OstrelValue* value) {
+    if (!validArguments(__func__, {value}))
+        return 0;
+    OstrelValues list{&value, 1};
+    return OstrelClientWriteValues(&list);
+}
+
+int OstrelClientDeinstanciate(const char* name, unsigned int pKey) {
+    return deinstanciate(__func__, name, deinstanciateKind::one, pKey, 0);
+}
+
+int OstrelClientDeinstanciateOwner(const char* name, unsigned int owner) {
+    return deinstanciate(__func__, name, deinstanciateKind::owners, 0, owner);
+}
+
+int ostrelClientInstanciateStructure(const char* tpltName, const char* name, unsigned int owner) {
+    if (!validArguments(__func__, {tpltName, name}))
+        return 0;
+    const char* function = __func__;
+    return fenced(function, 0, [=] {
+        OstrelValue operation(name, nullptr, 0, ostrelTypeNone, 0, owner);
+        operation.setTpltName(tpltName);
+        if (decide(function, "instanciate") == Decision::postpone) {
+            store(copyOf(operation));
+            return 1;
+        }
+        return applyOne(function, operation, ostrelDoInstanciate);
+    });
+}

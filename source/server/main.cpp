@@ -1,0 +1,133 @@
+// Start-up: from the command line to the main loop.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+
+#include "common/cliArgs.h"
+#include "common/ostrelUtils.h"
+#include "server/connections.h"
+#include "server/globals.h"
+#include "server/mainLoop.h"
+#include "server/plugins.h"
+#include "server/serverModule.h"
+#include "server/signals.h"
+#include "server/storedOperations.h"
+
+namespace {
+
+constexpr unsigned int port = 9910;
+constexpr int defaultMask = 3;
+constexpr int verboseMask = 7;
+constexpr std::chrono::seconds peerStall{5};
+
+char defaultLogFile[] = "/var/log/ostrel.log";
+
+struct Options {
+    int help = 0;
+    int debug = 0;
+    int verbose = 0;
+    int reduced = 0;
+    int keyCreateAllowed = 0;
+};
+
+// False when there is nothing to run: the usage has been printed.
+bool parseOptions(int argc, char** argv, Options& options) {
+    TParser_Arg table[] = {
+        {"-h", "--help", "this help message", "", &options.help, CLIARG_FLAG, 0, 0},
+        {"-l", "--log", "log file", defaultLogFile, &logFileName, CLIARG_STRING, 0, 0},
+        {"-d", "--debug", "run in debug mode", "", &options.debug, CLIARG_FLAG, 0, 0},
+        {"-v", "--verbose", "verbose", "", &options.verbose, CLIARG_FLAG, 0, 0},
+        {"-r", "--reduced", "reduced mode, only start essential plugins", "", &options.reduced, CLIARG_FLAG,
+         0, 0},
+        {nullptr, "--key-create-allowed", "non-existing keys can be created", "", &options.keyCreateAllowed,
+         CLIARG_FLAG, 0, 0},
+        {nullptr, nullptr, nullptr, nullptr, nullptr, 0, 0, 0},
+    };
+    if (CliArgs_Parse(table, argc - 1, argv + 1) == 1 && options.help == 0)
+        return true;
+    CliArgs_Usage(argv[0], table);
+    return false;
+}
+
+// Detaches: the parent ends, the child goes on without a terminal, its output in the log file.
+void Daemonize() {
+    for (int number : {SIGUSR1, SIGUSR2, SIGPIPE})
+        std::signal(number, SIG_IGN);
+    pid_t child = fork();
+    if (child < 0) {
+        OSTREL_LOG(logLevel::error, "error: fork");
+        std::exit(0);
+    }
+    if (child > 0)
+        std::exit(0);
+    setsid();
+    int null = open("/dev/null", O_RDWR);
+    if (null < 0)
+        std::exit(1);
+    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        dup2(null, fd);
+    if (null > STDERR_FILENO)
+        close(null);
+    if (logFileName == nullptr)
+        logFileName = defaultLogFile;
+    OpenLog(logFileName);
+}
+
+void openLog(const Options& options) {
+    ostrelShowPrefix(1);
+    ostrelSetPrintLevel(options.verbose != 0 ? verboseMask : defaultMask);
+    installHangUpHandler();
+    if (options.debug == 0) {
+        Daemonize();
+        return;
+    }
+    if (logFileName != nullptr)
+        OpenLog(logFileName);
+    installQuitHandlers();
+}
+
+void logStart() {
+    constexpr char function[] = "main";
+    OSTREL_LOG_AS(function, logLevel::notice, "** Ostrel v0.1 starting...**");
+    OSTREL_LOG_AS(function, logLevel::notice, "default db:  /vemra/default/ostrDbDflt.txt");
+    OSTREL_LOG_AS(function, logLevel::notice, "db:          /vemra/var/ostrdb.txt");
+    OSTREL_LOG_AS(function, logLevel::notice, "db tmplt:    /vemra/default/ostrDbTmplt.txt");
+}
+
+void openDatabase(const Options& options) {
+    static ostrelDbCfg configuration{};
+    configuration.keyCreateAllowed = options.keyCreateAllowed != 0;
+    database = new ostrelDb(&configuration);
+}
+
+// From here on clients can connect; they are served once the main loop runs.
+void startServing() {
+    ostrelLink::limits = {peerStall, &quitRequested};
+    if (!chaussette.bindTo(port))
+        Die("Cannot bind");
+    if (pthread_mutex_init(&bllLock, nullptr) != 0)
+        Die("Cannot init the BLL");
+    if (!startListener())
+        Die("Cannot spawn listener thread");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    if (!parseOptions(argc, argv, options))
+        return 0;
+    openLog(options);
+    logStart();
+    openDatabase(options);
+    startServing();
+    state = phase::loading;
+    loadPlugins(options.reduced);
+    state = phase::idle;
+    popBackStoredMessage();
+    OSTREL_LOG(logLevel::debug, "[ostrel] Plugins loaded, entering main loop");
+    mainLoop();
+}

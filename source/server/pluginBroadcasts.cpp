@@ -1,0 +1,78 @@
+#include <algorithm>
+
+#include "common/ostrelUtils.h"
+#include "server/globals.h"
+#include "server/pluginRecord.h"
+#include "server/plugins.h"
+#include "server/pluginsModule.h"
+
+namespace {
+
+OstrelClientPlugin& pluginAt(int place) { return *listOfClients[static_cast<std::size_t>(place)]; }
+
+bool watchesAny(OstrelClientPlugin& plugin, const std::vector<OstrelValue*>& changes) {
+    for (const OstrelValue* change : changes) {
+        if (plugin.matchWatchedName(change->name))
+            return true;
+    }
+    return false;
+}
+
+// The places of the plug-ins that watch a changed key, in restart order.
+std::vector<int> selectPlugins(const std::vector<OstrelValue*>& changes) {
+    std::vector<int> selection;
+    for (int place = 0; place < static_cast<int>(listOfClients.size()); ++place) {
+        if (watchesAny(pluginAt(place), changes))
+            selection.push_back(place);
+    }
+    std::stable_sort(selection.begin(), selection.end(), RestartSort);
+    return selection;
+}
+
+// True when a plug-in asked for a reboot.
+bool restartAll(const std::vector<int>& selection) {
+    bool rebootWanted = false;
+    for (int place : selection) {
+        OstrelClientPlugin& plugin = pluginAt(place);
+        bool reboot = false;
+        if (!plugin.restart(&reboot))
+            OSTREL_LOG_AS("PluginBroadcastChange", logLevel::error, "[Warning] restart failed for client :%s",
+                          printable(plugin.moduleName));
+        rebootWanted = rebootWanted || reboot;
+    }
+    return rebootWanted;
+}
+
+}  // namespace
+
+bool RestartSort(int a, int b) { return pluginAt(a).restartPriority < pluginAt(b).restartPriority; }
+
+int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
+    std::vector<int> selection = selectPlugins(changes);
+    state = phase::writingConf;
+    for (int place : selection) {
+        OstrelClientPlugin& plugin = pluginAt(place);
+        if (!plugin.writeConf())
+            OSTREL_LOG(logLevel::error, "[Warning] writeConf failed for client :%s",
+                       printable(plugin.moduleName));
+    }
+    if (!selection.empty()) {
+        state = phase::restarting;
+        if (restartAll(selection))
+            OSTREL_LOG(logLevel::notice, "[OstrelServer] REBOOT REQUIRED");
+    }
+    state = phase::serving;
+    return 1;
+}
+
+void PluginBroadcastTrigger(std::vector<OstrelValue*> changes) {
+    for (OstrelClientPlugin* plugin : listOfClients) {
+        for (const OstrelValue* change : changes) {
+            if (!plugin->matchTriggerName(change->name))
+                continue;
+            OSTREL_LOG(logLevel::debug, "[OstrelServer] Trigger %s works for module %s, invoking callback",
+                       change->name, printable(plugin->moduleName));
+            plugin->trigger(change->name);
+        }
+    }
+}

@@ -1,0 +1,145 @@
+#include <dirent.h>
+#include <dlfcn.h>
+
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "common/ostrelUtils.h"
+#include "server/globals.h"
+#include "server/pluginRecord.h"
+#include "server/plugins.h"
+#include "server/pluginsModule.h"
+
+namespace {
+
+constexpr char pluginDirectory[] = "/vemra/default/ostrPlugins";
+constexpr std::string_view pluginSuffix = ".ostr";
+
+struct LibraryCloser {
+    void operator()(void* handle) const { dlclose(handle); }
+};
+using Library = std::unique_ptr<void, LibraryCloser>;
+
+struct DirectoryCloser {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, DirectoryCloser>;
+
+bool isPluginName(std::string_view name) {
+    std::size_t dot = name.rfind('.');
+    return dot != std::string_view::npos && name.substr(dot) == pluginSuffix;
+}
+
+// The plug-in's table; null when it has none or throws.
+OstrelIoFuncs_t* askForTable(OstrelIoFuncs_t* (*getIoFuncs)()) {
+    try {
+        return getIoFuncs();
+    } catch (const std::exception&) {
+    } catch (...) {
+    }
+    return nullptr;
+}
+
+// The table that the library exports, when it can be used; otherwise null, after a line in the log.
+OstrelIoFuncs_t* findTable(void* library, const char* fileName) {
+    constexpr char function[] = "loadOnePlugin";
+    auto getIoFuncs = reinterpret_cast<OstrelIoFuncs_t* (*)()>(dlsym(library, "ostrelGetIoFuncs"));
+    if (getIoFuncs == nullptr) {
+        OSTREL_LOG_AS(function, logLevel::error, "error: IoBlock function not exported in plugin %s",
+                      fileName);
+        return nullptr;
+    }
+    OstrelIoFuncs_t* table = askForTable(getIoFuncs);
+    if (table == nullptr) {
+        OSTREL_LOG_AS(function, logLevel::error, "error: no IoBlock returned by plugin %s", fileName);
+        return nullptr;
+    }
+    if (table->init == nullptr || table->restart == nullptr || table->getWatchedValues == nullptr) {
+        OSTREL_LOG_AS(function, logLevel::error,
+                      "error: IoBlock of plugin %s lacks init, restart or getWatchedValues", fileName);
+        return nullptr;
+    }
+    return table;
+}
+
+void loadDirectory(int reduced) {
+    constexpr char function[] = "loadPlugins";
+    Directory directory(opendir(pluginDirectory));
+    OSTREL_LOG_AS(function, logLevel::debug, "Plugins dir: %s", pluginDirectory);
+    if (!directory)
+        Die("Cannot open plugin dir");
+    while (const dirent* entry = readdir(directory.get())) {
+        if (!isPluginName(entry->d_name))
+            continue;
+        std::array<char, 1024> path{};
+        std::snprintf(path.data(), path.size(), "%s/%s", pluginDirectory, entry->d_name);
+        loadOnePlugin(path.data(), reduced);
+    }
+}
+
+}  // namespace
+
+void loadPlugins(int reduced) {
+    loadDirectory(reduced);
+    if (listOfClients.empty())
+        Die("No plugins loaded");
+    OSTREL_LOG(logLevel::debug, "Loaded %d plugins", static_cast<int>(listOfClients.size()));
+    OSTREL_LOG(logLevel::debug, "Sorting plugins...");
+    sortPlugins();
+    OSTREL_LOG(logLevel::debug, "Initializing plugins...");
+    for (OstrelClientPlugin* plugin : listOfClients) {
+        plugin->initIo();
+        OSTREL_LOG(logLevel::debug, "Plugin %s/%s initialized (prio %d)", plugin->shortFileName,
+                   printable(plugin->moduleName), static_cast<int>(plugin->loadPriority));
+    }
+}
+
+bool loadOnePlugin(const char* fileName, int reduced) {
+    OSTREL_LOG(logLevel::debug, "Loading plugin: %s", fileName);
+    Library library(dlopen(fileName, RTLD_NOW));
+    if (!library) {
+        OSTREL_LOG(logLevel::error, "error: file %s cannot load as plugin, er=%s", fileName,
+                   printable(dlerror()));
+        return false;
+    }
+    if (reduced != 0 && dlsym(library.get(), "ostrelClientEssentialFunc") == nullptr) {
+        OSTREL_LOG(logLevel::error, "[ostrel] This plugin is not essential, skipping it");
+        return false;
+    }
+    OstrelIoFuncs_t* table = findTable(library.get(), fileName);
+    if (table == nullptr)
+        return false;
+
+    auto plugin = std::make_unique<OstrelClientPlugin>(fileName);
+    plugin->setIo(table);
+    OSTREL_LOG(logLevel::debug, "   short filename: %s", plugin->shortFileName);
+    OSTREL_LOG(logLevel::debug, "   load priority:  %d", static_cast<int>(plugin->loadPriority));
+    OSTREL_LOG(logLevel::debug, "   src filename:   %s", printable(table->srcFileName));
+    listOfClients.push_back(plugin.get());
+    plugin.release()->dlHandle = library.release();
+    return true;
+}
+
+// The order of equal priorities is what this exchange sort makes of the directory's order.
+bool sortPlugins() {
+    for (std::size_t i = 0; i + 1 < listOfClients.size(); ++i) {
+        for (std::size_t j = i + 1; j < listOfClients.size(); ++j) {
+            if (listOfClients[i]->loadPriority > listOfClients[j]->loadPriority)
+                std::swap(listOfClients[i], listOfClients[j]);
+        }
+    }
+    return true;
+}
+
+void unloadPlugins() {
+    for (OstrelClientPlugin* plugin : listOfClients) {
+        plugin->closeIo();
+        dlclose(plugin->dlHandle);
+        delete plugin;
+    }
+    listOfClients.clear();
+}

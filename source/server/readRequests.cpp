@@ -1,0 +1,136 @@
+#include "server/readRequests.h"
+
+#include <array>
+#include <cstring>
+#include <new>
+#include <optional>
+#include <vector>
+
+#include "common/marshalling.h"
+#include "common/messageCodes.h"
+#include "common/ostrelLink.h"
+#include "common/ostrelUtils.h"
+#include "server/globals.h"
+#include "server/serverModule.h"
+
+namespace {
+
+constexpr std::size_t valueRoom = 4096;
+
+using Entries = std::vector<Parameter>;
+// The answer, or nothing when the request is answered with a failure.
+using Answer = std::optional<ParametersBuilder>;
+
+// A key's name with the NUL that the database wants.
+class KeyName {
+public:
+    explicit KeyName(std::string_view name) { text_[name.copy(text_.data(), longestName)] = '\0'; }
+    const char* text() const { return text_.data(); }
+
+private:
+    std::array<char, longestName + 1> text_;
+};
+
+Parameter numberEntry(std::string_view name, const std::uint32_t& number) {
+    return {.name = name,
+            .value = {reinterpret_cast<const unsigned char*>(&number), sizeof number},
+            .tpltName = {}};
+}
+
+// Reads one value into the answer. False, with a line in the log, when the database does not give it.
+bool addValue(ParametersBuilder& answer, const Parameter& entry) {
+    constexpr char function[] = "unpackReadMessage";
+    std::array<unsigned char, valueRoom> value;
+    std::uint32_t pKey = entry.valueAsNumber();
+    std::memcpy(value.data(), &pKey, sizeof pKey);
+    KeyName name(entry.name);
+    unsigned int size = 0;
+    ostrelValueType type = ostrelTypeNone;
+    bool read = OstrelClientReadValueWithPKey(name.text(), value.size(), &size, value.data()) == 1;
+    if (!read)
+        OSTREL_LOG_AS(function, logLevel::error,
+                      "[ostrelReply] OstrelClientReadValue call failed for value=<%s>", name.text());
+    bool typed = OstrelClientGetType(name.text(), pKey, &type) == 1;
+    if (!typed)
+        OSTREL_LOG_AS(function, logLevel::error,
+                      "[ostrelReply] OstrelClientGetType call failed for value=<%s>", name.text());
+    if (!read || !typed)
+        return false;
+    answer.add({.name = entry.name, .value = {value.data(), size}, .type = type, .tpltName = {}});
+    return true;
+}
+
+Answer answerRead(const Entries& entries) {
+    ParametersBuilder answer(messageCode::readAnswer);
+    bool complete = true;
+    for (const Parameter& entry : entries)
+        complete = addValue(answer, entry) && complete;
+    return complete ? Answer(std::move(answer)) : std::nullopt;
+}
+
+Answer answerOwnerQty(const Entries& entries) {
+    ParametersBuilder answer(messageCode::ownerQtyAnswer);
+    for (const Parameter& entry : entries) {
+        auto quantity = static_cast<std::uint32_t>(
+            database->getVectorSize(KeyName(entry.name).text(), entry.valueAsNumber()));
+        answer.add(numberEntry(entry.name, quantity));
+    }
+    return answer;
+}
+
+Answer answerPKeyList(const Entries& entries) {
+    ParametersBuilder answer(messageCode::pKeyListAnswer);
+    if (entries.empty())
+        return answer;
+    const Parameter& first = entries.front();
+    std::vector<unsigned int> keys(entries.size());
+    int count = static_cast<int>(keys.size());
+    KeyName name(first.name);
+    if (database->getInstances(name.text(), first.valueAsNumber(), keys.data(), &count) != 0) {
+        OSTREL_LOG_AS("unpackGetPKeyListMessage", logLevel::error,
+                      "database->getInstances call failed for value=<%s>", name.text());
+        return std::nullopt;
+    }
+    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i)
+        answer.add(numberEntry(entries[i].name, keys[i]));
+    return answer;
+}
+
+// Parses, lets the handler answer, sends. function: the handler's name in the log.
+int serve(const char* function, Answer (*answerTo)(const Entries&), unsigned int nbBytes,
+          unsigned char* bytes, ostrelLink* link) {
+    Answer answer;
+    try {
+        auto entries = parseParameters({bytes, nbBytes});
+        if (entries)
+            answer = answerTo(*entries);
+        else
+            OSTREL_LOG_AS(function, logLevel::error, "[OstrelServer::%s] Unmarshall failed", function);
+        bool failed = !answer;
+        if (failed)
+            answer.emplace(messageCode::failureAnswer);
+        auto list = answer->bytes();
+        if (!link->sendMessage(static_cast<unsigned int>(list.size()), list.data())) {
+            OSTREL_LOG_AS(function, logLevel::error, "[ostrelEvent:read] Send message failed");
+            failed = true;
+        }
+        return failed ? 0 : 1;
+    } catch (const std::bad_alloc&) {
+        OSTREL_LOG_AS(function, logLevel::error, "[ostrelEvent:read] Marshalling message failed");
+        return 0;
+    }
+}
+
+}  // namespace
+
+int unpackReadMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link) {
+    return serve(__func__, answerRead, nbBytes, bytes, link);
+}
+
+int unpackGetOwnerQtyMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link) {
+    return serve(__func__, answerOwnerQty, nbBytes, bytes, link);
+}
+
+int unpackGetPKeyListMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link) {
+    return serve(__func__, answerPKeyList, nbBytes, bytes, link);
+}

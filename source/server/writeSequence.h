@@ -1,0 +1,8 @@
+// A transaction driven by one client: from its start message to commit, rollback or failure.
+#pragma once
+
+struct ostrelConnection;
+
+// Receives and serves the sequence's messages. True: committed, or rolled back on request; false: the caller
+// drops the connection. Main thread, with bllLock held; plug-ins are called after a commit.
+bool HandleWriteSequence(ostrelConnection* connection);

@@ -1,0 +1,140 @@
+#include "client.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "common/marshalling.h"
+
+namespace {
+
+constexpr int answerTimeoutMs = 20000;
+
+std::optional<std::string> receiveBytes(int fd, std::size_t size) {
+    if (fd == -1)
+        return std::nullopt;
+    std::string bytes(size, '\0');
+    for (std::size_t got = 0; got < size;) {
+        pollfd wait{fd, POLLIN, 0};
+        if (poll(&wait, 1, answerTimeoutMs) != 1) {
+            ADD_FAILURE() << "the daemon does not answer";
+            return std::nullopt;
+        }
+        ssize_t received = read(fd, bytes.data() + got, size - got);
+        if (received <= 0)
+            return std::nullopt;
+        got += static_cast<std::size_t>(received);
+    }
+    return bytes;
+}
+
+std::uint32_t wordAt(const std::string& bytes, std::size_t at) {
+    return readWord(reinterpret_cast<const unsigned char*>(bytes.data()) + at);
+}
+
+}  // namespace
+
+std::string word(std::uint32_t number) { return {reinterpret_cast<const char*>(&number), sizeof number}; }
+
+std::string text(const std::string& value) { return {value.c_str(), value.size() + 1}; }
+
+Entry dword(const std::string& name, std::uint32_t number, std::uint32_t pKey) {
+    return {.name = name, .value = word(number), .type = ostrelTypeDword, .pKey = pKey};
+}
+
+Entry question(const std::string& name, std::uint32_t number) {
+    return {.name = name, .value = word(number)};
+}
+
+std::string list(std::uint32_t code, const std::vector<Entry>& entries) {
+    ParametersBuilder builder(code);
+    for (const Entry& entry : entries) {
+        auto* bytes = reinterpret_cast<const unsigned char*>(entry.value.data());
+        builder.add(
+            {entry.name, {bytes, entry.value.size()}, entry.type, entry.pKey, entry.owner, entry.tpltName});
+    }
+    auto bytes = builder.bytes();
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+std::string frame(const std::string& payload) {
+    return word(static_cast<std::uint32_t>(payload.size())) + word(0) + payload;
+}
+
+Client::Client() : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{AF_UNIX, "/tmp/ostrel.sock"};
+    if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), 18) != 0) {
+        close(fd_);
+        fd_ = -1;
+    }
+}
+
+Client::~Client() {
+    if (fd_ != -1)
+        close(fd_);
+}
+
+void Client::sendRaw(const std::string& bytes) const {
+    std::size_t sent = 0;
+    while (sent < bytes.size()) {
+        ssize_t count = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (count < 0)
+            return;
+        sent += static_cast<std::size_t>(count);
+    }
+}
+
+void Client::sayName(const std::string& name) const {
+    send(word(1) + word(static_cast<std::uint32_t>(name.size())) + name);
+}
+
+std::optional<Reply> Client::receive() const {
+    auto header = receiveBytes(fd_, 8);
+    if (!header)
+        return std::nullopt;
+    auto payload = receiveBytes(fd_, wordAt(*header, 0));
+    if (!payload)
+        return std::nullopt;
+    Reply reply{wordAt(*payload, 0), {}};
+    auto* bytes = reinterpret_cast<const unsigned char*>(payload->data());
+    auto entries = parseParameters({bytes + 4, payload->size() - 4});
+    EXPECT_TRUE(entries.has_value());
+    for (const Parameter& entry : entries.value_or(std::vector<Parameter>()))
+        reply.entries.push_back({std::string(entry.name), std::string(entry.value.begin(), entry.value.end()),
+                                 entry.type, entry.pKey, entry.owner, std::string(entry.tpltName)});
+    return reply;
+}
+
+std::optional<Reply> Client::ask(const std::string& payload) const {
+    send(payload);
+    return receive();
+}
+
+bool Client::closed(std::chrono::milliseconds within) const {
+    pollfd wait{fd_, POLLIN, 0};
+    char byte = 0;
+    return poll(&wait, 1, static_cast<int>(within.count())) == 1 && recv(fd_, &byte, 1, MSG_DONTWAIT) <= 0;
+}
+
+std::optional<std::uint32_t> Client::number(const std::string& key, std::uint32_t pKey) const {
+    auto reply = ask(list(20, {question(key, pKey)}));
+    if (!reply || reply->code != 21)
+        return std::nullopt;
+    return wordAt(reply->entries.at(0).value, 0);
+}
+
+bool Client::commit(const std::vector<std::string>& messages) const {
+    std::string sequence = frame(list(29));
+    for (const std::string& message : messages)
+        sequence += frame(message);
+    sendRaw(sequence + frame(list(30)) + frame(list(20)));
+    for (;;) {
+        auto reply = receive();
+        if (!reply || reply->code == 21)
+            return reply.has_value();
+    }
+}

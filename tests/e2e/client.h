@@ -1,0 +1,66 @@
+// A client that speaks the protocol frame by frame, so that tests can also misuse it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ostrel/plugin.h"
+
+struct Entry {
+    std::string name;
+    std::string value{};
+    ostrelValueType type = ostrelTypeNone;
+    std::uint32_t pKey = 0;
+    std::uint32_t owner = 0;
+    std::string tpltName{};
+
+    bool operator==(const Entry&) const = default;
+};
+
+std::string word(std::uint32_t number);
+// A text value with its NUL.
+std::string text(const std::string& value);
+Entry dword(const std::string& name, std::uint32_t number, std::uint32_t pKey = 0);
+// A request entry whose value is a number: a primary key or an owner.
+Entry question(const std::string& name, std::uint32_t number = 0);
+// Code, count, entries.
+std::string list(std::uint32_t code, const std::vector<Entry>& entries = {});
+std::string frame(const std::string& payload);
+
+struct Reply {
+    std::uint32_t code = 0;
+    std::vector<Entry> entries;
+
+    bool operator==(const Reply&) const = default;
+};
+
+class Client {
+public:
+    Client();
+    ~Client();
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    int fd() const { return fd_; }
+    bool connected() const { return fd_ != -1; }
+    // Nothing is asserted: the daemon may have closed the connection.
+    void sendRaw(const std::string& bytes) const;
+    void send(const std::string& payload) const { sendRaw(frame(payload)); }
+    void sayName(const std::string& name) const;
+    // The next frame; nothing when the daemon closed the connection. A silent daemon fails the test.
+    std::optional<Reply> receive() const;
+    std::optional<Reply> ask(const std::string& payload) const;
+    // True when the daemon closes the connection in time.
+    bool closed(std::chrono::milliseconds within = std::chrono::seconds(3)) const;
+
+    // The value of one Dword; nothing when the daemon answers with a failure.
+    std::optional<std::uint32_t> number(const std::string& key, std::uint32_t pKey = 0) const;
+    // Runs a whole sequence and commits. True when it was committed.
+    bool commit(const std::vector<std::string>& messages) const;
+
+private:
+    int fd_;
+};

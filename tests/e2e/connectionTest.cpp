@@ -1,0 +1,156 @@
+// Clients that come, go, stall and misbehave.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <memory>
+#include <thread>
+
+#include "client.h"
+#include "daemon.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+class Connections : public testing::Test {
+protected:
+    Connections() {
+        daemon.defaults("a Dword 1\nlong String \"" + std::string(4000, 'x') + "\"\n");
+        daemon.start();
+    }
+
+    Daemon daemon;
+};
+
+TEST_F(Connections, NamesAreShownVerbatim) {
+    Client anonymous;
+    EXPECT_EQ(anonymous.number("a"), 1U);
+    {
+        Client client;
+        client.sayName("first");
+        client.sayName("100%s%n");
+        EXPECT_EQ(client.number("a"), 1U);
+    }
+    EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Got connect from 100%s%n\n"));
+    EXPECT_TRUE(daemon.logged("received message error or closed socket, from client 100%s%n\n"));
+    EXPECT_TRUE(daemon.logged("\033[m 100%s%n\n")) << "the removal line";
+    EXPECT_TRUE(daemon.logged("\tCnx:00 Fd:"));
+    EXPECT_TRUE(daemon.logged(" Name:(null)\n"));
+}
+
+TEST_F(Connections, UnknownCodesKeepTheConnection) {
+    Client client;
+    for (std::uint32_t code : {0U, 6U, 10U, 30U, 31U, 40U, 42U, 44U, 21U, 99U, 0x80000000U})
+        client.send(list(code));
+    EXPECT_EQ(client.number("a"), 1U);
+    EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Got unknown message 0x2c (size 8)\n"));
+    EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Got unknown message 0x80000000 (size 8)\n"));
+}
+
+TEST_F(Connections, MalformedFramesCloseTheConnectionOnly) {
+    Client good;
+    for (const std::string& bytes :
+         {frame(""), frame("abc"), frame(word(1)), frame(word(1) + word(4) + "abc"),
+          frame(word(1) + word(0xFFFFFFFF)), word(4097) + word(0),
+          word(0xFFFFFFFF) + word(0) + std::string(5000, 'x')}) {
+        Client bad;
+        bad.sendRaw(bytes);
+        EXPECT_TRUE(bad.closed());
+        EXPECT_EQ(good.number("a"), 1U);
+    }
+    EXPECT_TRUE(daemon.logged("[receive] Buffer too small 4097 vs 4096\n"));
+    Client exact;
+    exact.send(word(20) + word(0) + std::string(4088, 'x'));
+    EXPECT_EQ(exact.receive(), (Reply{21, {}})) << "a frame of the buffer's size is taken";
+}
+
+TEST_F(Connections, HalfAFrameHoldsTheDaemonForFiveSecondsAtMost) {
+    Client stuck;
+    stuck.sendRaw(frame(list(20)).substr(0, 10));
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Client().number("a"), 1U);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 8s);
+    EXPECT_TRUE(stuck.closed());
+    EXPECT_TRUE(daemon.logged("[ostrLink::rxData] Frame not complete after 5000 ms\n"));
+}
+
+TEST_F(Connections, ReaderThatStopsIsDropped) {
+    Client stuck;
+    const std::string request = list(20, std::vector<Entry>(140, question("long")));
+    stuck.send(request);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Client().number("a"), 1U);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 8s);
+    EXPECT_TRUE(daemon.logged("[ostrLink::sendData] Peer has taken nothing for 5000 ms\n"));
+    EXPECT_TRUE(daemon.logged("[ostrelEvent:read] Send message failed\n"));
+    EXPECT_EQ(stuck.receive(), std::nullopt) << "the answer is cut short";
+}
+
+TEST_F(Connections, UrgentDataRemovesTheConnectionAndHoldsNobody) {
+    Client outside;
+    ::send(outside.fd(), "!", 1, MSG_OOB);
+    EXPECT_TRUE(outside.closed());
+    Client inside;
+    inside.send(list(29));
+    ASSERT_TRUE(daemon.logged("[OstrelServer] Handle Write Sequence start\n"));
+    ::send(inside.fd(), "!", 1, MSG_OOB);
+    EXPECT_TRUE(inside.closed());
+    EXPECT_EQ(Client().number("a"), 1U);
+}
+
+// With a wait that no new client ends, each connection beside an idle one would take up to a second.
+TEST_F(Connections, NewConnectionsAreServedAtOnce) {
+    auto serveTwenty = [] {
+        auto start = std::chrono::steady_clock::now();
+        for (int i = 0; i < 20; ++i)
+            EXPECT_EQ(Client().number("a"), 1U);
+        return std::chrono::steady_clock::now() - start;
+    };
+    EXPECT_LT(serveTwenty(), 900ms);
+    Client idle;
+    EXPECT_EQ(idle.number("a"), 1U);
+    EXPECT_LT(serveTwenty(), 2s);
+}
+
+TEST_F(Connections, MoreThanAThousandAtOnce) {
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 1500; ++i)
+        clients.push_back(std::make_unique<Client>());
+    for (int i : {0, 700, 1100, 1499})
+        EXPECT_EQ(clients[static_cast<std::size_t>(i)]->number("a"), 1U);
+}
+
+TEST_F(Connections, ShutdownMessageEndsTheDaemonForAll) {
+    Client other;
+    other.sayName("other");
+    EXPECT_EQ(other.number("a"), 1U);
+    Client client;
+    client.send(list(100));
+    EXPECT_EQ(daemon.wait(), 0);
+    EXPECT_TRUE(client.closed() && other.closed());
+    EXPECT_TRUE(contains(daemon.log(), "\033[m other\n"));
+}
+
+// The sanitizers' runs of this are what it is for: at the exit a client is always just connecting.
+TEST_F(Connections, ExitIsCleanWhileClientsConnect) {
+    for (int round = 0; round < 10; ++round) {
+        std::jthread knocking([](std::stop_token stop) {
+            while (!stop.stop_requested())
+                Client().sendRaw(frame(list(20)));
+        });
+        if (round % 2 == 0) {
+            EXPECT_EQ(daemon.stop(), 0);
+        } else {
+            daemon.script("p", "watch *\nwriteConf write a 0 5\n");
+            Client().commit({list(6, {dword("a", 2)})});
+            EXPECT_EQ(daemon.wait(), 255);
+            daemon.script("p", "watch *\n");
+        }
+        knocking.request_stop();
+        knocking.join();
+        daemon.endsEarly = round % 2 == 0;
+        daemon.start();
+    }
+}
+
+}  // namespace

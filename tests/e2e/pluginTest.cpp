@@ -1,0 +1,209 @@
+// The plug-in host: loading, order, broadcasts, and what plug-ins may write when.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "client.h"
+#include "daemon.h"
+
+namespace {
+
+class Plugins : public testing::Test {
+protected:
+    Plugins() {
+        daemon.noPlugins();
+        daemon.templates("[host]\naddress Dword 1\n");
+        daemon.defaults(
+            "net.ip Dword 1\nnet.mask Dword 2\nwifi.ssid Dword 3\nother Dword 4\nc.text String \"hello\"\n"
+            "c.result Dword 0\nhost[1] instance host \"web\"\n");
+    }
+    void start() {
+        daemon.start();
+        EXPECT_TRUE(client.emplace().connected());
+    }
+    bool write(const std::string& key, std::uint32_t value) {
+        return client->commit({list(6, {dword(key, value)})});
+    }
+    std::optional<std::uint32_t> number(const std::string& key) { return client->number(key); }
+
+    Daemon daemon;
+    std::optional<Client> client;
+};
+
+TEST_F(Plugins, LoadAndRestartPrioritiesOrderTheCalls) {
+    daemon.plugin("a", "loadPriority 30\nrestartPriority 20\nwatch net*\nwatch wifi*\n");
+    daemon.plugin("b", "loadPriority 4294967295\nrestartPriority 10\nwatch net.ip\n");
+    daemon.plugin("c", "loadPriority 20\nwatch nothing\nnull die\n");
+    start();
+    EXPECT_EQ(daemon.calls(), "c init 5,a init 5,b init 5,");
+    EXPECT_TRUE(client->commit({list(6, {dword("net.ip", 5), dword("net.mask", 6), dword("wifi.ssid", 7)})}));
+    EXPECT_EQ(daemon.calls(), "b writeConf,a writeConf,b restart,a restart,");
+    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_EQ(daemon.calls(), "a die,b die,");
+    EXPECT_TRUE(contains(daemon.log(), "<<< Plugin[c.ostr].die() not done\n"));
+}
+
+TEST_F(Plugins, TriggersComeAfterTheRestartsOncePerChange) {
+    daemon.plugin("a", "watch net*\ntriggerOn net*\n");
+    daemon.plugin("b", "triggerOn net.ip\nnull getTriggerList\n");
+    start();
+    daemon.calls();
+    EXPECT_TRUE(client->commit({list(6, {dword("net.ip", 5), dword("other", 1), dword("net.mask", 6)}),
+                                list(6, {dword("net.ip", 7)})}));
+    EXPECT_EQ(daemon.calls(), "a writeConf,a restart,a trigger net.ip,a trigger net.mask,a trigger net.ip,");
+    EXPECT_TRUE(daemon.logged("[OstrelServer] Trigger net.mask works for module a, invoking callback\n"));
+    EXPECT_TRUE(daemon.logged("No trigger for that plugin getTriggerList:0 trigger:"));
+}
+
+TEST_F(Plugins, FailuresAndExceptionsStopNobodyElse) {
+    daemon.plugin("a", "restartPriority 1\nwatch *\nwriteConf return 2\nrestart reboot 1\nrestart throw\n");
+    daemon.plugin("b",
+                  "restartPriority 2\nwatch *\ntriggerOn *\nwriteConf throw\nrestart return 0\n"
+                  "restart reboot 1\ntrigger throw\n");
+    daemon.plugin("c", "restartPriority 3\nwatch *\nrestart reboot 2\n");
+    start();
+    daemon.calls();
+    EXPECT_TRUE(write("net.ip", 5));
+    EXPECT_EQ(daemon.calls(),
+              "a writeConf,b writeConf,c writeConf,a restart,b restart,c restart,b trigger net.ip,");
+    for (const char* part :
+         {"[Warning] writeConf failed for client :a\n", "[Warning] writeConf failed for client :b\n",
+          "[Warning] restart failed for client :a\n", "[Warning] restart failed for client :b\n",
+          "Plugin[a.ostr].restart() threw an exception: scripted\n",
+          "Plugin[b.ostr].writeConf() threw an exception: scripted\n",
+          "Plugin[b.ostr].trigger() threw an exception: scripted\n"})
+        EXPECT_TRUE(daemon.logged(part)) << part;
+    EXPECT_EQ(occurrences(daemon.log(), "[OstrelServer] REBOOT REQUIRED\n"), 1U);
+    EXPECT_EQ(number("net.ip"), 5U);
+}
+
+TEST_F(Plugins, WritesFromRestartAreReplayedAndBroadcast) {
+    daemon.plugin("a",
+                  "watch net.ip\nrestart write other 0 44\nrestart remove host 1\nrestart new host host dns\n"
+                  "restart read other 0\n");
+    daemon.plugin("b", "watch other\nwatch host\ntriggerOn other\ntriggerOn host\n");
+    start();
+    daemon.calls();
+    EXPECT_TRUE(write("net.ip", 5));
+    EXPECT_EQ(
+        daemon.calls(),
+        "a writeConf,a restart,a write 1,a remove 1,a new 1,a read other 1 4,b trigger other,b trigger host,"
+        "b writeConf,b restart,");
+    EXPECT_EQ(number("other"), 44U);
+    EXPECT_EQ(client->number("host.address", 2), 1U);
+    EXPECT_EQ(client->number("host.address", 1), std::nullopt);
+    EXPECT_TRUE(daemon.logged("\t**<0> Poping Stored Messages :3, other\n"));
+}
+
+TEST_F(Plugins, WritesFromInitAreAppliedBeforeTheFirstRequest) {
+    daemon.plugin("a", "init write other 0 44\ninit read other 0\nwatch other\n");
+    start();
+    EXPECT_EQ(daemon.calls(), "a init 5,a write 1,a read other 1 4,a writeConf,a restart,");
+    EXPECT_EQ(number("other"), 44U);
+}
+
+TEST_F(Plugins, WritesFromTriggerAreAppliedAtOnceAndNotBroadcast) {
+    daemon.plugin(
+        "a",
+        "triggerOn net.ip\ntrigger write other 0 44\ntrigger read other 0\ntrigger write missing 0 1\n"
+        "trigger remove host 9\ntrigger removeOwner host web\ntrigger new host host dns\n");
+    daemon.plugin("b", "watch other\n");
+    start();
+    daemon.calls();
+    EXPECT_TRUE(write("net.ip", 5));
+    EXPECT_EQ(daemon.calls(),
+              "a trigger net.ip,a write 1,a read other 1 44,a write 0,a remove 0,a removeOwner 1,a new 1,");
+    EXPECT_EQ(client->number("host.address", 2), 1U);
+    EXPECT_TRUE(daemon.logged("[ostrelServer::popBackStoredMessage] DataWrite failed for <missing>!\n"));
+}
+
+TEST_F(Plugins, WriteFromWriteConfEndsTheDaemonButKeepsTheCommit) {
+    daemon.plugin("a", "watch net.ip\nwriteConf write other 0 44\n");
+    daemon.endsEarly = true;
+    start();
+    EXPECT_FALSE(write("net.ip", 5));
+    EXPECT_EQ(daemon.wait(), 255);
+    EXPECT_TRUE(daemon.logged("error: a client is not allowed to write value in its writing state !\n"));
+    daemon.plugin("a", "");
+    start();
+    EXPECT_EQ(number("net.ip"), 5U);
+    EXPECT_EQ(number("other"), 4U);
+}
+
+TEST_F(Plugins, FailedReplayFollowsItsKind) {
+    daemon.plugin("a", "watch net.ip\nrestart new none x own\nrestart write other 0 44\n");
+    start();
+    EXPECT_TRUE(write("net.ip", 5));
+    EXPECT_TRUE(daemon.logged("Instanciate <none> error\n"));
+    EXPECT_EQ(number("other"), 4U) << "one transaction";
+    daemon.script("a", "");
+    EXPECT_TRUE(write("wifi.ssid", 5));
+    EXPECT_EQ(occurrences(daemon.log(), "Instanciate <none> error\n"), 2U)
+        << "tried again after the next commit";
+    EXPECT_EQ(daemon.stop(), 0);
+    daemon.script("a", "watch net.ip\nrestart write other 0 44\nrestart write missing 0 1\n");
+    start();
+    EXPECT_TRUE(write("net.ip", 6));
+    EXPECT_TRUE(daemon.logged("DataWrite failed for <missing>!\n"));
+    EXPECT_TRUE(write("wifi.ssid", 6));
+    EXPECT_EQ(occurrences(daemon.log(), "DataWrite failed for <missing>!\n"), 1U) << "discarded";
+    EXPECT_EQ(number("other"), 4U);
+}
+
+TEST_F(Plugins, EndlessReplayIsStopped) {
+    daemon.plugin("a", "watch other\nrestart write other 0 44\n");
+    start();
+    EXPECT_TRUE(write("other", 5));
+    EXPECT_TRUE(daemon.logged("Replay stopped after 100 passes, next is <other>\n"));
+    EXPECT_EQ(occurrences(daemon.calls(), "restart"), 101U);
+    EXPECT_EQ(number("other"), 44U) << "the daemon goes on";
+}
+
+TEST_F(Plugins, FilesThatAreNoPluginAreSkippedWithTheirLine) {
+    daemon.plugin("good", "");
+    daemon.plugin("noTable", "", "noTable");
+    daemon.plugin("nullTable", "null table\n");
+    daemon.plugin("noRestart", "null restart\n");
+    writeFile("/vemra/default/ostrPlugins/text.ostr", "not an object");
+    std::filesystem::create_directory("/vemra/default/ostrPlugins/folder.ostr");
+    start();
+    const std::string folder = "/vemra/default/ostrPlugins/";
+    for (const std::string& part :
+         {"error: IoBlock function not exported in plugin " + folder + "noTable.ostr\n",
+          "error: no IoBlock returned by plugin " + folder + "nullTable.ostr\n",
+          "error: IoBlock of plugin " + folder + "noRestart.ostr lacks init, restart or getWatchedValues\n",
+          "error: file " + folder + "text.ostr cannot load as plugin, er=",
+          "error: file " + folder + "folder.ostr cannot load as plugin, er=",
+          std::string("Loaded 1 plugins\n")})
+        EXPECT_TRUE(daemon.logged(part)) << part;
+}
+
+TEST_F(Plugins, ReducedModeLoadsTheEssentialOnes) {
+    daemon.endsEarly = true;
+    daemon.plugin("a", "");
+    EXPECT_EQ(daemon.run({"-d", "-r"}), 255);
+    EXPECT_TRUE(contains(daemon.output(), "[ostrel] This plugin is not essential, skipping it\n"));
+    EXPECT_TRUE(contains(daemon.output(), "FATAL ERROR :No plugins loaded\n"));
+    daemon.plugin("b", "", "essential");
+    daemon.start({"--reduced"});
+    EXPECT_EQ(daemon.calls(), "b init 5,");
+}
+
+TEST_F(Plugins, FailedInitStopsTheDaemon) {
+    daemon.endsEarly = true;
+    daemon.plugin("a", "init return 2\n");
+    EXPECT_EQ(daemon.run({"-d"}), 255);
+    EXPECT_TRUE(contains(daemon.output(), "FATAL ERROR :Init failed for plugin\n"));
+}
+
+TEST_F(Plugins, PlainCPluginReadsAndWrites) {
+    daemon.plugin("c", "", "plainC");
+    start();
+    EXPECT_TRUE(
+        client->commit({list(6, {{.name = "c.text", .value = text("bye"), .type = ostrelTypeString}})}));
+    EXPECT_TRUE(daemon.logged("plainC read 1 1 <bye> type 6 size 4\n"));
+    EXPECT_TRUE(daemon.logged("  (1/1) key c.result (type 3) = <4>[\\07\\00\\00\\00]\n"));
+    EXPECT_EQ(number("c.result"), 7U);
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+// Requests that read, and what they are answered.
+#include <gtest/gtest.h>
+
+#include "client.h"
+#include "daemon.h"
+
+namespace {
+
+class Reads : public testing::Test {
+protected:
+    Reads() {
+        daemon.templates("[wlan]\nssid String \"home\"\nchannel Byte 6\n");
+        daemon.defaults(
+            "net.name String \"box\"\n"
+            "net.ip IP \"10.0.0.1\"\n"
+            "net.mtu Dword 1500\n"
+            "dns.server[1] IP \"1.1.1.1\"\n"
+            "dns.server[4] IP \"2.2.2.2\"\n"
+            "wifi[1] instance wlan \"web\"\n"
+            "wifi[2] instance wlan \"web\"\n"
+            "wifi[3] instance wlan 7\n"
+            "wifi.ssid[2] String \"guest\"\n");
+        daemon.start();
+        client.emplace();
+    }
+    Reply ask(const std::string& payload) { return client->ask(payload).value_or(Reply{}); }
+
+    Daemon daemon;
+    std::optional<Client> client;
+    const std::uint32_t web = ostrelStringToOwner("web");
+};
+
+TEST_F(Reads, ValuesComeWithTheirTypesInRequestOrder) {
+    // A request entry's other fields do not count, and a short value is the primary key 0.
+    Entry odd{
+        .name = "net.mtu", .value = "xy", .type = ostrelTypeMAC, .pKey = 5, .owner = 6, .tpltName = "t"};
+    Reply expected{21,
+                   {{"net.name", text("box"), ostrelTypeString},
+                    {"wifi.ssid", text("guest"), ostrelTypeString},
+                    {"wifi.channel", "\6", ostrelTypeByte},
+                    {"dns.server", text("2.2.2.2"), ostrelTypeIP},
+                    {"net.mtu", word(1500), ostrelTypeDword}}};
+    EXPECT_EQ(ask(list(20, {question("net.name"), question("wifi.ssid", 2), question("wifi.channel", 3),
+                            question("dns.server", 4), odd})),
+              expected);
+    EXPECT_EQ(ask(list(20)), (Reply{21, {}}));
+}
+
+TEST_F(Reads, OneMissingKeyFailsTheWholeRequest) {
+    const Reply failure{99, {}};
+    EXPECT_EQ(ask(list(20, {question("net.mtu"), question("net.%s"), question("wifi.ssid", 9)})), failure);
+    EXPECT_TRUE(daemon.logged("[ostrelReply] OstrelClientReadValue call failed for value=<net.%s>\n"));
+    EXPECT_TRUE(daemon.logged("[ostrelReply] OstrelClientGetType call failed for value=<net.%s>\n"));
+    EXPECT_EQ(occurrences(daemon.log(), "call failed for value=<wifi.ssid>\n"), 2U);
+    EXPECT_EQ(ask(list(20, {question("net.mtu", 1)})), failure) << "a plain value has no elements";
+    EXPECT_EQ(client->number("net.mtu"), 1500U) << "the connection stays";
+}
+
+TEST_F(Reads, QuantitiesAndPrimaryKeys) {
+    EXPECT_EQ(ask(list(46, {question("wifi", web), question("wifi", 7), question("dns.server"),
+                            question("net.mtu"), question("none")})),
+              (Reply{47,
+                     {{"wifi", word(2)},
+                      {"wifi", word(1)},
+                      {"dns.server", word(2)},
+                      {"net.mtu", word(0)},
+                      {"none", word(0)}}}));
+    std::vector<Entry> five(5, question("x"));
+    five[0] = question("wifi", web);
+    EXPECT_EQ(ask(list(48, five)), (Reply{49, {{"wifi", word(1)}, {"x", word(2)}}}));
+    EXPECT_EQ(ask(list(48, {question("wifi", web)})), (Reply{49, {{"wifi", word(1)}}})) << "room for one";
+    EXPECT_EQ(ask(list(48, {question("none")})), (Reply{49, {}}));
+    EXPECT_EQ(ask(list(48)), (Reply{49, {}}));
+    EXPECT_EQ(ask(list(46)), (Reply{47, {}}));
+}
+
+TEST_F(Reads, BodiesThatDoNotDecodeAreAnsweredWithAFailure) {
+    struct Handler {
+        std::uint32_t code;
+        const char* name;
+    };
+    for (Handler handler : {Handler{20, "unpackReadMessage"}, Handler{46, "unpackGetOwnerQtyMessage"},
+                            Handler{48, "unpackGetPKeyListMessage"}}) {
+        for (const std::string& body : {std::string(), std::string("abc"), word(1), word(0xFFFFFFFF),
+                                        word(1) + word(200) + std::string(250, 'n')})
+            EXPECT_EQ(ask(word(handler.code) + body), (Reply{99, {}}));
+        EXPECT_TRUE(daemon.logged(std::string("[OstrelServer::") + handler.name + "] Unmarshall failed\n"));
+    }
+    EXPECT_EQ(client->number("net.mtu"), 1500U);
+}
+
+TEST_F(Reads, AnswersMayBeMuchLongerThanRequests) {
+    std::vector<std::string> writes;
+    std::string value(4000, 'v');
+    EXPECT_TRUE(
+        client->commit({list(6, {{.name = "net.name", .value = text(value), .type = ostrelTypeString}})}));
+    Reply reply = ask(list(20, std::vector<Entry>(120, question("net.name"))));
+    ASSERT_EQ(reply.entries.size(), 120U);
+    for (const Entry& entry : reply.entries)
+        EXPECT_EQ(entry.value, text(value));
+}
+
+}  // namespace

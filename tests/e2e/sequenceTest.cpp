@@ -1,0 +1,165 @@
+// Write sequences: what they apply, undo, refuse and answer.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "client.h"
+#include "daemon.h"
+
+namespace {
+
+class Sequence : public testing::Test {
+protected:
+    Sequence() {
+        daemon.templates("[wlan]\nssid String \"home\"\nchannel Dword 6\n");
+        daemon.defaults("a Dword 1\nb Dword 2\ntext String \"old\"\nv[1] Dword 10\n");
+        daemon.start();
+        daemon.calls();
+        client.emplace();
+    }
+    // Whether the daemon closes the connection of a client that sends these after a start message.
+    bool refused(const std::vector<std::string>& messages) {
+        Client bad;
+        bad.sayName("bad");
+        bad.send(list(29));
+        for (const std::string& message : messages)
+            bad.send(message);
+        return bad.closed();
+    }
+    std::optional<std::uint32_t> number(const std::string& key, std::uint32_t pKey = 0) {
+        return Client().number(key, pKey);
+    }
+
+    Daemon daemon;
+    std::optional<Client> client;
+    const std::uint32_t web = ostrelStringToOwner("web");
+};
+
+TEST_F(Sequence, CommitAppliesAllAndTellsThePlugin) {
+    EXPECT_TRUE(
+        client->commit({list(6, {dword("a", 11), dword("v", 12, 1), dword("v", 13, 7)}), list(10, {{"b"}})}));
+    EXPECT_EQ(number("a"), 11U);
+    EXPECT_EQ(number("v", 1), 12U);
+    EXPECT_EQ(number("v", 7), 13U);
+    EXPECT_EQ(number("b"), std::nullopt);
+    EXPECT_EQ(daemon.calls(), "p writeConf,p restart,");
+    EXPECT_TRUE(daemon.logged("[Notify 1] v -> 4 :\n"));
+    EXPECT_TRUE(contains(daemon.log(), "  0C\n"));
+    EXPECT_TRUE(client->commit({}));
+    EXPECT_EQ(daemon.calls(), "") << "an empty commit touches no key";
+}
+
+TEST_F(Sequence, RollbackAndRestartUndo) {
+    client->send(list(29));
+    client->send(list(6, {dword("a", 11)}));
+    client->send(list(31));
+    EXPECT_EQ(client->number("a"), 1U) << "the connection stays";
+    EXPECT_TRUE(client->commit({list(6, {dword("a", 11)}), list(29), list(6, {dword("b", 22)})}));
+    EXPECT_EQ(number("a"), 1U);
+    EXPECT_EQ(number("b"), 22U);
+    EXPECT_TRUE(daemon.logged("[ostrServer] Got startWritting message (AGAIN)\n"));
+}
+
+TEST_F(Sequence, RefusedChangeUndoesTheSequenceAndClosesTheConnection) {
+    struct Case {
+        std::string message;
+        const char* line;
+    } cases[] = {
+        {list(6, {dword("b", 9), dword("none", 9)}), "[Ostrel] DataWrite failed for <none>!\n"},
+        {list(6, {dword("none", 9, 3)}), "[Ostrel] DataReWrite failed for <none>!\n"},
+        {list(6, {{.name = "b", .value = "x", .type = ostrelTypeByte}}),
+         "[Ostrel] DataWrite failed for <b>!\n"},
+        {list(10, {{"none"}}), "[Ostrel] Erase element failed for <none>!\n"},
+        {list(40, {{.name = "wifi", .tpltName = "none"}}), "[Ostrel] Instanciate failed for <none/wifi>!\n"},
+        {list(42, {{.name = "wifi", .pKey = 10}}), "[Ostrel] Deinstanciate failed for <wifi _ A>!\n"},
+        {list(6).substr(0, 6), "[OstrelServer::unpackNotify] Unmarshall failed\n"},
+        {list(10).substr(0, 7), "[OstrelServer::unpackErase] Unmarshall failed\n"},
+        {list(42).substr(0, 4), "unpackDeinstanciateMessage():"},
+        {list(44).substr(0, 4), "unpackDeinstanciateOwnerMessage():"},
+        {list(20), "[OstrelServer] Got unhandled message :20\n"},
+        {"abc", "[ostrServer::HandleWriteSequence] Message without a code (size 3)\n"},
+        {std::string(4097, 'x'), "[receive] Buffer too small 4097 vs 4096\n"},
+    };
+    for (const Case& refusal : cases) {
+        EXPECT_TRUE(refused({list(6, {dword("a", 11)}), refusal.message})) << refusal.line;
+        EXPECT_TRUE(daemon.logged(refusal.line)) << refusal.line;
+        EXPECT_EQ(number("a"), 1U) << refusal.line;
+    }
+    EXPECT_EQ(daemon.calls(), "");
+    EXPECT_EQ(occurrences(daemon.log(), "[OstrelServer::unpackDeinstanciate] Unmarshall failed\n"), 2U);
+    EXPECT_TRUE(client->commit({list(6, {dword("a", 3)})})) << "others are not affected";
+}
+
+TEST_F(Sequence, InstancesLiveAndDieWithTheSequence) {
+    Entry instance{.name = "wifi", .owner = web, .tpltName = "wlan"};
+    client->send(list(29));
+    EXPECT_EQ(client->ask(list(40, {instance, instance})),
+              (Reply{41, {{"wifi", word(1)}, {"wifi", word(2)}}}));
+    client->send(list(6, {dword("wifi.channel", 11, 2)}));
+    EXPECT_EQ(client->ask(list(40)), (Reply{41, {}}));
+    client->send(list(30));
+    EXPECT_EQ(client->number("wifi.channel", 1), 6U);
+    EXPECT_EQ(client->number("wifi.channel", 2), 11U);
+
+    Client other;
+    other.send(list(29));
+    EXPECT_EQ(other.ask(list(40, {instance})), (Reply{41, {{"wifi", word(3)}}}));
+    other.send(list(31));
+    EXPECT_EQ(other.number("wifi.channel", 3), std::nullopt) << "rolled back with its sequence";
+    other.send(list(29));
+    EXPECT_EQ(other.ask(list(40).substr(0, 5)), (Reply{99, {}}));
+    EXPECT_TRUE(other.closed());
+
+    EXPECT_TRUE(client->commit({list(42, {{.name = "wifi", .pKey = 1}})}));
+    EXPECT_EQ(client->ask(list(46, {question("wifi", web)})), (Reply{47, {{"wifi", word(1)}}}));
+    EXPECT_TRUE(client->commit({list(44, {{.name = "wifi", .owner = web}})}));
+    EXPECT_EQ(client->ask(list(46, {question("wifi", web)})), (Reply{47, {{"wifi", word(0)}}}));
+    client->send(list(29));
+    EXPECT_EQ(client->ask(list(40, {instance})), (Reply{41, {{"wifi", word(3)}}}))
+        << "numbers are not used again";
+}
+
+TEST_F(Sequence, DepartureRollsBack) {
+    {
+        Client leaving;
+        leaving.sayName("leaving");
+        leaving.send(list(29));
+        leaving.send(list(6, {dword("a", 11)}));
+    }
+    EXPECT_TRUE(daemon.logged(
+        "[ostrServer::HandleWriteSequence] Received Message error or closed socket,  from client leaving\n"));
+    EXPECT_EQ(number("a"), 1U);
+}
+
+TEST_F(Sequence, SilentClientOutlivesHangUpButNotAQuitSignal) {
+    client->send(list(29));
+    client->send(list(6, {dword("a", 11)}));
+    ASSERT_TRUE(daemon.logged("[ostrServer] Got notify message END\n"));
+    for (int i = 0; i < 5; ++i) {
+        daemon.signal(SIGHUP);
+        shortPause();
+    }
+    client->send(list(6, {dword("b", 12)}));
+    client->send(list(30));
+    EXPECT_EQ(client->number("b"), 12U);
+    EXPECT_EQ(client->number("a"), 11U);
+
+    client->send(list(29));
+    client->send(list(6, {dword("a", 33)}));
+    ASSERT_TRUE(daemon.logged("[Notify 0] a -> 4 :\n"));
+    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_TRUE(contains(daemon.log(), "Received Message error or closed socket,  from client (null)\n"));
+    daemon.start();
+    EXPECT_EQ(number("a"), 11U);
+}
+
+TEST_F(Sequence, UnknownKeysCanBeCreatedWhenAllowed) {
+    EXPECT_EQ(daemon.stop(), 0);
+    daemon.start({"--key-create-allowed"});
+    EXPECT_TRUE(Client().commit({list(6, {dword("new.key", 5), dword("new.vector", 6, 2)})}));
+    EXPECT_EQ(daemon.stop(), 0);
+    daemon.start();
+    EXPECT_EQ(number("new.key"), 5U);
+    EXPECT_EQ(number("new.vector", 2), 6U);
+}
+
+}  // namespace
