@@ -1,0 +1,54 @@
+# A thin front over the CMake presets. What a target needs is made by it.
+.DEFAULT_GOAL := help
+MAKEFLAGS += --no-print-directory
+.PHONY: help deps build image test demo shell asan tsan lint bench clean
+
+IMAGE := build/dev/image
+
+help: ## show this list
+	@sed -n 's/^\([a-z ]*\):.*## \(.*\)/make \1\t\2/p' $(MAKEFILE_LIST) | expand -t 18
+
+deps: ## install the Debian packages that are missing
+	@tools/deps g++ cmake ninja-build libgtest-dev libgmock-dev libcli11-dev binutils \
+		util-linux mount iproute2 dnsmasq-base bind9-dnsutils
+
+# $(1) is a preset, $(2) the targets, empty for all. Configures once; the build itself notices later changes.
+define buildPreset
+	@[ -e build/$(1)/build.ninja ] || cmake --preset $(1)
+	@cmake --build --preset $(1) $(if $(2),--target $(2))
+endef
+
+build: deps ## build everything (preset dev)
+	$(call buildPreset,dev)
+
+image: deps ## install into the folder that becomes an appliance's /vemra
+	$(call buildPreset,dev,ostrelServer ostrelCtl plugins)
+	@rm -rf $(IMAGE)
+	@cmake --install build/dev --prefix $(IMAGE) >/dev/null
+
+test: build ## run all tests
+	@ctest --preset dev
+
+demo: image ## watch the daemon at work, step by step
+	@tools/appliance $(IMAGE) tools/demo
+
+shell: image ## play inside a running appliance
+	@tools/appliance $(IMAGE) tools/shell
+
+asan tsan: deps ## build and test with sanitizers
+	$(call buildPreset,$@)
+	@ctest --preset $@
+
+lint: build ## check format and code
+	@tools/deps clang-format clang-tidy git
+	@git ls-files -z --cached --others --exclude-standard '*.c' '*.cpp' '*.h' | \
+		xargs -0 clang-format --dry-run -Werror
+	@run-clang-tidy -quiet -p build/dev >build/lint.log 2>&1 || { grep -A3 -E '(error|warning):' build/lint.log; exit 1; }
+
+bench: deps ## measure
+	$(call buildPreset,release)
+	@cmake --install build/release --prefix build/release/image >/dev/null
+	@tools/appliance build/release/image build/release/bin/ostrelBench
+
+clean: ## remove all that was built
+	rm -rf build

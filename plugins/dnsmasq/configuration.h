@@ -1,0 +1,37 @@
+// dnsmasq's configuration as text. Pure functions.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace dnsmasq {
+
+// A value and the key that it comes from.
+struct Setting {
+    std::string key;
+    std::string value;  // empty: not set
+};
+
+struct Host {
+    Setting name;
+    Setting address;
+};
+
+struct Settings {
+    Setting domain;
+    std::vector<Setting> servers;  // upstream
+    std::vector<Host> hosts;
+};
+
+// A value that dnsmasq must not see. The text names the key.
+class BadSetting : public std::runtime_error {
+public:
+    BadSetting(const std::string& key, const std::string& reason) : std::runtime_error(key + ": " + reason) {}
+};
+
+// The configuration file. Values that are not set are left out, and hosts without a name or an address.
+// Throws BadSetting for a value that is no domain name or address: nothing else gets into a line.
+std::string render(const Settings& settings);
+
+}  // namespace dnsmasq
