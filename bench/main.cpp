@@ -1,0 +1,139 @@
+// Measures the daemon against the least that could be done instead. Runs inside an appliance, see `make
+// bench`.
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "echoServer.h"
+#include "measure.h"
+#include "subject.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr double microsecond = 1e-6;
+
+void print(const char* what, const Comparison& result, const char* aim) {
+    std::printf("%-44s %9.1f us  bare %9.1f us  ratio %5.2f (%.2f to %.2f)  aim %s\n", what,
+                result.ours / microsecond, result.baseline / microsecond, result.ratio, result.lowest,
+                result.highest, aim);
+    std::fflush(stdout);
+}
+
+// The appliance's files are in memory; a forced write only costs something on a disk.
+void useDisk(const fs::path& folder) {
+    fs::create_directories(folder);
+    fs::create_directories("/vemra/var");
+    if (mount(folder.c_str(), "/vemra/var", nullptr, MS_BIND, nullptr) != 0)
+        std::perror("the disk's folder cannot be mounted; forced writes are measured in memory");
+    for (const auto& entry : fs::directory_iterator("/vemra/var"))
+        fs::remove(entry.path());
+}
+
+void compareReads() {
+    Process server = startServer(1000);
+    Process echo = startEcho();
+    Connection ours(serverPath);
+    Connection bare(echoPath);
+    for (int keys : {1, 100}) {
+        std::string request = readRequest(0, keys);
+        std::uint32_t replySize = ours.ask(request);
+        std::string echoed = echoRequest(echoTask::reply, replySize, request.size());
+        Comparison result = compare(
+            41, keys == 1 ? 2000 : 500, [&] { ours.ask(request); }, [&] { bare.ask(echoed); });
+        print(keys == 1 ? "read one key" : "read 100 keys in one request", result,
+              keys == 1 ? "1.10" : "1.50");
+        if (keys > 1)
+            std::printf("%-44s %9.0f values per second\n", "", keys / result.ours);
+    }
+    Connection idle(serverPath);
+    Connection idleBare(echoPath);
+    std::string request = readRequest(0, 1);
+    std::uint32_t replySize = idle.ask(request);
+    std::string echoed = echoRequest(echoTask::reply, replySize, request.size());
+    idleBare.ask(echoed);
+    print(
+        "connect and read one key, beside idle clients",
+        compare(
+            41, 300, [&] { Connection(serverPath).ask(request); }, [&] { Connection(echoPath).ask(echoed); }),
+        "1.50");
+}
+
+void compareCommits() {
+    Process echo = startEcho();
+    Connection bare(echoPath);
+    Process server = startServer(1000);
+    Connection ours(serverPath);
+    constexpr int sample = 100;
+    std::uint32_t value = 1000;
+    commitOne(ours, 0, value++);
+    auto before = fs::file_size("/vemra/var/ostrdb.txt");
+    for (int i = 0; i < sample; ++i)
+        commitOne(ours, i, value++);
+    auto appended = static_cast<std::uint32_t>((fs::file_size("/vemra/var/ostrdb.txt") - before) / sample);
+    std::uint32_t replySize = ours.ask(readRequest(0, 0));
+    std::string echoed = echoRequest(echoTask::appendAndSync, replySize, 40, appended);
+    int key = 0;
+    print("durable commit of one key",
+          compare(
+              41, 40, [&] { commitOne(ours, key++ % 1000, value++); }, [&] { bare.ask(echoed); }),
+          "1.15");
+}
+
+// The two servers cannot run at once, so their rounds are not interleaved; both are compared with the bare
+// append.
+void compareSizes() {
+    Process echo = startEcho();
+    Connection bare(echoPath);
+    std::string echoed = echoRequest(echoTask::appendAndSync, 8, 40, 100);
+    for (int keys : {1000, 1000000}) {
+        Process server = startServer(keys);
+        Connection ours(serverPath);
+        std::uint32_t value = 0;
+        Comparison result = compare(
+            21, 40,
+            [&] {
+                commitOne(ours, static_cast<int>(value) % 1000, value + 7);
+                ++value;
+            },
+            [&] { bare.ask(echoed); });
+        print(keys == 1000 ? "commit with 1,000 keys" : "commit with 1,000,000 keys", result, "the same");
+    }
+}
+
+void measureStart() {
+    constexpr int keys = 100000;
+    constexpr double nameAndValue = 14 + 4;
+    std::vector<double> seconds;
+    std::size_t memory = 0;
+    for (int i = 0; i < 7; ++i) {
+        writeDefaults(keys);
+        seconds.push_back(secondsOf([&] { memory = privateMemory(launchServer().pid()); }));
+    }
+    std::size_t base = privateMemory(startServer(10).pid());
+    std::printf("%-44s %9.0f ms  aim 500 ms\n", "start with 100,000 keys, to the first answer",
+                median(seconds) * 1000);
+    std::printf("%-44s %9.0f bytes beyond its name and value  aim 200\n", "memory of a key",
+                static_cast<double>(memory - base) / keys - nameAndValue);
+}
+
+}  // namespace
+
+int main(int, char** argv) {
+    useDisk(fs::path(argv[0]).parent_path() / "benchData");
+    for (const auto& entry : fs::directory_iterator("/vemra/default/ostrPlugins"))
+        fs::remove(entry.path());
+    fs::copy_file(fs::path(argv[0]).parent_path() / "idle.ostr", "/vemra/default/ostrPlugins/idle.ostr");
+    std::ofstream("/vemra/default/ostrDbTmplt.txt");
+    pinToOneProcessor();
+    compareReads();
+    compareCommits();
+    compareSizes();
+    measureStart();
+    return 0;
+}

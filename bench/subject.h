@@ -1,0 +1,58 @@
+// The servers that are measured, and a client that treats both alike: three writes, then three reads a frame.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+// A child process; killed and reaped at the end.
+class Process {
+public:
+    explicit Process(pid_t pid) : pid_(pid) {}
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    pid_t pid() const { return pid_; }
+
+private:
+    pid_t pid_;
+};
+
+Process startEcho();
+// Makes the next server start with this many default keys and nothing else.
+void writeDefaults(int keys);
+// The real server; returns when it has answered.
+Process launchServer();
+Process startServer(int keys);
+std::string keyName(int number);
+
+class Connection {
+public:
+    explicit Connection(const char* path);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    void send(const std::string& payload) const;
+    // Returns the reply's payload size.
+    std::uint32_t receive();
+    std::uint32_t ask(const std::string& payload) {
+        send(payload);
+        return receive();
+    }
+
+private:
+    int fd_;
+    std::string reply_;
+};
+
+constexpr char serverPath[] = "/tmp/ostrel.sock";
+constexpr char echoPath[] = "/tmp/echo.sock";
+
+std::string readRequest(int firstKey, int count);
+std::string echoRequest(unsigned int task, std::uint32_t replySize, std::size_t requestSize,
+                        std::uint32_t append = 0);
+void commitOne(Connection& connection, int key, std::uint32_t value);
+// Resident bytes of a process that are its own.
+std::size_t privateMemory(pid_t pid);
