@@ -26,7 +26,7 @@ constexpr unsigned int counterEnd = 0xFF00;
 
 // The kernel tells a sender that its peer reads only when a whole buffer of the socket has been read, so long
 // payloads go out in pieces small enough that a slow reader is seen to read.
-constexpr std::size_t longestPiece = 16 * 1024;
+constexpr std::size_t longestPiece = std::size_t{16} * 1024;
 constexpr milliseconds sendRetry{100};
 constexpr milliseconds stopCheck{1000};
 

@@ -100,7 +100,7 @@ void appendConnection(int fd) {
     if (stopping)
         return;
     listOfConnection.push_back(connection.get());
-    connection.release();
+    static_cast<void>(connection.release());
     logConnections();
 }
 

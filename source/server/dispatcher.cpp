@@ -62,7 +62,7 @@ bool serveWriteSequence(ostrelConnection& connection) {
 }  // namespace
 
 bool popMessage(ostrelConnection* connection) {
-    std::array<unsigned char, receiveBufferSize> buffer;
+    std::array<unsigned char, receiveBufferSize> buffer{};
     unsigned int size = 0;
     if (!connection->link->receiveReadyMessage(buffer.size(), &size, buffer.data())) {
         OSTREL_LOG(logLevel::debug, "received message error or closed socket, from client %s",

@@ -94,7 +94,7 @@ private:
     }
     void put(char character) { text_[length_++] = character; }
 
-    std::array<char, longest + 1> text_;
+    std::array<char, longest + 1> text_{};
     std::size_t length_ = 0;
 };
 

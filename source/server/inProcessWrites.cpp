@@ -46,7 +46,7 @@ std::unique_ptr<OstrelValue> copyOf(const OstrelValue& value) {
 
 void store(std::unique_ptr<OstrelValue> record) {
     listOfStoredValues.push_back(record.get());
-    record.release();
+    static_cast<void>(record.release());
 }
 
 // A write carries no template name: it would make the record an instantiation.

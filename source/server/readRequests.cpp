@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::size_t valueRoom = 4096;
+constexpr unsigned int valueRoom = 4096;
 
 using Entries = std::vector<Parameter>;
 // The answer, or nothing when the request is answered with a failure.
@@ -28,7 +28,7 @@ public:
     const char* text() const { return text_.data(); }
 
 private:
-    std::array<char, longestName + 1> text_;
+    std::array<char, longestName + 1> text_{};
 };
 
 Parameter numberEntry(std::string_view name, const std::uint32_t& number) {
@@ -37,16 +37,17 @@ Parameter numberEntry(std::string_view name, const std::uint32_t& number) {
             .tpltName = {}};
 }
 
-// Reads one value into the answer. False, with a line in the log, when the database does not give it.
-bool addValue(ParametersBuilder& answer, const Parameter& entry) {
+// Reads one value into the answer. False, with a line in the log, when the database does not give it. value
+// is scratch room.
+bool addValue(ParametersBuilder& answer, const Parameter& entry,
+              std::array<unsigned char, valueRoom>& value) {
     constexpr char function[] = "unpackReadMessage";
-    std::array<unsigned char, valueRoom> value;
     std::uint32_t pKey = entry.valueAsNumber();
     std::memcpy(value.data(), &pKey, sizeof pKey);
     KeyName name(entry.name);
     unsigned int size = 0;
     ostrelValueType type = ostrelTypeNone;
-    bool read = OstrelClientReadValueWithPKey(name.text(), value.size(), &size, value.data()) == 1;
+    bool read = OstrelClientReadValueWithPKey(name.text(), valueRoom, &size, value.data()) == 1;
     if (!read)
         OSTREL_LOG_AS(function, logLevel::error,
                       "[ostrelReply] OstrelClientReadValue call failed for value=<%s>", name.text());
@@ -62,9 +63,10 @@ bool addValue(ParametersBuilder& answer, const Parameter& entry) {
 
 Answer answerRead(const Entries& entries) {
     ParametersBuilder answer(messageCode::readAnswer);
+    std::array<unsigned char, valueRoom> value{};
     bool complete = true;
     for (const Parameter& entry : entries)
-        complete = addValue(answer, entry) && complete;
+        complete = addValue(answer, entry, value) && complete;
     return complete ? Answer(std::move(answer)) : std::nullopt;
 }
 

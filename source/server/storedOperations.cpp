@@ -34,9 +34,10 @@ bool applyStored() {
         destroyRecords(listOfStoredValues);
         return false;
     }
-    // By index: a failing write destroys the records and empties the list.
-    for (std::size_t i = 0; i < listOfStoredValues.size(); ++i) {
-        if (!apply(handle, listOfStoredValues[i]))
+    // Over a copy: a failing write destroys the records and empties the list.
+    const std::vector<OstrelValue*> records = listOfStoredValues;
+    for (OstrelValue* record : records) {
+        if (!apply(handle, record))
             return false;
     }
     if (database->dataCommit(handle) != 0) {

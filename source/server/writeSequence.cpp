@@ -109,7 +109,7 @@ Next serveMessage(long handle, std::span<unsigned char> payload, ostrelLink* lin
 
 // Receives the next message, however long the client is silent, and serves it.
 Next receiveMessage(long handle, ostrelConnection* connection) {
-    std::array<unsigned char, receiveBufferSize> buffer;
+    std::array<unsigned char, receiveBufferSize> buffer{};
     unsigned int size = 0;
     if (!connection->link->receiveMessage(buffer.size(), &size, buffer.data())) {
         OSTREL_LOG_AS(

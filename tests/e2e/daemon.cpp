@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -22,6 +24,14 @@ constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
 constexpr char logPath[] = "/tmp/log";
 constexpr char outputPath[] = "/tmp/output";
 constexpr char callsPath[] = "/tmp/calls";
+
+// For the tests that connect more clients than the usual limit has descriptors.
+void allowManyDescriptors() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 }  // namespace
 
@@ -50,6 +60,7 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
 }
 
 Daemon::Daemon() {
+    allowManyDescriptors();
     for (const char* path : {"/vemra/var", pluginFolder, logPath, outputPath, callsPath, "/tmp/ostrel.sock"})
         fs::remove_all(path);
     defaults("");

@@ -121,7 +121,7 @@ TEST_F(Link, FrameThatDoesNotGoOnIsGivenUp) {
 
 TEST_F(Link, DribblingDoesNotExtendTheLimit) {
     ostrelLink::limits.stall = 200ms;
-    std::jthread dribble([this](std::stop_token stop) {
+    std::jthread dribble([this](const std::stop_token& stop) {
         for (int i = 0; i < 60 && !stop.stop_requested(); ++i) {
             fromPeer({0});
             std::this_thread::sleep_for(60ms);
