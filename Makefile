@@ -43,7 +43,8 @@ lint: build ## check format and code
 	@tools/deps clang-format clang-tidy git
 	@git ls-files -z --cached --others --exclude-standard '*.c' '*.cpp' '*.h' | \
 		xargs -0 clang-format --dry-run -Werror
-	@run-clang-tidy -quiet -p build/dev >build/lint.log 2>&1 || { grep -A3 -E '(error|warning):' build/lint.log; exit 1; }
+	@run-clang-tidy -quiet -p build/dev >build/lint.log 2>&1 || \
+		{ grep -A3 -E '(error|warning):' build/lint.log || tail build/lint.log; exit 1; }
 
 bench: deps ## measure
 	$(call buildPreset,release)

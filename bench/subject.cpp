@@ -104,6 +104,14 @@ void Connection::send(const std::string& payload) const {
         fail("write");
 }
 
+void Connection::sendTogether(std::initializer_list<std::string> payloads) const {
+    std::string frames;
+    for (const std::string& payload : payloads)
+        frames += word(static_cast<std::uint32_t>(payload.size())) + word(0) + payload;
+    if (write(fd_, frames.data(), frames.size()) != static_cast<ssize_t>(frames.size()))
+        fail("write");
+}
+
 std::uint32_t Connection::receive() {
     std::uint32_t size = 0;
     std::uint32_t counter = 0;
@@ -128,10 +136,9 @@ std::string echoRequest(unsigned int task, std::uint32_t replySize, std::size_t 
 }
 
 void commitOne(Connection& connection, int key, std::uint32_t value) {
-    connection.send(list(29));
-    connection.send(list(6, keyName(key).c_str(), word(value), ostrelTypeDword));
-    connection.send(list(30));
-    connection.ask(list(20));
+    connection.sendTogether(
+        {list(29), list(6, keyName(key).c_str(), word(value), ostrelTypeDword), list(30), list(20)});
+    connection.receive();
 }
 
 std::size_t privateMemory(pid_t pid) {

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 
 // A child process; killed and reaped at the end.
@@ -35,6 +36,8 @@ public:
     Connection& operator=(const Connection&) = delete;
 
     void send(const std::string& payload) const;
+    // A whole write sequence in one write, as a client would that has all of it.
+    void sendTogether(std::initializer_list<std::string> payloads) const;
     // Returns the reply's payload size.
     std::uint32_t receive();
     std::uint32_t ask(const std::string& payload) {

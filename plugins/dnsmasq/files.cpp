@@ -62,10 +62,10 @@ std::string readFile(const std::string& path) {
     std::array<char, 4096> piece{};
     for (;;) {
         ssize_t size = read(file.get(), piece.data(), piece.size());
+        if (size == 0 || (size < 0 && errno == ESRCH))
+            return text;
         if (size < 0)
             failFile(path);
-        if (size == 0)
-            return text;
         text.append(piece.data(), static_cast<std::size_t>(size));
     }
 }

@@ -22,7 +22,7 @@ private:
     int fd_;
 };
 
-// Empty when there is no such file.
+// Empty when there is no such file, or when the process that a file in /proc tells of has just ended.
 std::string readFile(const std::string& path);
 // At any moment, also after a crash, the path holds the old content or the new one.
 void replaceFile(const std::string& path, const std::string& text);

@@ -12,6 +12,7 @@ namespace {
 constexpr std::size_t wordSize = 4;
 constexpr std::size_t parameterSize = 21;  // of an entry with an empty name, value and template name
 constexpr std::size_t questionSize = 4;
+constexpr std::size_t usualList = 4096;  // that a list is built in without growing
 
 // Takes pieces off the front of the given bytes, never more than are left.
 class Reader {
@@ -160,6 +161,7 @@ std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned c
 }
 
 ParametersBuilder::ParametersBuilder(std::uint32_t code) : bytes_(2 * wordSize) {
+    bytes_.reserve(usualList);
     Writer writer(bytes_.data());
     writer.word(code);
     writer.word(0);

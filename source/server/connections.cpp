@@ -70,7 +70,7 @@ public:
     const pthread_attr_t* get() const { return &attributes_; }
 
 private:
-    pthread_attr_t attributes_;
+    pthread_attr_t attributes_{};
 };
 
 // False when the listener is to leave instead.

@@ -12,6 +12,16 @@ bool validArguments(const char* function, std::initializer_list<const void*> poi
 // The same for a list to be written and for one value of it.
 bool validList(const char* function, const OstrelValues& list);
 
+// The bytes and the type of a value, whatever its type; room bytes are in buffer. typed and read tell what
+// the database answered; size and type are set when it did.
+struct StoredValue {
+    bool typed = false;
+    bool read = false;
+    unsigned int size = 0;
+    ostrelValueType type = ostrelTypeNone;
+};
+StoredValue readStored(const char* key, unsigned int pKey, unsigned int room, unsigned char* buffer);
+
 // Writes the line for a function that ran into an exception.
 void logFenced(const char* function, const char* what);
 

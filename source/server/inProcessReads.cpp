@@ -16,15 +16,12 @@ namespace {
 
 constexpr long committed = 0;
 
-int readStored(const char* key, unsigned int pKey, unsigned int bufferSize, unsigned int* bytesRead,
-               unsigned char* buffer) {
-    ostrelValueType type = ostrelTypeNone;
-    if (database->getType(key, pKey, &type) == refused)
+int readUntyped(const char* key, unsigned int pKey, unsigned int bufferSize, unsigned int* bytesRead,
+                unsigned char* buffer) {
+    StoredValue value = readStored(key, pKey, bufferSize, buffer);
+    if (!value.read)
         return 0;
-    int room = static_cast<int>(bufferSize);
-    if (database->dataRead(committed, key, type, &room, buffer, pKey) == refused)
-        return 0;
-    *bytesRead = static_cast<unsigned int>(room);
+    *bytesRead = value.size;
     return 1;
 }
 
@@ -100,6 +97,17 @@ private:
 
 }  // namespace
 
+StoredValue readStored(const char* key, unsigned int pKey, unsigned int room, unsigned char* buffer) {
+    StoredValue value;
+    value.typed = database->getType(key, pKey, &value.type) != refused;
+    if (!value.typed)
+        return value;
+    int size = static_cast<int>(room);
+    value.read = database->dataRead(committed, key, value.type, &size, buffer, pKey) != refused;
+    value.size = static_cast<unsigned int>(size);
+    return value;
+}
+
 int OstrelClientGetVectorSize(const char* key, unsigned int owner, unsigned int* result) {
     if (!validArguments(__func__, {key, result}))
         return 0;
@@ -126,7 +134,7 @@ int OstrelClientReadValue(const char* key, unsigned int bufferSize, unsigned int
                           unsigned char* buffer) {
     if (!validArguments(__func__, {key, bytesRead, buffer}))
         return 0;
-    return fenced(__func__, 0, [=] { return readStored(key, 0, bufferSize, bytesRead, buffer); });
+    return fenced(__func__, 0, [=] { return readUntyped(key, 0, bufferSize, bytesRead, buffer); });
 }
 
 int OstrelClientReadValueWithPKey(const char* key, unsigned int bufferSize, unsigned int* bytesRead,
@@ -134,7 +142,7 @@ int OstrelClientReadValueWithPKey(const char* key, unsigned int bufferSize, unsi
     if (!validArguments(__func__, {key, bytesRead, buffer}))
         return 0;
     return fenced(__func__, 0,
-                  [=] { return readStored(key, readWord(buffer), bufferSize, bytesRead, buffer); });
+                  [=] { return readUntyped(key, readWord(buffer), bufferSize, bytesRead, buffer); });
 }
 
 int OstrelClientReadValue_Bool(const char* key, unsigned char* buffer) {

@@ -47,6 +47,8 @@ bool restartAll(const std::vector<int>& selection) {
 
 bool RestartSort(int a, int b) { return pluginAt(a).restartPriority < pluginAt(b).restartPriority; }
 
+// Both work on a copy: what plug-ins do meanwhile may add to the caller's list.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
     std::vector<int> selection = selectPlugins(changes);
     state = phase::writingConf;
@@ -65,6 +67,7 @@ int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
     return 1;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void PluginBroadcastTrigger(std::vector<OstrelValue*> changes) {
     for (OstrelClientPlugin* plugin : listOfClients) {
         for (const OstrelValue* change : changes) {

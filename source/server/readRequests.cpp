@@ -1,7 +1,6 @@
 #include "server/readRequests.h"
 
 #include <array>
-#include <cstring>
 #include <new>
 #include <optional>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/inProcess.h"
 #include "server/serverModule.h"
 
 namespace {
@@ -37,36 +37,30 @@ Parameter numberEntry(std::string_view name, const std::uint32_t& number) {
             .tpltName = {}};
 }
 
-// Reads one value into the answer. False, with a line in the log, when the database does not give it. value
-// is scratch room.
-bool addValue(ParametersBuilder& answer, const Parameter& entry,
-              std::array<unsigned char, valueRoom>& value) {
+// Reads one value into the answer. False, with a line in the log for each thing that the database does not
+// give. room is scratch.
+bool addValue(ParametersBuilder& answer, const Parameter& entry, std::array<unsigned char, valueRoom>& room) {
     constexpr char function[] = "unpackReadMessage";
-    std::uint32_t pKey = entry.valueAsNumber();
-    std::memcpy(value.data(), &pKey, sizeof pKey);
     KeyName name(entry.name);
-    unsigned int size = 0;
-    ostrelValueType type = ostrelTypeNone;
-    bool read = OstrelClientReadValueWithPKey(name.text(), valueRoom, &size, value.data()) == 1;
-    if (!read)
+    StoredValue value = readStored(name.text(), entry.valueAsNumber(), valueRoom, room.data());
+    if (!value.read)
         OSTREL_LOG_AS(function, logLevel::error,
                       "[ostrelReply] OstrelClientReadValue call failed for value=<%s>", name.text());
-    bool typed = OstrelClientGetType(name.text(), pKey, &type) == 1;
-    if (!typed)
+    if (!value.typed)
         OSTREL_LOG_AS(function, logLevel::error,
                       "[ostrelReply] OstrelClientGetType call failed for value=<%s>", name.text());
-    if (!read || !typed)
+    if (!value.read || !value.typed)
         return false;
-    answer.add({.name = entry.name, .value = {value.data(), size}, .type = type, .tpltName = {}});
+    answer.add({.name = entry.name, .value = {room.data(), value.size}, .type = value.type, .tpltName = {}});
     return true;
 }
 
 Answer answerRead(const Entries& entries) {
     ParametersBuilder answer(messageCode::readAnswer);
-    std::array<unsigned char, valueRoom> value{};
+    std::array<unsigned char, valueRoom> room{};
     bool complete = true;
     for (const Parameter& entry : entries)
-        complete = addValue(answer, entry, value) && complete;
+        complete = addValue(answer, entry, room) && complete;
     return complete ? Answer(std::move(answer)) : std::nullopt;
 }
 
