@@ -4,31 +4,19 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <cstring>
+#include <cerrno>
 
 #include "common/marshalling.h"
 
 namespace {
 
-constexpr int answerTimeoutMs = 20000;
-
 std::optional<std::string> receiveBytes(int fd, std::size_t size) {
-    if (fd == -1)
-        return std::nullopt;
     std::string bytes(size, '\0');
-    for (std::size_t got = 0; got < size;) {
-        pollfd wait{fd, POLLIN, 0};
-        if (poll(&wait, 1, answerTimeoutMs) != 1) {
-            ADD_FAILURE() << "the daemon does not answer";
-            return std::nullopt;
-        }
-        ssize_t received = read(fd, bytes.data() + got, size - got);
-        if (received <= 0)
-            return std::nullopt;
-        got += static_cast<std::size_t>(received);
-    }
+    ssize_t received = recv(fd, bytes.data(), size, MSG_WAITALL);
+    EXPECT_FALSE(received == -1 && errno == EAGAIN) << "the daemon does not answer";
+    if (received != static_cast<ssize_t>(size))
+        return std::nullopt;
     return bytes;
 }
 
@@ -65,27 +53,16 @@ std::string frame(const std::string& payload) {
     return word(static_cast<std::uint32_t>(payload.size())) + word(0) + payload;
 }
 
-Client::Client() : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+Client::Client() : link_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    timeval timeout{20, 0};
+    setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     sockaddr_un address{AF_UNIX, "/tmp/ostrel.sock"};
-    if (connect(fd_, reinterpret_cast<const sockaddr*>(&address), 18) != 0) {
-        close(fd_);
-        fd_ = -1;
-    }
-}
-
-Client::~Client() {
-    if (fd_ != -1)
-        close(fd_);
+    // Without a daemon all that follows fails.
+    (void)connect(fd(), reinterpret_cast<const sockaddr*>(&address), 18);
 }
 
 void Client::sendRaw(const std::string& bytes) const {
-    std::size_t sent = 0;
-    while (sent < bytes.size()) {
-        ssize_t count = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (count < 0)
-            return;
-        sent += static_cast<std::size_t>(count);
-    }
+    [[maybe_unused]] ssize_t sent = ::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
 void Client::sayName(const std::string& name) const {
@@ -93,10 +70,8 @@ void Client::sayName(const std::string& name) const {
 }
 
 std::optional<Reply> Client::receive() const {
-    auto header = receiveBytes(fd_, 8);
-    if (!header)
-        return std::nullopt;
-    auto payload = receiveBytes(fd_, wordAt(*header, 0));
+    auto header = receiveBytes(fd(), 8);
+    auto payload = header ? receiveBytes(fd(), wordAt(*header, 0)) : std::nullopt;
     if (!payload)
         return std::nullopt;
     Reply reply{wordAt(*payload, 0), {}};
@@ -114,10 +89,10 @@ std::optional<Reply> Client::ask(const std::string& payload) const {
     return receive();
 }
 
-bool Client::closed(std::chrono::milliseconds within) const {
-    pollfd wait{fd_, POLLIN, 0};
+bool Client::closed() const {
+    pollfd wait{fd(), POLLIN, 0};
     char byte = 0;
-    return poll(&wait, 1, static_cast<int>(within.count())) == 1 && recv(fd_, &byte, 1, MSG_DONTWAIT) <= 0;
+    return poll(&wait, 1, 3000) == 1 && recv(fd(), &byte, 1, MSG_DONTWAIT) <= 0;
 }
 
 std::optional<std::uint32_t> Client::number(const std::string& key, std::uint32_t pKey) const {

@@ -1,12 +1,12 @@
 // A client that speaks the protocol frame by frame, so that tests can also misuse it.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "common/ostrelLink.h"
 #include "ostrel/plugin.h"
 
 struct Entry {
@@ -39,13 +39,10 @@ struct Reply {
 
 class Client {
 public:
+    // When no daemon runs, nothing is sent and nothing received.
     Client();
-    ~Client();
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
 
-    int fd() const { return fd_; }
-    bool connected() const { return fd_ != -1; }
+    int fd() const { return link_.fd; }
     // Nothing is asserted: the daemon may have closed the connection.
     void sendRaw(const std::string& bytes) const;
     void send(const std::string& payload) const { sendRaw(frame(payload)); }
@@ -53,8 +50,8 @@ public:
     // The next frame; nothing when the daemon closed the connection. A silent daemon fails the test.
     std::optional<Reply> receive() const;
     std::optional<Reply> ask(const std::string& payload) const;
-    // True when the daemon closes the connection in time.
-    bool closed(std::chrono::milliseconds within = std::chrono::seconds(3)) const;
+    // True when the daemon closes the connection within three seconds.
+    bool closed() const;
 
     // The value of one Dword; nothing when the daemon answers with a failure.
     std::optional<std::uint32_t> number(const std::string& key, std::uint32_t pKey = 0) const;
@@ -62,5 +59,5 @@ public:
     bool commit(const std::vector<std::string>& messages) const;
 
 private:
-    int fd_;
+    ostrelLink link_;
 };

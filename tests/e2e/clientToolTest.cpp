@@ -26,8 +26,8 @@ Outcome ctl(const std::string& arguments, const std::string& input = "") {
 class ClientTool : public testing::Test {
 protected:
     ClientTool() {
-        daemon.templates("[wlan]\nssid String \"home\"\nchannel Byte 6\n");
-        daemon.defaults("a Dword 1\ntext String \"old\"\nv[2] IP \"10.0.0.1\"\n\"odd name\" Byte 7\n");
+        daemon.factory("a Dword 1\ntext String \"old\"\nv[2] IP \"10.0.0.1\"\n\"odd name\" Byte 7\n",
+                       "[wlan]\nssid String \"home\"\nchannel Byte 6\n");
         daemon.start();
     }
     Daemon daemon;
@@ -53,7 +53,6 @@ TEST_F(ClientTool, InstancesAreMadeListedAndRemoved) {
     EXPECT_EQ(ctl("apply -", "new wlan wifi \"web\"\nset wifi.ssid[1] String \"guest\"\n"),
               (Outcome{0, "2\n"}));
     EXPECT_EQ(ctl("list wifi web"), (Outcome{0, "1\n2\n"}));
-    EXPECT_EQ(ctl("list wifi dns"), (Outcome{0, ""}));
     EXPECT_EQ(ctl("get 'wifi.ssid[1]'"), (Outcome{0, "wifi.ssid[1] String \"guest\"\n"}));
     EXPECT_EQ(ctl("remove 'wifi[1]'"), (Outcome{0, ""}));
     EXPECT_EQ(ctl("count wifi web"), (Outcome{0, "1\n"}));
@@ -88,8 +87,11 @@ TEST_F(ClientTool, LongBatchesAreOneTransaction) {
 }
 
 TEST_F(ClientTool, ShutdownThenNotRunning) {
+    Client other;
+    EXPECT_EQ(other.number("a"), 1U);
     EXPECT_EQ(ctl("shutdown"), (Outcome{0, ""}));
     EXPECT_EQ(daemon.wait(), 0);
+    EXPECT_TRUE(other.closed());
     EXPECT_EQ(ctl("get a").status, 3);
 }
 

@@ -1,5 +1,6 @@
 // Clients that come, go, stall and misbehave.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <thread>
@@ -14,7 +15,7 @@ using namespace std::chrono_literals;
 class Connections : public testing::Test {
 protected:
     Connections() {
-        daemon.defaults("a Dword 1\nlong String \"" + std::string(4000, 'x') + "\"\n");
+        daemon.factory("a Dword 1\nlong String \"" + std::string(4000, 'x') + "\"\n");
         daemon.start();
     }
 
@@ -23,18 +24,16 @@ protected:
 
 TEST_F(Connections, NamesAreShownVerbatim) {
     Client anonymous;
-    EXPECT_EQ(anonymous.number("a"), 1U);
     {
         Client client;
         client.sayName("first");
         client.sayName("100%s%n");
         EXPECT_EQ(client.number("a"), 1U);
     }
-    EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Got connect from 100%s%n\n"));
-    EXPECT_TRUE(daemon.logged("received message error or closed socket, from client 100%s%n\n"));
-    EXPECT_TRUE(daemon.logged("\033[m 100%s%n\n")) << "the removal line";
-    EXPECT_TRUE(daemon.logged("\tCnx:00 Fd:"));
-    EXPECT_TRUE(daemon.logged(" Name:(null)\n"));
+    for (const char* part : {"[ostrServer::PopMessage] Got connect from 100%s%n\n",
+                             "received message error or closed socket, from client 100%s%n\n",
+                             "\033[m 100%s%n\n", "\tCnx:00 Fd:", " Name:(null)\n"})
+        EXPECT_TRUE(daemon.logged(part)) << part;
 }
 
 TEST_F(Connections, UnknownCodesKeepTheConnection) {
@@ -42,7 +41,6 @@ TEST_F(Connections, UnknownCodesKeepTheConnection) {
     for (std::uint32_t code : {0U, 6U, 10U, 30U, 31U, 40U, 42U, 44U, 21U, 99U, 0x80000000U})
         client.send(list(code));
     EXPECT_EQ(client.number("a"), 1U);
-    EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Got unknown message 0x2c (size 8)\n"));
     EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Got unknown message 0x80000000 (size 8)\n"));
 }
 
@@ -83,6 +81,7 @@ TEST_F(Connections, ReaderThatStopsIsDropped) {
     EXPECT_TRUE(daemon.logged("[ostrLink::sendData] Peer has taken nothing for 5000 ms\n"));
     EXPECT_TRUE(daemon.logged("[ostrelEvent:read] Send message failed\n"));
     EXPECT_EQ(stuck.receive(), std::nullopt) << "the answer is cut short";
+    EXPECT_EQ(Client().ask(request)->entries.size(), 140U) << "who reads gets it whole";
 }
 
 TEST_F(Connections, UrgentDataRemovesTheConnectionAndHoldsNobody) {
@@ -114,26 +113,20 @@ TEST_F(Connections, NewConnectionsAreServedAtOnce) {
 // Not verbose: each new client would be logged with all others.
 TEST_F(Connections, MoreThanAThousandAtOnce) {
     EXPECT_EQ(daemon.stop(), 0);
-    daemon.launch({"-d"});
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    daemon.launch("-d");
     ASSERT_TRUE(eventually([] { return Client().number("a") == 1U; }));
     std::vector<Client> clients(1500);
     for (std::size_t i : {0U, 700U, 1100U, 1499U})
         EXPECT_EQ(clients[i].number("a"), 1U);
 }
 
-TEST_F(Connections, ShutdownMessageEndsTheDaemonForAll) {
-    Client other;
-    other.sayName("other");
-    EXPECT_EQ(other.number("a"), 1U);
-    Client client;
-    client.send(list(100));
-    EXPECT_EQ(daemon.wait(), 0);
-    EXPECT_TRUE(client.closed() && other.closed());
-    EXPECT_TRUE(contains(daemon.log(), "\033[m other\n"));
-}
-
 // The sanitizers' runs of this are what it is for: at the exit a client is always just connecting.
 TEST_F(Connections, ExitIsCleanWhileClientsConnect) {
+    daemon.script("p", "watch *\nwriteConf write a 0 5\n");
     for (int round = 0; round < 10; ++round) {
         std::jthread knocking([](const std::stop_token& stop) {
             while (!stop.stop_requested())
@@ -142,10 +135,8 @@ TEST_F(Connections, ExitIsCleanWhileClientsConnect) {
         if (round % 2 == 0) {
             EXPECT_EQ(daemon.stop(), 0);
         } else {
-            daemon.script("p", "watch *\nwriteConf write a 0 5\n");
             Client().commit({list(6, {dword("a", 2)})});
             EXPECT_EQ(daemon.wait(), 255);
-            daemon.script("p", "watch *\n");
         }
         knocking.request_stop();
         knocking.join();

@@ -1,9 +1,7 @@
 #include "daemon.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,28 +15,9 @@
 
 namespace fs = std::filesystem;
 
-namespace {
-
-constexpr char server[] = "/vemra/bin/ostrelServer";
-constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
-constexpr char logPath[] = "/tmp/log";
-constexpr char outputPath[] = "/tmp/output";
-constexpr char callsPath[] = "/tmp/calls";
-
-// For the tests that connect more clients than the usual limit has descriptors.
-void allowManyDescriptors() {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-}  // namespace
-
-void shortPause() { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }
+const fs::path pluginFolder = "/vemra/default/ostrPlugins";
 
 void writeFile(const std::string& path, const std::string& content) {
-    fs::create_directories(fs::path(path).parent_path());
     std::ofstream(path, std::ios::binary) << content;
 }
 
@@ -48,10 +27,6 @@ std::string readFile(const std::string& path) {
     return content.str();
 }
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
 std::size_t occurrences(const std::string& text, const std::string& part) {
     std::size_t count = 0;
     for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
@@ -59,31 +34,35 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
     return count;
 }
 
+bool eventually(const std::function<bool()>& condition) {
+    for (int i = 0; i < 2000; ++i) {
+        if (condition())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+}
+
 Daemon::Daemon() {
-    allowManyDescriptors();
-    for (const char* path : {"/vemra/var", pluginFolder, logPath, outputPath, callsPath, "/tmp/ostrel.sock"})
+    for (const char* path : {"/vemra/var", "/tmp/log", "/tmp/output", "/tmp/calls", "/tmp/ostrel.sock"})
         fs::remove_all(path);
-    defaults("");
-    templates("");
-    fs::create_directories(pluginFolder);
+    factory("");
+    noPlugins();
     plugin("p", "watch *\n");
 }
 
 Daemon::~Daemon() {
     if (pid_ != -1) {
-        kill(pid_, SIGKILL);
+        signal(SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
     if (testing::Test::HasFailure())
         std::cerr << log() << output();
 }
 
-void Daemon::defaults(const std::string& content) const {
-    writeFile("/vemra/default/ostrDbDflt.txt", content);
-}
-
-void Daemon::templates(const std::string& content) const {
-    writeFile("/vemra/default/ostrDbTmplt.txt", content);
+void Daemon::factory(const std::string& defaults, const std::string& templates) const {
+    writeFile("/vemra/default/ostrDbDflt.txt", defaults);
+    writeFile("/vemra/default/ostrDbTmplt.txt", templates);
 }
 
 void Daemon::script(const std::string& name, const std::string& script) const {
@@ -92,46 +71,32 @@ void Daemon::script(const std::string& name, const std::string& script) const {
 
 void Daemon::plugin(const std::string& name, const std::string& script, const std::string& object) const {
     this->script(name, script);
-    fs::copy_file(fs::path(PLUGINS) / (object + ".ostr"), fs::path(pluginFolder) / (name + ".ostr"),
+    fs::copy_file(fs::path(PLUGINS) / (object + ".ostr"), pluginFolder / (name + ".ostr"),
                   fs::copy_options::overwrite_existing);
 }
 
 void Daemon::noPlugins() const {
-    for (const auto& entry : fs::directory_iterator(pluginFolder))
-        fs::remove_all(entry);
+    fs::remove_all(pluginFolder);
+    fs::create_directories(pluginFolder);
 }
 
-void Daemon::start(const std::vector<std::string>& options) {
-    std::vector<std::string> all = {"-d", "-v", "-l", logPath};
-    all.insert(all.end(), options.begin(), options.end());
-    launch(all);
-    ASSERT_TRUE(eventually([] {
-        Client client;
-        return client.connected() && client.ask(list(20)).has_value();
-    })) << "the daemon does not come up";
+void Daemon::start(const std::string& options) {
+    launch("-d -v -l /tmp/log " + options);
+    ASSERT_TRUE(eventually([] { return Client().ask(list(20)).has_value(); })) << "it does not come up";
 }
 
-void Daemon::launch(const std::vector<std::string>& options) {
-    std::vector<char*> arguments;
-    std::string program = server;
-    std::vector<std::string> kept = options;
-    arguments.push_back(program.data());
-    for (std::string& option : kept)
-        arguments.push_back(option.data());
-    arguments.push_back(nullptr);
+void Daemon::launch(const std::string& options) {
     pid_ = fork();
     if (pid_ == 0) {
         if (endsEarly)
             setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-        int out = open(outputPath, O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(out, STDOUT_FILENO);
-        dup2(out, STDERR_FILENO);
-        execv(server, arguments.data());
+        std::string command = "exec /vemra/bin/ostrelServer " + options + " >/tmp/output 2>&1";
+        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
         _exit(126);
     }
 }
 
-int Daemon::run(const std::vector<std::string>& options) {
+int Daemon::run(const std::string& options) {
     launch(options);
     return wait();
 }
@@ -140,10 +105,10 @@ void Daemon::signal(int number) const { kill(pid_, number); }
 
 int Daemon::wait() {
     int status = 0;
-    bool ended = eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; });
-    EXPECT_TRUE(ended) << "the daemon does not end";
-    if (!ended)
+    if (!eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) {
+        ADD_FAILURE() << "the daemon does not end";
         return -1000;
+    }
     pid_ = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
@@ -153,20 +118,17 @@ int Daemon::stop() {
     return wait();
 }
 
-std::string Daemon::log() const { return readFile(logPath); }
-
-std::string Daemon::output() const { return readFile(outputPath); }
-
-std::string Daemon::calls() const {
-    std::string calls = readFile(callsPath);
-    fs::remove(callsPath);
-    for (char& character : calls) {
-        if (character == '\n')
-            character = ',';
-    }
-    return calls;
-}
+std::string Daemon::log() const { return readFile("/tmp/log"); }
 
 bool Daemon::logged(const std::string& part) const {
     return eventually([&] { return contains(log(), part); });
+}
+
+std::string Daemon::output() const { return readFile("/tmp/output"); }
+
+std::string Daemon::calls() const {
+    std::string calls = readFile("/tmp/calls");
+    fs::remove("/tmp/calls");
+    std::replace(calls.begin(), calls.end(), '\n', ',');
+    return calls;
 }

@@ -3,27 +3,16 @@
 
 #include <sys/types.h>
 
-#include <chrono>
+#include <functional>
 #include <string>
-#include <vector>
+
+#include "unit/capture.h"
 
 void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
-bool contains(const std::string& text, const std::string& part);
 std::size_t occurrences(const std::string& text, const std::string& part);
-
-void shortPause();
-
 // Polls until the condition holds; false when it does not within ten seconds.
-template <typename Condition>
-bool eventually(Condition condition) {
-    for (int i = 0; i < 2000; ++i) {
-        if (condition())
-            return true;
-        shortPause();
-    }
-    return false;
-}
+bool eventually(const std::function<bool()>& condition);
 
 class Daemon {
 public:
@@ -36,8 +25,7 @@ public:
     Daemon& operator=(const Daemon&) = delete;
 
     // Before start.
-    void defaults(const std::string& content) const;
-    void templates(const std::string& content) const;
+    void factory(const std::string& defaults, const std::string& templates = "") const;
     // Installs a test plug-in under a name; a scripted one obeys the script.
     void plugin(const std::string& name, const std::string& script,
                 const std::string& object = "scripted") const;
@@ -46,24 +34,23 @@ public:
     void noPlugins() const;
 
     // In debug mode, verbose, with the log in /tmp/log, until it answers.
-    void start(const std::vector<std::string>& options = {});
+    void start(const std::string& options = "");
     // With exactly these options; waits for nothing.
-    void launch(const std::vector<std::string>& options);
+    void launch(const std::string& options);
     // Runs to the end with exactly these options.
-    int run(const std::vector<std::string>& options);
+    int run(const std::string& options);
     void signal(int number) const;
     // The exit status; -N for the signal N. Fails the test when it does not end in time.
     int wait();
     // An orderly stop by SIGTERM.
     int stop();
 
-    pid_t pid() const { return pid_; }
     std::string log() const;
+    bool logged(const std::string& part) const;
     // What launch and run saw on standard output.
     std::string output() const;
     // The calls of the scripted plug-ins since the last look, joined by commas.
     std::string calls() const;
-    bool logged(const std::string& part) const;
 
     // A daemon that ends in the middle of things does not release its memory: leak checks off.
     bool endsEarly = false;

@@ -12,31 +12,9 @@ namespace {
 
 class Durability : public testing::Test {
 protected:
-    Durability() { daemon.defaults("a Dword 0\nb Dword 0\ntext String \"old\"\n"); }
+    Durability() { daemon.factory("a Dword 0\nb Dword 0\n"); }
     Daemon daemon;
 };
-
-TEST_F(Durability, CommitsSurviveAnOrderlyStopAndARestart) {
-    daemon.templates("[wlan]\nchannel Dword 6\n");
-    daemon.start();
-    const std::string odd = "line\nbreak \"quoted\" \\ # \xFF end";
-    Client client;
-    client.send(list(29));
-    client.ask(list(40, {{.name = "wifi", .owner = 3, .tpltName = "wlan"}}));
-    client.send(list(6, {dword("a", 5),
-                         dword("wifi.channel", 9, 1),
-                         {.name = "text", .value = text(odd), .type = ostrelTypeString}}));
-    client.send(list(10, {{"b"}}));
-    client.send(list(30));
-    client.send(list(100));
-    EXPECT_EQ(daemon.wait(), 0);
-    daemon.start();
-    Client after;
-    EXPECT_EQ(after.number("a"), 5U);
-    EXPECT_EQ(after.number("wifi.channel", 1), 9U);
-    EXPECT_EQ(after.number("b"), std::nullopt);
-    EXPECT_EQ(after.ask(list(20, {question("text")}))->entries.at(0).value, text(odd));
-}
 
 // Each commit writes the same number under two keys.
 TEST_F(Durability, KilledAtAnyMomentNothingAcknowledgedIsLost) {

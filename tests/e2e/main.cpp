@@ -3,37 +3,22 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <string_view>
+#include <filesystem>
 #include <vector>
 
-namespace {
-
-constexpr char insideMark[] = "OSTREL_TEST_APPLIANCE";
-
-[[noreturn]] void enterAppliance(int argc, char** argv) {
+int main(int argc, char** argv) {
+    std::vector<char*> arguments(argv, argv + argc + 1);
+    testing::InitGoogleTest(&argc, argv);
+    constexpr char insideMark[] = "OSTREL_TEST_APPLIANCE";
+    if (GTEST_FLAG_GET(list_tests) || std::getenv(insideMark) != nullptr)
+        return RUN_ALL_TESTS();
     setenv(insideMark, "1", 1);
     char appliance[] = APPLIANCE;
     char image[] = IMAGE;
-    char self[] = "/proc/self/exe";
-    std::vector<char> path(4096, '\0');
-    if (readlink(self, path.data(), path.size() - 1) < 0)
-        std::abort();
-    std::vector<char*> arguments{appliance, image, path.data()};
-    arguments.insert(arguments.end(), argv + 1, argv + argc);
-    arguments.push_back(nullptr);
+    std::string self = std::filesystem::read_symlink("/proc/self/exe");
+    arguments.front() = self.data();
+    arguments.insert(arguments.begin(), {appliance, image});
     execv(appliance, arguments.data());
     std::perror(appliance);
-    std::exit(1);
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    bool listing = false;
-    for (int i = 1; i < argc; ++i)
-        listing = listing || std::string_view(argv[i]) == "--gtest_list_tests";
-    if (!listing && std::getenv(insideMark) == nullptr)
-        enterAppliance(argc, argv);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return 1;
 }

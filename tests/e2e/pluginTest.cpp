@@ -1,8 +1,6 @@
 // The plug-in host: loading, order, broadcasts, and what plug-ins may write when.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "client.h"
 #include "daemon.h"
 
@@ -12,14 +10,16 @@ class Plugins : public testing::Test {
 protected:
     Plugins() {
         daemon.noPlugins();
-        daemon.templates("[host]\naddress Dword 1\n");
-        daemon.defaults(
+        daemon.factory(
             "net.ip Dword 1\nnet.mask Dword 2\nwifi.ssid Dword 3\nother Dword 4\nc.text String \"hello\"\n"
-            "c.result Dword 0\nhost[1] instance host \"web\"\n");
+            "c.result Dword 0\nhost[1] instance host \"web\"\n",
+            "[host]\naddress Dword 1\n");
     }
-    void start() {
+    // Gives the calls up to the first request.
+    std::string start() {
         daemon.start();
-        EXPECT_TRUE(client.emplace().connected());
+        client.emplace();
+        return daemon.calls();
     }
     bool write(const std::string& key, std::uint32_t value) {
         return client->commit({list(6, {dword(key, value)})});
@@ -31,23 +31,22 @@ protected:
 };
 
 TEST_F(Plugins, LoadAndRestartPrioritiesOrderTheCalls) {
-    daemon.plugin("a", "loadPriority 30\nrestartPriority 20\nwatch net*\nwatch wifi*\n");
+    daemon.plugin("a", "loadPriority 30\nrestartPriority 20\nwatch net*\nwatch wifi*\ndie throw\n");
     daemon.plugin("b", "loadPriority 4294967295\nrestartPriority 10\nwatch net.ip\n");
     daemon.plugin("c", "loadPriority 20\nwatch nothing\nnull die\n");
-    start();
-    EXPECT_EQ(daemon.calls(), "c init 5,a init 5,b init 5,");
+    EXPECT_EQ(start(), "c init 5,a init 5,b init 5,");
     EXPECT_TRUE(client->commit({list(6, {dword("net.ip", 5), dword("net.mask", 6), dword("wifi.ssid", 7)})}));
     EXPECT_EQ(daemon.calls(), "b writeConf,a writeConf,b restart,a restart,");
     EXPECT_EQ(daemon.stop(), 0);
     EXPECT_EQ(daemon.calls(), "a die,b die,");
     EXPECT_TRUE(contains(daemon.log(), "<<< Plugin[c.ostr].die() not done\n"));
+    EXPECT_TRUE(contains(daemon.log(), "Suicide failed for plugin\n"));
 }
 
 TEST_F(Plugins, TriggersComeAfterTheRestartsOncePerChange) {
     daemon.plugin("a", "watch net*\ntriggerOn net*\n");
     daemon.plugin("b", "triggerOn net.ip\nnull getTriggerList\n");
     start();
-    daemon.calls();
     EXPECT_TRUE(client->commit({list(6, {dword("net.ip", 5), dword("other", 1), dword("net.mask", 6)}),
                                 list(6, {dword("net.ip", 7)})}));
     EXPECT_EQ(daemon.calls(), "a writeConf,a restart,a trigger net.ip,a trigger net.mask,a trigger net.ip,");
@@ -59,10 +58,9 @@ TEST_F(Plugins, FailuresAndExceptionsStopNobodyElse) {
     daemon.plugin("a", "restartPriority 1\nwatch *\nwriteConf return 2\nrestart reboot 1\nrestart throw\n");
     daemon.plugin("b",
                   "restartPriority 2\nwatch *\ntriggerOn *\nwriteConf throw\nrestart return 0\n"
-                  "restart reboot 1\ntrigger throw\n");
+                  "restart reboot 1\ntrigger throwNumber\n");
     daemon.plugin("c", "restartPriority 3\nwatch *\nrestart reboot 2\n");
     start();
-    daemon.calls();
     EXPECT_TRUE(write("net.ip", 5));
     EXPECT_EQ(daemon.calls(),
               "a writeConf,b writeConf,c writeConf,a restart,b restart,c restart,b trigger net.ip,");
@@ -71,7 +69,7 @@ TEST_F(Plugins, FailuresAndExceptionsStopNobodyElse) {
           "[Warning] restart failed for client :a\n", "[Warning] restart failed for client :b\n",
           "Plugin[a.ostr].restart() threw an exception: scripted\n",
           "Plugin[b.ostr].writeConf() threw an exception: scripted\n",
-          "Plugin[b.ostr].trigger() threw an exception: scripted\n"})
+          "Plugin[b.ostr].trigger() threw an exception: not a std::exception\n"})
         EXPECT_TRUE(daemon.logged(part)) << part;
     EXPECT_EQ(occurrences(daemon.log(), "[OstrelServer] REBOOT REQUIRED\n"), 1U);
     EXPECT_EQ(number("net.ip"), 5U);
@@ -83,7 +81,6 @@ TEST_F(Plugins, WritesFromRestartAreReplayedAndBroadcast) {
                   "restart read other 0\n");
     daemon.plugin("b", "watch other\nwatch host\ntriggerOn other\ntriggerOn host\n");
     start();
-    daemon.calls();
     EXPECT_TRUE(write("net.ip", 5));
     EXPECT_EQ(
         daemon.calls(),
@@ -97,8 +94,7 @@ TEST_F(Plugins, WritesFromRestartAreReplayedAndBroadcast) {
 
 TEST_F(Plugins, WritesFromInitAreAppliedBeforeTheFirstRequest) {
     daemon.plugin("a", "init write other 0 44\ninit read other 0\nwatch other\n");
-    start();
-    EXPECT_EQ(daemon.calls(), "a init 5,a write 1,a read other 1 4,a writeConf,a restart,");
+    EXPECT_EQ(start(), "a init 5,a write 1,a read other 1 4,a writeConf,a restart,");
     EXPECT_EQ(number("other"), 44U);
 }
 
@@ -109,7 +105,6 @@ TEST_F(Plugins, WritesFromTriggerAreAppliedAtOnceAndNotBroadcast) {
         "trigger remove host 9\ntrigger removeOwner host web\ntrigger new host host dns\n");
     daemon.plugin("b", "watch other\n");
     start();
-    daemon.calls();
     EXPECT_TRUE(write("net.ip", 5));
     EXPECT_EQ(daemon.calls(),
               "a trigger net.ip,a write 1,a read other 1 44,a write 0,a remove 0,a removeOwner 1,a new 1,");
@@ -165,7 +160,6 @@ TEST_F(Plugins, FilesThatAreNoPluginAreSkippedWithTheirLine) {
     daemon.plugin("nullTable", "null table\n");
     daemon.plugin("noRestart", "null restart\n");
     writeFile("/vemra/default/ostrPlugins/text.ostr", "not an object");
-    std::filesystem::create_directory("/vemra/default/ostrPlugins/folder.ostr");
     start();
     const std::string folder = "/vemra/default/ostrPlugins/";
     for (const std::string& part :
@@ -173,27 +167,22 @@ TEST_F(Plugins, FilesThatAreNoPluginAreSkippedWithTheirLine) {
           "error: no IoBlock returned by plugin " + folder + "nullTable.ostr\n",
           "error: IoBlock of plugin " + folder + "noRestart.ostr lacks init, restart or getWatchedValues\n",
           "error: file " + folder + "text.ostr cannot load as plugin, er=",
-          "error: file " + folder + "folder.ostr cannot load as plugin, er=",
           std::string("Loaded 1 plugins\n")})
         EXPECT_TRUE(daemon.logged(part)) << part;
 }
 
-TEST_F(Plugins, ReducedModeLoadsTheEssentialOnes) {
+TEST_F(Plugins, FailedInitStopsTheDaemonButReducedModeLoadsTheEssentialOnes) {
     daemon.endsEarly = true;
-    daemon.plugin("a", "");
-    EXPECT_EQ(daemon.run({"-d", "-r"}), 255);
+    daemon.plugin("a", "init return 2\n");
+    EXPECT_EQ(daemon.run("-d"), 255);
+    EXPECT_TRUE(contains(daemon.output(), "FATAL ERROR :Init failed for plugin\n"));
+    EXPECT_EQ(daemon.run("-d -r"), 255);
     EXPECT_TRUE(contains(daemon.output(), "[ostrel] This plugin is not essential, skipping it\n"));
     EXPECT_TRUE(contains(daemon.output(), "FATAL ERROR :No plugins loaded\n"));
     daemon.plugin("b", "", "essential");
-    daemon.start({"--reduced"});
+    daemon.calls();
+    daemon.start("--reduced");
     EXPECT_EQ(daemon.calls(), "b init 5,");
-}
-
-TEST_F(Plugins, FailedInitStopsTheDaemon) {
-    daemon.endsEarly = true;
-    daemon.plugin("a", "init return 2\n");
-    EXPECT_EQ(daemon.run({"-d"}), 255);
-    EXPECT_TRUE(contains(daemon.output(), "FATAL ERROR :Init failed for plugin\n"));
 }
 
 TEST_F(Plugins, PlainCPluginReadsAndWrites) {

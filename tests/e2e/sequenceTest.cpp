@@ -10,8 +10,8 @@ namespace {
 class Sequence : public testing::Test {
 protected:
     Sequence() {
-        daemon.templates("[wlan]\nssid String \"home\"\nchannel Dword 6\n");
-        daemon.defaults("a Dword 1\nb Dword 2\ntext String \"old\"\nv[1] Dword 10\n");
+        daemon.factory("a Dword 1\nb Dword 2\ntext String \"old\"\nv[1] Dword 10\n",
+                       "[wlan]\nssid String \"home\"\nchannel Dword 6\n");
         daemon.start();
         daemon.calls();
         client.emplace();
@@ -19,7 +19,6 @@ protected:
     // Whether the daemon closes the connection of a client that sends these after a start message.
     bool refused(const std::vector<std::string>& messages) {
         Client bad;
-        bad.sayName("bad");
         bad.send(list(29));
         for (const std::string& message : messages)
             bad.send(message);
@@ -43,12 +42,11 @@ TEST_F(Sequence, CommitAppliesAllAndTellsThePlugin) {
     EXPECT_EQ(number("b"), std::nullopt);
     EXPECT_EQ(daemon.calls(), "p writeConf,p restart,");
     EXPECT_TRUE(daemon.logged("[Notify 1] v -> 4 :\n"));
-    EXPECT_TRUE(contains(daemon.log(), "  0C\n"));
     EXPECT_TRUE(client->commit({}));
     EXPECT_EQ(daemon.calls(), "") << "an empty commit touches no key";
 }
 
-TEST_F(Sequence, RollbackAndRestartUndo) {
+TEST_F(Sequence, RollbackRestartAndDepartureUndo) {
     client->send(list(29));
     client->send(list(6, {dword("a", 11)}));
     client->send(list(31));
@@ -57,6 +55,13 @@ TEST_F(Sequence, RollbackAndRestartUndo) {
     EXPECT_EQ(number("a"), 1U);
     EXPECT_EQ(number("b"), 22U);
     EXPECT_TRUE(daemon.logged("[ostrServer] Got startWritting message (AGAIN)\n"));
+    client->sayName("leaving");
+    client->send(list(29));
+    client->send(list(6, {dword("a", 11)}));
+    client.reset();
+    EXPECT_TRUE(daemon.logged(
+        "[ostrServer::HandleWriteSequence] Received Message error or closed socket,  from client leaving\n"));
+    EXPECT_EQ(number("a"), 1U);
 }
 
 TEST_F(Sequence, RefusedChangeUndoesTheSequenceAndClosesTheConnection) {
@@ -110,7 +115,6 @@ TEST_F(Sequence, InstancesLiveAndDieWithTheSequence) {
     EXPECT_TRUE(other.closed());
 
     EXPECT_TRUE(client->commit({list(42, {{.name = "wifi", .pKey = 1}})}));
-    EXPECT_EQ(client->ask(list(46, {question("wifi", web)})), (Reply{47, {{"wifi", word(1)}}}));
     EXPECT_TRUE(client->commit({list(44, {{.name = "wifi", .owner = web}})}));
     EXPECT_EQ(client->ask(list(46, {question("wifi", web)})), (Reply{47, {{"wifi", word(0)}}}));
     client->send(list(29));
@@ -118,26 +122,11 @@ TEST_F(Sequence, InstancesLiveAndDieWithTheSequence) {
         << "numbers are not used again";
 }
 
-TEST_F(Sequence, DepartureRollsBack) {
-    {
-        Client leaving;
-        leaving.sayName("leaving");
-        leaving.send(list(29));
-        leaving.send(list(6, {dword("a", 11)}));
-    }
-    EXPECT_TRUE(daemon.logged(
-        "[ostrServer::HandleWriteSequence] Received Message error or closed socket,  from client leaving\n"));
-    EXPECT_EQ(number("a"), 1U);
-}
-
 TEST_F(Sequence, SilentClientOutlivesHangUpButNotAQuitSignal) {
     client->send(list(29));
     client->send(list(6, {dword("a", 11)}));
     ASSERT_TRUE(daemon.logged("[ostrServer] Got notify message END\n"));
-    for (int i = 0; i < 5; ++i) {
-        daemon.signal(SIGHUP);
-        shortPause();
-    }
+    daemon.signal(SIGHUP);
     client->send(list(6, {dword("b", 12)}));
     client->send(list(30));
     EXPECT_EQ(client->number("b"), 12U);
@@ -154,7 +143,7 @@ TEST_F(Sequence, SilentClientOutlivesHangUpButNotAQuitSignal) {
 
 TEST_F(Sequence, UnknownKeysCanBeCreatedWhenAllowed) {
     EXPECT_EQ(daemon.stop(), 0);
-    daemon.start({"--key-create-allowed"});
+    daemon.start("--key-create-allowed");
     EXPECT_TRUE(Client().commit({list(6, {dword("new.key", 5), dword("new.vector", 6, 2)})}));
     EXPECT_EQ(daemon.stop(), 0);
     daemon.start();

