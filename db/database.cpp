@@ -169,9 +169,8 @@ int Database::getInstances(char const* name, unsigned int owner, unsigned int* k
 }
 
 Result Database::check(long handle, char const* name) const {
-    if (!open_ || handle != handle_) {
+    if (!open_ || handle != handle_)
         return {"not the open transaction"};
-    }
     return name == nullptr ? Result{"the name is null"} : Result{};
 }
 
@@ -179,9 +178,8 @@ Result Database::write(long handle, char const* name, unsigned int pKey, int siz
                        ostrelValueType type) {
     if (const Result result = check(handle, name); !result.ok())
         return result;
-    if (value == nullptr || size < 0) {
+    if (value == nullptr || size < 0)
         return {"there is no value"};
-    }
     Value made;
     if (const Result result = makeValue(type, {value, static_cast<size_t>(size)}, made); !result.ok())
         return result;

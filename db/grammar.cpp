@@ -78,9 +78,8 @@ Result parseOwner(Cursor& cursor, uint32_t& owner) {
 
 Result parseInstance(Cursor& cursor, Line& line) {
     line.kind = Line::Kind::instance;
-    if (line.index == 0 || !line.member.empty()) {
+    if (line.index == 0 || !line.member.empty())
         return {"an instance needs its primary key, and no member"};
-    }
     const Result result = cursor.takeName(line.instance.templateName);
     if (!result.ok())
         return result;
@@ -111,9 +110,8 @@ Result parseContent(Cursor& cursor, Line& line) {
     if (const Result result = parseKey(cursor, line); !result.ok())
         return result;
     const std::string_view word = cursor.takeWord();
-    if (!cursor.skipBlanks()) {
+    if (!cursor.skipBlanks())
         return {"a blank is missing behind the type"};
-    }
     if (const ostrelValueType type = typeNamed(word); type != ostrelTypeNone)
         return parseValue(cursor, type, line);
     return word == "instance" ? parseInstance(cursor, line) : parseState(cursor, word, line);
@@ -124,9 +122,8 @@ std::string ownerTag(uint32_t owner) {
     std::string tag;
     for (; owner != 0; owner >>= 8U) {
         const auto byte = static_cast<unsigned char>(owner & 0xFFU);
-        if (byte < 32 || byte > 126) {
+        if (byte < 32 || byte > 126)
             return {};
-        }
         tag += static_cast<char>(byte);
     }
     return tag;
@@ -138,9 +135,8 @@ Result parseLine(std::string_view text, Line& line) {
     line = {};
     Cursor cursor(text);
     cursor.skipBlanks();
-    if (cursor.atEnd()) {
+    if (cursor.atEnd())
         return {};
-    }
     if (cursor.at('@')) {
         line.kind = Line::Kind::closing;
         return {};

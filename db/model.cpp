@@ -147,28 +147,23 @@ Result Model::addDefault(const RowKey& key, Value value) {
     };
     if (key.index != 0 && (!member.empty() || anySplit(name, isStructure)))
         return addDefaultMember(name, key.index, std::move(value));
-    if (key.index != 0 && structure(name) != nullptr) {
+    if (key.index != 0 && structure(name) != nullptr)
         return {"the name is a structure's"};
-    }
     if (const Entry* found = entry(name); found != nullptr) {
-        if (const Cell* old = cell(name, key.index); old != nullptr && old->hasDefault) {
+        if (const Cell* old = cell(name, key.index); old != nullptr && old->hasDefault)
             return {"the key is given twice"};
-        }
-        if (defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type) {
+        if (defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type)
             return {"the name has another type in an earlier line"};
-        }
     }
     put(makeNode(name), key.index, Cell{std::move(value), true, true, false, false});
     return {};
 }
 
 Result Model::checkElementName(const RowKey& key) const {
-    if (key.index == 0) {
+    if (key.index == 0)
         return {};
-    }
-    if (structure(key.name) != nullptr) {
+    if (structure(key.name) != nullptr)
         return {"the name is a structure's"};
-    }
     const Elements* found = elements(key.name);
     return found != nullptr && found->structure != nullptr ? Result{"the name is a structure member's"}
                                                            : Result{};
@@ -180,9 +175,8 @@ Result Model::setValue(const RowKey& key, const Value& value) {
     if (const Result result = checkElementName(key); !result.ok())
         return result;
     const Entry* found = entry(key.name);
-    if (found != nullptr && defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type) {
+    if (found != nullptr && defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type)
         return {"the default has another type and wins"};
-    }
     const Cell* old = cell(key.name, key.index);
     put(makeNode(key.name), key.index, Cell{value, true, old != nullptr && old->hasDefault, true, false});
     return {};
@@ -198,7 +192,7 @@ Result Model::erase(const RowKey& key) {
     if (const Cell* old = cell(key.name, key.index); old != nullptr) {
         erased.type = old->type;
         erased.hasDefault = old->hasDefault;
-        erased.changed = old->hasDefault || !old->present;
+        erased.changed = old->hasDefault;
     }
     put(makeNode(key.name), key.index, std::move(erased));
     return {};

@@ -36,24 +36,20 @@ const Template* Model::findTemplate(std::string_view name) const {
 Result Model::checkMemberName(std::string_view name, std::string_view structureName) const {
     if (const Result result = checkName(name); !result.ok())
         return result;
-    if (structure(name) != nullptr) {
+    if (structure(name) != nullptr)
         return {"a member's name is that of a structure"};
-    }
     const Elements* found = elements(name);
-    if (found != nullptr && found->isKnownVector()) {
+    if (found != nullptr && found->isKnownVector())
         return {"a member's name is that of a vector"};
-    }
-    if (found != nullptr && found->structure != nullptr && found->structure->first != structureName) {
+    if (found != nullptr && found->structure != nullptr && found->structure->first != structureName)
         return {"a member's name belongs to another structure"};
-    }
     return {};
 }
 
 Result Model::checkStructureName(std::string_view name) const {
     const Elements* found = elements(name);
-    if (found != nullptr && found->isKnownVector()) {
+    if (found != nullptr && found->isKnownVector())
         return {"the name is a vector's"};
-    }
     return found != nullptr && found->structure != nullptr ? Result{"the name is a structure member's"}
                                                            : Result{};
 }
@@ -62,9 +58,8 @@ void Model::addTemplate(std::string_view name) { templates_.try_emplace(std::str
 
 Result Model::addTemplateMember(std::string_view templateName, std::string_view member, Value value) {
     const auto found = templates_.find(templateName);
-    if (found == templates_.end()) {
+    if (found == templates_.end())
         return {"no template is open"};
-    }
     return found->second.emplace(member, std::move(value)).second ? Result{}
                                                                   : Result{"the member is given twice"};
 }
@@ -98,12 +93,10 @@ Result Model::addDefaultInstance(const RowKey& key, const Instance& instance) {
         return result;
     Structures::value_type& structure = makeStructure(key.name, key.index);
     const Template* members = findTemplate(instance.templateName);
-    if (members == nullptr) {
+    if (members == nullptr)
         return {"unknown template"};
-    }
-    if (structure.second.instances.contains(key.index)) {
+    if (structure.second.instances.contains(key.index))
         return {"the instance is given twice"};
-    }
     result = checkInstance(key, members);
     if (result.ok())
         putInstance(structure, key.index, instance, true);
@@ -161,32 +154,27 @@ void Model::dropMembers(const Structures::value_type& structure, uint32_t key) {
 
 Result Model::addDefaultMember(std::string_view name, uint32_t index, Value value) {
     const Cell* old = cell(name, index);
-    if (old == nullptr) {
+    if (old == nullptr)
         return {"no such instance, or its template has no such member"};
-    }
-    if (old->type != value.type) {
+    if (old->type != value.type)
         return {"the template gives the member another type"};
-    }
-    if (!old->fromTemplate) {
+    if (!old->fromTemplate)
         return {"the key is given twice"};
-    }
     put(makeNode(name), index, Cell{std::move(value), true, true, false, false});
     return {};
 }
 
 // A member that the template no longer has stays: nobody said to remove it.
 Result Model::setMember(const RowKey& key, const Value& value) {
-    if (instance(key.name, key.index) == nullptr) {
+    if (instance(key.name, key.index) == nullptr)
         return {"there is no such instance"};
-    }
     const std::string name = memberName(key.name, key.member);
     if (const Result result = checkMemberName(name, key.name); !result.ok())
         return result;
     const Cell* old = cell(name, key.index);
     const bool hasDefault = old != nullptr && old->hasDefault;
-    if (hasDefault && old->type != value.type) {
+    if (hasDefault && old->type != value.type)
         return {"the template gives the member another type and wins"};
-    }
     putMember(makeStructure(key.name, key.index), key.index, key.member,
               Cell{value, true, hasDefault, true, false});
     return {};

@@ -101,9 +101,8 @@ Result Cursor::takeName(std::string& name) {
 }
 
 Result Cursor::takeBare(std::string& text) {
-    if (!rest_.empty() && !isBareStart(rest_.front())) {
+    if (!rest_.empty() && !isBareStart(rest_.front()))
         return {"a name that starts with '@' must be quoted"};
-    }
     while (!rest_.empty() && isBare(rest_.front())) {
         if (const Result result = takeCharacter(text); !result.ok())
             return result;
@@ -113,9 +112,8 @@ Result Cursor::takeBare(std::string& text) {
 
 Result Cursor::takeCharacter(std::string& text) {
     const size_t size = characterSize(rest_);
-    if (size == 0) {
+    if (size == 0)
         return {"not valid UTF-8"};
-    }
     text.append(rest_.substr(0, size));
     rest_.remove_prefix(size);
     return {};
@@ -123,16 +121,13 @@ Result Cursor::takeCharacter(std::string& text) {
 
 Result Cursor::takeQuoted(std::string& text) {
     text.clear();
-    if (!take('"')) {
+    if (!take('"'))
         return {"a text in double quotes is missing"};
-    }
     while (!rest_.empty()) {
-        if (take('"')) {
+        if (take('"'))
             return {};
-        }
-        if (at('\0')) {
+        if (at('\0'))
             return {"a NUL stands inside the text"};
-        }
         if (const Result result = take('\\') ? takeEscape(text) : takeCharacter(text); !result.ok())
             return result;
     }
@@ -151,9 +146,8 @@ Result Cursor::takeEscape(std::string& text) {
         std::from_chars(rest_.data(), rest_.data() + 2, byte, 16).ptr != rest_.data() + 2) {
         return {"unknown escape"};
     }
-    if (byte == 0) {
+    if (byte == 0)
         return {"a NUL stands inside the text"};
-    }
     rest_.remove_prefix(2);
     text += static_cast<char>(byte);
     return {};
@@ -170,12 +164,10 @@ std::string_view Cursor::takeWord() {
 
 Result Cursor::takeNumber(uint32_t max, uint32_t& number) {
     const auto [end, error] = std::from_chars(rest_.data(), rest_.data() + rest_.size(), number);
-    if (error == std::errc::result_out_of_range || (error == std::errc() && number > max)) {
+    if (error == std::errc::result_out_of_range || (error == std::errc() && number > max))
         return {"the number is too large"};
-    }
-    if (error != std::errc()) {
+    if (error != std::errc())
         return {"a decimal number is missing"};
-    }
     rest_.remove_prefix(static_cast<size_t>(end - rest_.data()));
     return {};
 }

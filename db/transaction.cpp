@@ -36,23 +36,25 @@ bool Transaction::isMember(std::string_view name) const {
            (committed != nullptr && committed->structure != nullptr);
 }
 
-size_t Transaction::presentElements(std::string_view name) const {
-    const NameChanges* mine = changesOf(name);
+const Elements* Transaction::committedVector(std::string_view name) const {
     const Elements* committed = base_.elements(name);
-    std::ptrdiff_t count = mine != nullptr ? mine->present : 0;
-    if (committed != nullptr && committed->structure == nullptr)
-        count += static_cast<std::ptrdiff_t>(committed->present);
-    return static_cast<size_t>(count);
+    return committed != nullptr && committed->structure == nullptr ? committed : nullptr;
 }
 
 // By its kind: that a name has a plain value does not make it known as a vector, nor the reverse.
 bool Transaction::isKnown(std::string_view name, uint32_t index) const {
-    const Entry* committed = base_.entry(name);
-    if (index == 0)
+    if (index == 0) {
+        const Entry* committed = base_.entry(name);
         return find(name, 0) != nullptr || (committed != nullptr && committed->plain.hasDefault);
-    const bool hasDefaults = committed != nullptr && committed->elements &&
-                             committed->elements->isKnownVector() && committed->elements->defaults != 0;
-    return hasDefaults || presentElements(name) != 0;
+    }
+    const NameChanges* mine = changesOf(name);
+    std::ptrdiff_t present = mine != nullptr ? mine->present : 0;
+    if (const Elements* committed = committedVector(name); committed != nullptr) {
+        if (committed->defaults != 0)
+            return true;
+        present += static_cast<std::ptrdiff_t>(committed->present);
+    }
+    return present != 0;
 }
 
 // The one type of the name's plain value and vector elements; none when nothing fixes it.
@@ -64,18 +66,17 @@ ostrelValueType Transaction::knownType(std::string_view name) const {
         return plain->type;
     if (!isKnown(name, 1))
         return ostrelTypeNone;
-    const NameChanges* mine = changesOf(name);
-    return mine != nullptr && mine->vectorType != ostrelTypeNone ? mine->vectorType
-                                                                 : committed->elements->type;
+    if (const NameChanges* mine = changesOf(name); mine != nullptr && mine->vectorType != ostrelTypeNone)
+        return mine->vectorType;
+    const Elements* vector = committedVector(name);
+    return vector != nullptr ? vector->type : ostrelTypeNone;
 }
 
 Result Transaction::checkNewElement(std::string_view name) const {
-    if (isKnown(name, 1)) {
+    if (isKnown(name, 1))
         return {};
-    }
-    if (isStructure(name)) {
+    if (isStructure(name))
         return {"the name is a structure's"};
-    }
     const bool isUnderStructure =
         anySplit(name, [this](std::string_view prefix, std::string_view) { return isStructure(prefix); });
     return isUnderStructure ? Result{"there is no such instance, or it has no such member"} : Result{};
@@ -89,13 +90,11 @@ Result Transaction::write(std::string_view name, uint32_t index, Value value, bo
         if (const Result result = checkNewElement(name); !result.ok())
             return result;
     }
-    if (old == nullptr && !mayCreate && !isKnown(name, index)) {
+    if (old == nullptr && !mayCreate && !isKnown(name, index))
         return {"the key is unknown, and creating keys is not allowed"};
-    }
     const ostrelValueType known = old != nullptr ? old->type : knownType(name);
-    if (known != ostrelTypeNone && known != value.type) {
+    if (known != ostrelTypeNone && known != value.type)
         return {"the key has another type"};
-    }
     set(name, index, std::move(value));
     return {};
 }
@@ -152,9 +151,8 @@ std::vector<uint32_t> Transaction::elementsOf(std::string_view name) const {
 Result Transaction::destroy(std::string_view name) {
     const std::vector<uint32_t> elements = elementsOf(name);
     const bool hasPlain = find(name, 0) != nullptr;
-    if (!hasPlain && elements.empty()) {
+    if (!hasPlain && elements.empty())
         return {isMember(name) ? "a member cannot be erased" : "there is nothing to erase"};
-    }
     if (hasPlain)
         erase(name, 0);
     for (const uint32_t index : elements)

@@ -67,7 +67,7 @@ private:
     std::string_view memberOf(std::string_view name, uint32_t key) const;
 
     bool isMember(std::string_view name) const;
-    size_t presentElements(std::string_view name) const;
+    const Elements* committedVector(std::string_view name) const;
     bool isKnown(std::string_view name, uint32_t index) const;
     ostrelValueType knownType(std::string_view name) const;
     Result checkNewElement(std::string_view name) const;

@@ -63,9 +63,8 @@ Result Transaction::checkNewInstance(std::string_view name, const Template& memb
     if (const Result result = base_.checkStructureName(name); !result.ok())
         return result;
     const NameChanges* own = changesOf(name);
-    if (own != nullptr && (own->vectorType != ostrelTypeNone || !own->structure.empty())) {
+    if (own != nullptr && (own->vectorType != ostrelTypeNone || !own->structure.empty()))
         return {"the name is a vector's or a member's"};
-    }
     for (const auto& [member, value] : members) {
         const std::string whole = memberName(name, member);
         if (const Result result = base_.checkMemberName(whole, name); !result.ok())
@@ -74,9 +73,8 @@ Result Transaction::checkNewInstance(std::string_view name, const Template& memb
         const bool isTaken =
             changes != nullptr && (changes->vectorType != ostrelTypeNone ||
                                    (!changes->structure.empty() && changes->structure != name));
-        if (isTaken || isStructure(whole)) {
+        if (isTaken || isStructure(whole))
             return {"a member's name serves another purpose"};
-        }
     }
     return {};
 }
@@ -86,9 +84,8 @@ Result Transaction::instantiate(std::string_view templateName, std::string_view 
     if (const Result result = checkName(name); !result.ok())
         return result;
     const Template* members = base_.findTemplate(templateName);
-    if (members == nullptr) {
+    if (members == nullptr)
         return {"unknown template"};
-    }
     if (const Result result = checkNewInstance(name, *members); !result.ok())
         return result;
     const Structure* committed = base_.structure(name);
@@ -96,9 +93,8 @@ Result Transaction::instantiate(std::string_view templateName, std::string_view 
     uint32_t last = committed != nullptr ? committed->lastKey : 0;
     if (mine != nullptr && mine->lastKey != 0)
         last = mine->lastKey;
-    if (last == std::numeric_limits<uint32_t>::max()) {
+    if (last == std::numeric_limits<uint32_t>::max())
         return {"the structure has no primary key left"};
-    }
     key = last + 1;
     StructureChanges& changes = structures_[std::string(name)];
     changes.lastKey = key;
@@ -110,15 +106,13 @@ Result Transaction::instantiate(std::string_view templateName, std::string_view 
 
 Result Transaction::remove(std::string_view name, std::span<const unsigned int> keys) {
     const bool ofStructure = isStructure(name);
-    if (!ofStructure && isMember(name)) {
+    if (!ofStructure && isMember(name))
         return {"a member cannot be removed, only its instance"};
-    }
     for (const unsigned int key : keys) {
         const bool exists =
             ofStructure ? instance(name, key) != nullptr : key != 0 && find(name, key) != nullptr;
-        if (!exists) {
+        if (!exists)
             return {"there is no such instance"};
-        }
     }
     for (const unsigned int key : keys) {
         if (ofStructure) {

@@ -41,28 +41,22 @@ bool isText(ostrelValueType type) {
 size_t sizeOf(const Value& value) { return value.bytes.size() + (isText(value.type) ? 1 : 0); }
 
 Result checkName(std::string_view name) {
-    if (name.empty()) {
+    if (name.empty())
         return {"the name is empty"};
-    }
-    if (name.size() > maxNameSize) {
+    if (name.size() > maxNameSize)
         return {"the name is longer than 127 bytes"};
-    }
-    if (std::ranges::any_of(name, isControl)) {
+    if (std::ranges::any_of(name, isControl))
         return {"the name holds a control character"};
-    }
     return {};
 }
 
 Result checkText(ostrelValueType type, std::string_view text) {
-    if (text.find('\0') != std::string_view::npos) {
+    if (text.find('\0') != std::string_view::npos)
         return {"a NUL stands inside the text"};
-    }
-    if (type == ostrelTypeIP && !text.empty() && !isIp(std::string(text))) {
+    if (type == ostrelTypeIP && !text.empty() && !isIp(std::string(text)))
         return {"not an IP address"};
-    }
-    if (type == ostrelTypeMAC && !text.empty() && !isMac(text)) {
+    if (type == ostrelTypeMAC && !text.empty() && !isMac(text))
         return {"not a MAC address"};
-    }
     return {};
 }
 
@@ -71,21 +65,18 @@ Result makeValue(ostrelValueType type, std::span<const unsigned char> bytes, Val
         value = {std::string(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size)), type};
     };
     if (isText(type)) {
-        if (bytes.empty() || bytes.back() != 0) {
+        if (bytes.empty() || bytes.back() != 0)
             return {"the text does not end with a NUL"};
-        }
         const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size() - 1);
         if (const Result result = checkText(type, text); !result.ok())
             return result;
         take(text.size());
         return {};
     }
-    if (type != ostrelTypeBool && type != ostrelTypeByte && type != ostrelTypeDword) {
+    if (type != ostrelTypeBool && type != ostrelTypeByte && type != ostrelTypeDword)
         return {"unknown type"};
-    }
-    if (bytes.size() != (type == ostrelTypeDword ? 4U : 1U)) {
+    if (bytes.size() != (type == ostrelTypeDword ? 4U : 1U))
         return {"the size does not fit the type"};
-    }
     take(bytes.size());
     return {};
 }

@@ -18,6 +18,10 @@ public:
         ASSERT_TRUE(set("own" + std::to_string(number), static_cast<uint32_t>(number)));
         ASSERT_TRUE(setText("text", std::string(25000, 'x')));
         (commit() ? acknowledged : refused).push_back(number);
+        // Cut off at once, not only before the next commit.
+        if (faults.first == faults.last && !refused.empty() && refused.back() == number) {
+            EXPECT_FALSE(contains(live(), "own" + std::to_string(number) + ' '));
+        }
     }
 
     // The whole of each commit, or nothing of it. mayHave: one more that may be there.
@@ -92,6 +96,8 @@ TEST_P(Faulty, CallsFail) {
         const std::string log = store.open();
         EXPECT_TRUE(log.empty() || !recovers) << log;
         store.check(mayHave);
+        EXPECT_TRUE(kind != std::string("damaged") ||
+                    contains(store.read(store.livePath() + ".damaged-1"), "?"));
         EXPECT_TRUE(wasReached || call > 20) << "few calls were tried";
     }
 }
@@ -111,6 +117,17 @@ TEST(Faults, InterruptedCallsAreRepeatedAndACommitForcesOneWrite) {
         faults = {.first = call, .last = call, .error = EINTR};
         EXPECT_TRUE(store.set("k", static_cast<uint32_t>(call)) && store.commit());
     }
+}
+
+// What could not be synced may be lost although a later sync succeeds.
+TEST(Faults, AfterAFailedSyncTheFileIsWrittenAnew) {
+    FaultyStore store;
+    store.open();
+    faults = {.first = 3, .last = 3, .error = EIO};  // after stat and write
+    outputOf([&] { EXPECT_TRUE(store.set("k", 1) && !store.commit()); });
+    faults = {};
+    EXPECT_TRUE(store.set("k", 2) && store.commit());
+    EXPECT_EQ(faults.forced, 3) << "the new file, its directory, the commit";
 }
 
 TEST(Faults, ADamagedFileIsCopiedWhereLinksAreNotSupported) {

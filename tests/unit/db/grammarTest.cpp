@@ -34,9 +34,8 @@ TEST(Grammar, NamesAndTextsOfAnyBytesComeBack) {
     for (int byte = 1; byte < 256; ++byte)
         allBytes += static_cast<char>(byte);
     std::vector<std::string> texts = split(
-        "plain|two words|quo\"te|back\\slash|# hash|@commit "
-        "1|[x]|a.b|gr\xC3\xBC\xC3\x9F|\xFF\xC0\xAF|\xED\xA0\x80|"
-        "\xF4\x90\x80\x80|\xE2\x82",
+        "plain|two words|quo\"te|back\\slash|# hash|@commit 1|[x]|a.b|gr\xC3\xBC\xC3\x9F|\xFF\xC0\xAF|"
+        "\xED\xA0\x80|\xF4\x90\x80\x80|\xE2\x82",
         '|');
     texts.insert(texts.end(), {"", allBytes});
     for (const std::string& text : texts) {

@@ -75,7 +75,7 @@ TEST_F(Instances, RemovalTakesTheMembersAndKeysAreNeverGivenAgain) {
     EXPECT_TRUE(setText("w.ssid", "x", 3) && commit());
     EXPECT_FALSE(remove("w", {3, 4}) || remove("w", {0}));
     EXPECT_EQ(get("w.ssid", 3, handle()), "x") << "all are checked before the first is removed";
-    EXPECT_TRUE(remove("w", {1, 3, 3}) && remove("w", {}));
+    EXPECT_TRUE(set("w.ch", 9, 3) && remove("w", {1, 3, 3}) && remove("w", {}));
     EXPECT_EQ(get("w.ssid", 3, handle()), "none");
     EXPECT_FALSE(remove("w", {3})) << "removed already";
     EXPECT_TRUE(commit());
@@ -87,7 +87,7 @@ TEST_F(Instances, RemovalTakesTheMembersAndKeysAreNeverGivenAgain) {
         rollback();
         EXPECT_EQ(make("wlan", "w"), 4U) << "what was rolled back may be given again";
         rollback();
-        open();
+        EXPECT_EQ(open(), "");
     }
     EXPECT_EQ(make("wlan", "w", own), 4U);
     EXPECT_TRUE(removeOwned("w", own) && commit());

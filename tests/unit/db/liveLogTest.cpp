@@ -50,7 +50,7 @@ TEST_F(LiveLog, ADamagedFileIsKeptAndTheTransactionsBeforeTheDamageCount) {
         const std::string name = livePath() + ".damaged-" + std::to_string(++kept);
         EXPECT_TRUE(contains(log, livePath() + " is kept as " + name + '\n')) << log;
         EXPECT_EQ(read(name), damaged);
-        const std::string found = values("a b");
+        std::string found = values("a b");
         EXPECT_EQ(open(), "");
         EXPECT_EQ(values("a b"), found);
         return found;

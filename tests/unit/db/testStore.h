@@ -97,8 +97,10 @@ struct TestStore {
             if (db->dataRead(handle, name.c_str(), type, &size, buffer, index) == -1)
                 continue;
             bytes.resize(static_cast<size_t>(size));
+            if (type == ostrelTypeDword)
+                return std::to_string(store::dwordOf({bytes, type}));
             if (!store::isText(type))
-                return std::to_string(type == ostrelTypeDword ? store::dwordOf({bytes, type}) : buffer[0]);
+                return std::to_string(static_cast<unsigned char>(bytes.at(0)));
             EXPECT_EQ(bytes.back(), '\0');
             bytes.pop_back();
             return bytes;
