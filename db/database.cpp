@@ -38,6 +38,14 @@ std::string readFactoryFile(const FileCalls& files, const std::string& path) {
     return text;
 }
 
+class LogReport final : public LoadReport {
+public:
+    void fault(const LinePlace& place, LineFault fault, const char* reason) override {
+        STORE_ERROR("%s:%zu: %s%s", place.path.c_str(), place.number, reason,
+                    fault == LineFault::templateGone ? "" : "; the line is skipped");
+    }
+};
+
 // Takes the rows of a transaction that is in the live file into the committed database.
 class Committer final : public RowVisitor {
 public:
@@ -78,11 +86,12 @@ Database::Database(const ostrelDbCfg* cfg, const Paths& paths, const FileCalls& 
     : mayCreate_(cfg != nullptr && cfg->keyCreateAllowed),
       lock_(takeLock(files, paths.live)),
       log_(files, paths.live) {
-    loadTemplates({paths.templates, readFactoryFile(files, paths.templates)}, model_);
-    loadDefaults({paths.defaults, readFactoryFile(files, paths.defaults)}, model_);
+    LogReport report;
+    loadTemplates({paths.templates, readFactoryFile(files, paths.templates)}, model_, report);
+    loadDefaults({paths.defaults, readFactoryFile(files, paths.defaults)}, model_, report);
     const std::string live = log_.read();
     const LogScan scan = scanLog(live);
-    loadChanges({paths.live, std::string_view(live).substr(0, scan.goodBytes)}, model_);
+    loadChanges({paths.live, std::string_view(live).substr(0, scan.goodBytes)}, model_, report);
     log_.recover(scan);
     if (!log_.isTrusted())
         rewrite();

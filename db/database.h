@@ -9,15 +9,10 @@
 #include "db/liveLog.h"
 #include "db/model.h"
 #include "db/ostrelDb.h"
+#include "db/paths.h"
 #include "db/transaction.h"
 
 namespace store {
-
-struct Paths {
-    std::string defaults;
-    std::string live;
-    std::string templates;
-};
 
 // The operations are ostrelDb's; db/ostrelDb.h describes them.
 class Database {

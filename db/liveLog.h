@@ -27,6 +27,9 @@ public:
     // Takes over what was read: cuts a torn tail off, keeps a damaged file beside. Once, after read().
     void recover(const LogScan& scan);
 
+    // Before it replaces the file, the next rewrite gives what stands there a second name.
+    void keepAtRewrite() { mustKeep_ = true; }
+
     // False: rewrite() must succeed before the next append(). Notices when the file was removed or changed by
     // others.
     bool isTrusted();

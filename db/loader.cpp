@@ -1,74 +1,49 @@
 #include "db/loader.h"
 
-#include <algorithm>
-#include <cstddef>
-#include <string>
 #include <utility>
 #include <vector>
-
-#include "db/grammar.h"
-#include "db/log.h"
 
 namespace store {
 namespace {
 
-struct NumberedLine {
-    size_t number = 0;
+struct PlacedLine {
+    LinePlace place;
     Line line;
 };
 
-void report(const SourceText& source, size_t number, const Result& result) {
-    if (!result.ok())
-        STORE_ERROR("%s:%zu: %s; the line is skipped", source.path.c_str(), number, result.refusal);
-}
-
-// Calls use(line number, line, result of parsing it) for every line with content, and reports what it
-// returns.
-template <class Use>
-void forEachLine(const SourceText& source, Use use) {
-    std::string_view rest = source.text;
-    if (rest.starts_with("\xEF\xBB\xBF"))
-        rest.remove_prefix(3);
-    Line line;
-    for (size_t number = 1; !rest.empty(); ++number) {
-        const size_t end = std::min(rest.find('\n'), rest.size());
-        const Result parsed = parseLine(rest.substr(0, end), line);
-        if (!parsed.ok() || line.kind != Line::Kind::blank)
-            report(source, number, use(number, line, parsed));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
-}
-
 Result misplaced() { return {"such a line does not belong in this file"}; }
 
-Result applyChange(const SourceText& source, size_t number, const Line& line, Model& model) {
+// Reports what use() refuses.
+template <class Use>
+void takeLines(const SourceText& source, LoadReport& report, Use use) {
+    forEachLine(source, [&](const LinePlace& place, Line& line, const Result& parsed) {
+        if (const Result result = use(place, line, parsed); !result.ok())
+            report.fault(place, LineFault::bad, result.refusal);
+    });
+}
+
+Result change(const Line& line, Model& model) {
     switch (line.kind) {
         case Line::Kind::value:
             return model.setValue(line.key(), line.value);
         case Line::Kind::erased:
             return model.erase(line.key());
         case Line::Kind::instance:
-            if (model.findTemplate(line.instance.templateName) == nullptr) {
-                STORE_ERROR("%s:%zu: the template \"%s\" is gone; its instance stays", source.path.c_str(),
-                            number, line.instance.templateName.c_str());
-            }
             return model.addInstance(line.key(), line.instance);
         case Line::Kind::removed:
             return model.removeInstance(line.key());
         case Line::Kind::lastKey:
             return model.setLastKey(line.name, line.number);
-        case Line::Kind::closing:
-            return {};
         default:
-            return misplaced();
+            return {};
     }
 }
 
 }  // namespace
 
-void loadTemplates(const SourceText& source, Model& model) {
+void loadTemplates(const SourceText& source, Model& model, LoadReport& report) {
     std::string open;
-    forEachLine(source, [&](size_t, Line& line, const Result& parsed) -> Result {
+    takeLines(source, report, [&](const LinePlace&, Line& line, const Result& parsed) -> Result {
         if (line.kind == Line::Kind::heading) {
             // The members below a bad heading must not go to the template above it.
             open = parsed.ok() ? line.name : "";
@@ -84,11 +59,11 @@ void loadTemplates(const SourceText& source, Model& model) {
     });
 }
 
-void loadDefaults(const SourceText& source, Model& model) {
+void loadDefaults(const SourceText& source, Model& model, LoadReport& report) {
     model.reserve(static_cast<size_t>(std::ranges::count(source.text, '\n')) + 1);
     // Whether an indexed key is a member's or a vector's shows when all instances are known.
-    std::vector<NumberedLine> indexed;
-    forEachLine(source, [&](size_t number, Line& line, const Result& parsed) -> Result {
+    std::vector<PlacedLine> indexed;
+    takeLines(source, report, [&](const LinePlace& place, Line& line, const Result& parsed) -> Result {
         if (!parsed.ok())
             return parsed;
         if (line.kind == Line::Kind::instance)
@@ -96,19 +71,36 @@ void loadDefaults(const SourceText& source, Model& model) {
         if (line.kind != Line::Kind::value)
             return misplaced();
         if (line.index != 0) {
-            indexed.push_back({number, std::move(line)});
+            indexed.push_back({place, std::move(line)});
             return {};
         }
         return model.addDefault(line.key(), std::move(line.value));
     });
-    for (NumberedLine& entry : indexed)
-        report(source, entry.number, model.addDefault(entry.line.key(), std::move(entry.line.value)));
+    for (PlacedLine& entry : indexed) {
+        const Result result = model.addDefault(entry.line.key(), std::move(entry.line.value));
+        if (!result.ok())
+            report.fault(entry.place, LineFault::bad, result.refusal);
+    }
 }
 
-void loadChanges(const SourceText& source, Model& model) {
-    forEachLine(source, [&](size_t number, const Line& line, const Result& parsed) {
-        return parsed.ok() ? applyChange(source, number, line, model) : parsed;
+void loadChanges(const SourceText& source, Model& model, LoadReport& report) {
+    takeLines(source, report, [&](const LinePlace& place, const Line& line, const Result& parsed) {
+        if (parsed.ok() && line.kind == Line::Kind::heading)
+            return misplaced();
+        if (parsed.ok())
+            applyChange(place, line, model, report);
+        return parsed;
     });
+}
+
+void applyChange(const LinePlace& place, const Line& line, Model& model, LoadReport& report) {
+    const std::string& templateName = line.instance.templateName;
+    if (line.kind == Line::Kind::instance && model.findTemplate(templateName) == nullptr) {
+        const std::string reason = "the template \"" + templateName + "\" is gone; its instance stays";
+        report.fault(place, LineFault::templateGone, reason.c_str());
+    }
+    if (const Result result = change(line, model); !result.ok())
+        report.fault(place, LineFault::orphaned, result.refusal);
 }
 
 }  // namespace store

@@ -1,23 +1,33 @@
-// Fills the model from the text of the three files. A bad line is logged with its file and number and
-// skipped.
+// Fills the model from the text of the three files. A bad line is reported and skipped.
 #pragma once
 
-#include <string>
-#include <string_view>
-
+#include "db/lines.h"
 #include "db/model.h"
 
 namespace store {
 
-struct SourceText {
-    std::string path;  // for the log
-    std::string_view text;
+enum class LineFault {
+    bad,          // no line of its file, whatever the others say; skipped
+    orphaned,     // a change that does not fit the defaults and templates, or the lines above it; skipped
+    templateGone  // an instance of an unknown template; it is taken
+};
+
+class LoadReport {
+public:
+    // Arguments are borrowed for the call.
+    virtual void fault(const LinePlace& place, LineFault fault, const char* reason) = 0;
+
+protected:
+    ~LoadReport() = default;
 };
 
 // In this order: each needs what the one before has loaded.
-void loadTemplates(const SourceText& source, Model& model);
-void loadDefaults(const SourceText& source, Model& model);
+void loadTemplates(const SourceText& source, Model& model, LoadReport& report);
+void loadDefaults(const SourceText& source, Model& model, LoadReport& report);
 // Good transactions of the live file.
-void loadChanges(const SourceText& source, Model& model);
+void loadChanges(const SourceText& source, Model& model, LoadReport& report);
+
+// One line of a live file that could be parsed.
+void applyChange(const LinePlace& place, const Line& line, Model& model, LoadReport& report);
 
 }  // namespace store

@@ -9,20 +9,21 @@
 
 namespace store {
 
-File lockDatabase(const FileCalls& calls, const std::string& livePath) {
+bool tryLock(File& lock, const std::string& livePath) {
     const std::string path = livePath + ".lock";
-    File file(calls);
     // On a read-only file system a lock file that exists can still be locked.
-    if (!file.open(path, O_RDWR | O_CREAT) && !file.open(path, O_RDONLY)) {
-        STORE_ERROR("cannot open %s: %s; going on without a lock", path.c_str(), std::strerror(errno));
-        return file;
-    }
-    if (!file.lock()) {
-        if (errno == EWOULDBLOCK)
+    return (lock.open(path, O_RDWR | O_CREAT) || lock.open(path, O_RDONLY)) && lock.lock();
+}
+
+File lockDatabase(const FileCalls& calls, const std::string& livePath) {
+    File lock(calls);
+    if (!tryLock(lock, livePath)) {
+        if (lock.isOpen() && errno == EWOULDBLOCK)
             Die("Database in use");
-        STORE_ERROR("cannot lock %s: %s; going on without a lock", path.c_str(), std::strerror(errno));
+        STORE_ERROR("cannot %s %s.lock: %s; going on without a lock", lock.isOpen() ? "lock" : "open",
+                    livePath.c_str(), std::strerror(errno));
     }
-    return file;
+    return lock;
 }
 
 }  // namespace store

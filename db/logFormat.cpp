@@ -1,5 +1,6 @@
 #include "db/logFormat.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <optional>
@@ -35,7 +36,7 @@ std::string hexCrc(std::string_view bytes) {
 struct Closing {
     uint64_t number = 0;
     uint64_t bytes = 0;
-    std::string_view crc;
+    std::string_view crc;  // the last of the closing line
 };
 
 bool takeNumber(std::string_view& text, uint64_t& number) {
@@ -59,17 +60,24 @@ bool takeTime(std::string_view& text) {
     return text.front() == ' ' && (text.remove_prefix(1), true);
 }
 
-std::optional<Closing> parseClosing(std::string_view line) {
+// The closing line that the text begins with; what follows it does not matter.
+std::optional<Closing> takeClosing(std::string_view text) {
     Closing closing;
-    if (!line.starts_with(opening))
+    if (!text.starts_with(opening))
         return std::nullopt;
-    line.remove_prefix(opening.size());
-    if (!takeNumber(line, closing.number) || !takeTime(line) || !takeNumber(line, closing.bytes) ||
-        line.size() != crcDigits || line.find_first_not_of("0123456789abcdef") != std::string_view::npos) {
+    text.remove_prefix(opening.size());
+    if (!takeNumber(text, closing.number) || !takeTime(text) || !takeNumber(text, closing.bytes))
         return std::nullopt;
-    }
-    closing.crc = line;
-    return closing;
+    closing.crc = text.substr(0, crcDigits);
+    return closing.crc.size() == crcDigits &&
+                   closing.crc.find_first_not_of("0123456789abcdef") == std::string_view::npos
+               ? std::optional(closing)
+               : std::nullopt;
+}
+
+std::optional<Closing> parseClosing(std::string_view line) {
+    const std::optional<Closing> closing = takeClosing(line);
+    return closing && closing->crc.end() == line.end() ? closing : std::nullopt;
 }
 
 // Does the closing line, the last of the transaction's text, vouch for it?
@@ -94,6 +102,22 @@ bool isTorn(std::string_view rest) {
         rest.remove_prefix(end + 1);
     }
     return rest.empty() || !parseClosing(rest.substr(0, rest.size() - 1));
+}
+
+// The piece from begin on that the closing line at the place closes. Without a fault it may begin later.
+LogPiece closePiece(std::string_view text, size_t begin, size_t at) {
+    const size_t lineEnd = std::min(text.find('\n', at), text.size() - 1) + 1;
+    const std::optional<Closing> closing = takeClosing(text.substr(at));
+    if (!closing || closing->number == 0)
+        return {begin, at, lineEnd, 0, {"the closing line is damaged"}};
+    if (closing->bytes > at - begin)
+        return {begin, at, lineEnd, 0, {"the closing line counts more bytes than stand before it"}};
+    const size_t first = at - closing->bytes;
+    const auto crcAt = static_cast<size_t>(closing->crc.data() - text.data());
+    if (hexCrc(text.substr(first, crcAt - first)) != closing->crc)
+        return {begin, at, lineEnd, 0, {"the checksum is wrong"}};
+    const size_t end = crcAt + crcDigits;
+    return {first, at, end + (text.substr(end).starts_with('\n') ? 1 : 0), closing->number, {}};
 }
 
 }  // namespace
@@ -148,6 +172,27 @@ LogScan scanLog(std::string_view text) {
     if (scan.goodBytes < text.size())
         scan.end = isTorn(text.substr(scan.goodBytes)) ? LogScan::End::torn : LogScan::End::damaged;
     return scan;
+}
+
+std::vector<LogPiece> splitLog(std::string_view text) {
+    constexpr Result unclosed = {"the transaction has no closing line"};
+    std::vector<LogPiece> pieces;
+    size_t begin = 0;
+    for (size_t at = text.find('@'); at != std::string_view::npos; at = text.find('@', at)) {
+        // Elsewhere it is a value's, which may look like anything.
+        if (at != 0 && text[at - 1] != '\n') {
+            ++at;
+            continue;
+        }
+        const LogPiece piece = closePiece(text, begin, at);
+        if (piece.begin > begin)
+            pieces.push_back({begin, piece.begin, piece.begin, 0, unclosed});
+        pieces.push_back(piece);
+        begin = at = piece.end;
+    }
+    if (begin < text.size())
+        pieces.push_back({begin, text.size(), text.size(), 0, unclosed});
+    return pieces;
 }
 
 }  // namespace store

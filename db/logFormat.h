@@ -8,6 +8,9 @@
 #include <ctime>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "db/values.h"
 
 namespace store {
 
@@ -33,5 +36,18 @@ struct LogScan {
 };
 
 LogScan scanLog(std::string_view text);
+
+// A part of a log that is not good as a whole.
+struct LogPiece {
+    size_t begin = 0;
+    size_t closing = 0;   // where the closing line begins; end when there is none
+    size_t end = 0;       // behind the closing line
+    uint64_t number = 0;  // of the transaction; 0: no closing line vouches for the piece
+    Result fault;         // why not
+};
+
+// All of the text, in order. A closing line vouches for as many bytes before it as it counts, wherever they
+// begin, so that damage to one transaction costs no other. Numbers may repeat or be missing.
+std::vector<LogPiece> splitLog(std::string_view text);
 
 }  // namespace store

@@ -1,18 +1,7 @@
 #include "db/model.h"
 
-#include <algorithm>
-
 namespace store {
 namespace {
-
-std::string wholeName(const RowKey& key) {
-    std::string name(key.name);
-    if (!key.member.empty()) {
-        name += '.';
-        name += key.member;
-    }
-    return name;
-}
 
 // The type that the defaults give all plain and vector values of a name; none when they leave it open.
 ostrelValueType defaultType(const Entry& entry) {
@@ -140,7 +129,7 @@ void Model::dropIfBlank(Node& node) {
 }
 
 Result Model::addDefault(const RowKey& key, Value value) {
-    const std::string member = key.member.empty() ? std::string() : wholeName(key);
+    const std::string member = key.member.empty() ? std::string() : key.wholeName();
     const std::string_view name = member.empty() ? key.name : member;
     const auto isStructure = [&](std::string_view prefix, std::string_view) {
         return structure(prefix) != nullptr;
@@ -196,43 +185,6 @@ Result Model::erase(const RowKey& key) {
     }
     put(makeNode(key.name), key.index, std::move(erased));
     return {};
-}
-
-void Model::visitElements(const Node& node, RowVisitor& visitor) const {
-    const auto& [name, entry] = node;
-    if (!entry.elements)
-        return;
-    RowKey key{name};
-    if (entry.elements->structure != nullptr) {
-        key.name = entry.elements->structure->first;
-        key.member = std::string_view(name).substr(key.name.size() + 1);
-    }
-    for (const auto& [index, cell] : entry.elements->cells) {
-        key.index = index;
-        if (cell.changed)
-            cell.present ? visitor.value(key, cell) : visitor.erased(key);
-    }
-}
-
-void Model::visitChanges(RowVisitor& visitor) const {
-    for (const auto& [name, structure] : structures_) {
-        if (structure.recordedKey != 0)
-            visitor.lastKey(name, structure.recordedKey);
-        for (const auto& [key, instance] : structure.instances) {
-            if (instance.changed) {
-                instance.present ? visitor.instance({name, key}, instance) : visitor.removed({name, key});
-            }
-        }
-    }
-    std::vector<const Node*> sorted(changed_.begin(), changed_.end());
-    std::ranges::sort(sorted, {}, [](const Node* node) -> std::string_view { return node->first; });
-    for (const Node* node : sorted) {
-        const Cell& plain = node->second.plain;
-        if (plain.changed) {
-            plain.present ? visitor.value({node->first}, plain) : visitor.erased({node->first});
-        }
-        visitElements(*node, visitor);
-    }
 }
 
 }  // namespace store

@@ -64,6 +64,18 @@ struct Entry {
     std::unique_ptr<Elements> elements;
 };
 
+// Sees what is there, and what was erased or removed (it is not present).
+class CellVisitor {
+public:
+    virtual void instance(const RowKey& key, const InstanceCell& cell) = 0;
+    virtual void cell(const RowKey& key, const Cell& cell) = 0;
+
+protected:
+    ~CellVisitor() = default;
+};
+
+using Templates = std::map<std::string, Template, std::less<>>;
+
 class Model {
 public:
     Model() = default;
@@ -79,6 +91,7 @@ public:
     const Structure* structure(std::string_view name) const;
     const InstanceCell* instance(std::string_view structure, uint32_t key) const;  // a present one
     const Template* findTemplate(std::string_view name) const;
+    const Templates& templates() const { return templates_; }
 
     // How many primary keys (or indices, whose owner is 0) the structure, member or vector has for the owner;
     // the first room of them, ascending, go to keys (null: none).
@@ -108,6 +121,8 @@ public:
     void visitChanges(RowVisitor& visitor) const;
     // The rows of visitChanges().
     size_t changes() const { return changes_; }
+    // Everything, sorted by name; each instance is followed by its members.
+    void visitCells(CellVisitor& visitor) const;
 
 private:
     // The hash may throw as far as its type tells: then the map keeps each hash, which long chains need.
@@ -134,10 +149,11 @@ private:
     void putMember(Structures::value_type& structure, uint32_t key, std::string_view member, Cell cell);
     void dropMembers(const Structures::value_type& structure, uint32_t key);
     void visitElements(const Node& node, RowVisitor& visitor) const;
+    void visitInstances(const Structures::value_type& structure, CellVisitor& visitor) const;
 
     Entries entries_;
     Structures structures_;
-    std::map<std::string, Template, std::less<>> templates_;
+    Templates templates_;
     std::vector<Node*>
         changed_;  // names that may have changed cells; a rewrite must not walk the whole database
     size_t changes_ = 0;

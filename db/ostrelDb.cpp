@@ -8,9 +8,9 @@ class __attribute__((visibility("hidden"))) ostrelDb::Store final : public store
 };
 
 ostrelDb::ostrelDb(ostrelDbCfg* cfg)
-    : store_(std::make_unique<Store>(cfg, store::Paths{.defaults = "/vemra/default/ostrDbDflt.txt",
-                                                       .live = "/vemra/var/ostrdb.txt",
-                                                       .templates = "/vemra/default/ostrDbTmplt.txt"})) {}
+    : store_(std::make_unique<Store>(cfg, store::Paths{.defaults = store::fixedDefaults,
+                                                       .live = store::fixedLive,
+                                                       .templates = store::fixedTemplates})) {}
 
 ostrelDb::~ostrelDb() = default;
 

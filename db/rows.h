@@ -17,6 +17,14 @@ struct RowKey {
     std::string_view name;
     uint32_t index = 0;
     std::string_view member = {};
+
+    // As the database knows it.
+    std::string wholeName() const {
+        std::string whole(name);
+        if (!member.empty())
+            whole.append(1, '.').append(member);
+        return whole;
+    }
 };
 
 struct Instance {
