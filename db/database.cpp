@@ -27,15 +27,15 @@ File takeLock(const FileCalls& files, const std::string& livePath) {
     return lockDatabase(files, livePath);
 }
 
-std::string readFactoryFile(const FileCalls& files, const std::string& path) {
-    std::string text;
+// False: there is a file, but it cannot be read.
+bool readFactoryFile(const FileCalls& files, const std::string& path, std::string& text) {
     File file(files);
     const bool isOpen = file.open(path, O_RDONLY);
-    if (isOpen ? !file.readAll(text) : errno != ENOENT) {
-        STORE_ERROR("cannot read %s: %s; it counts as empty", path.c_str(), std::strerror(errno));
-        text.clear();
-    }
-    return text;
+    if (isOpen ? file.readAll(text) : errno == ENOENT)
+        return true;
+    STORE_ERROR("cannot read %s: %s; it counts as empty", path.c_str(), std::strerror(errno));
+    text.clear();
+    return false;
 }
 
 class LogReport final : public LoadReport {
@@ -87,9 +87,14 @@ Database::Database(const ostrelDbCfg* cfg, const Paths& paths, const FileCalls& 
       lock_(takeLock(files, paths.live)),
       log_(files, paths.live) {
     LogReport report;
-    loadTemplates({paths.templates, readFactoryFile(files, paths.templates)}, model_, report);
-    loadDefaults({paths.defaults, readFactoryFile(files, paths.defaults)}, model_, report);
+    std::string templates;
+    std::string defaults;
+    const bool hasTemplates = readFactoryFile(files, paths.templates, templates);
+    const bool hasDefaults = readFactoryFile(files, paths.defaults, defaults);
+    loadTemplates({paths.templates, templates}, model_, report);
+    loadDefaults({paths.defaults, defaults}, model_, report);
     const std::string live = log_.read();
+    mayRewrite_ = (hasTemplates && hasDefaults) || live.empty();
     const LogScan scan = scanLog(live);
     loadChanges({paths.live, std::string_view(live).substr(0, scan.goodBytes)}, model_, report);
     log_.recover(scan);
@@ -98,6 +103,11 @@ Database::Database(const ostrelDbCfg* cfg, const Paths& paths, const FileCalls& 
 }
 
 bool Database::rewrite() {
+    if (!mayRewrite_) {
+        STORE_ERROR("%s is not rewritten: a file of the defaults or templates could not be read at the start",
+                    log_.path().c_str());
+        return false;
+    }
     LineWriter writer;
     model_.visitChanges(writer);
     return log_.rewrite(std::move(writer.text), writer.lines);

@@ -47,6 +47,8 @@ private:
     bool rewrite();
 
     const bool mayCreate_;
+    // False: changes that were read may have found nothing to apply to; a rewrite would forget them.
+    bool mayRewrite_ = true;
     File lock_;  // before the log: nothing is read without it
     LiveLog log_;
     Model model_;

@@ -104,7 +104,8 @@ void Model::count(Node& node, const Cell& cell, uint32_t index, bool added) {
         Elements& elements = *node.second.elements;
         adjust(elements.present, cell.present);
         adjust(elements.defaults, cell.hasDefault);
-        if (added && cell.type != ostrelTypeNone)
+        // An erased element, without a default, says nothing about what the vector holds now.
+        if (added && (cell.present || cell.hasDefault))
             elements.type = cell.type;
     }
     if (added && cell.changed && node.second.changedAt == Entry::unchanged) {

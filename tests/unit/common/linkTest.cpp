@@ -63,18 +63,6 @@ TEST_F(Link, FramesCarryACounterThatWraps) {
     EXPECT_EQ(link->ostrCounter, 0U);
 }
 
-TEST_F(Link, ReceivesUpToTheBufferAndNoFurther) {
-    fromPeer({3, 0, 0, 0, 9, 9, 9, 9, 'a', 'b', 'c'});
-    ASSERT_TRUE(receive(3));
-    EXPECT_EQ(buffer, Bytes({'a', 'b', 'c'}));
-    fromPeer({0, 0, 0, 0, 1, 0, 0, 0});
-    ASSERT_TRUE(receive(3));
-    EXPECT_EQ(size, 0U);
-    fromPeer({3, 0, 0, 0, 9, 9, 9, 9, 'a', 'b', 'c'});
-    EXPECT_FALSE(receive(2));
-    EXPECT_EQ(buffer, Bytes(2, 0));
-}
-
 TEST_F(Link, PeerThatClosesInsideAFrameIsAFailure) {
     fromPeer({3, 0, 0, 0, 0, 0, 0, 0, 'a'});
     peer.reset();

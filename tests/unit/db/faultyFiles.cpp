@@ -16,15 +16,12 @@ bool fails() {
     return failing;
 }
 
-template <auto member>
-struct Faulty;
-
-template <class Status, class... Arguments, Status (*FileCalls::*member)(Arguments...)>
-struct Faulty<member> {
-    static Status call(Arguments... arguments) {
+template <auto member, class Status, class... Arguments>
+void wrap(FileCalls& calls, Status (*FileCalls::*)(Arguments...)) {
+    calls.*member = [](Arguments... arguments) {
         return fails() ? Status{-1} : (systemFiles.*member)(arguments...);
-    }
-};
+    };
+}
 
 // A test's machine does not lose its power: no need to wait for the disk.
 int faultySync(int) {
@@ -42,15 +39,9 @@ ssize_t faultyWrite(int fd, const void* bytes, size_t size) {
 }
 
 template <auto... members>
-FileCalls withFaulty(FileCalls calls) {
-    ((calls.*members = Faulty<members>::call), ...);
-    return calls;
-}
-
 FileCalls makeFaultyFiles() {
-    using F = FileCalls;
-    FileCalls calls = withFaulty<&F::open, &F::read, &F::ftruncate, &F::fstat, &F::stat, &F::flock,
-                                 &F::rename, &F::link, &F::unlink, &F::mkdir>(systemFiles);
+    FileCalls calls = systemFiles;
+    (wrap<members>(calls, members), ...);
     calls.write = faultyWrite;
     calls.fsync = faultySync;
     calls.fdatasync = faultySync;
@@ -59,4 +50,7 @@ FileCalls makeFaultyFiles() {
 
 }  // namespace
 
-const FileCalls faultyFiles = makeFaultyFiles();
+const FileCalls faultyFiles =
+    makeFaultyFiles<&FileCalls::open, &FileCalls::read, &FileCalls::ftruncate, &FileCalls::fstat,
+                    &FileCalls::stat, &FileCalls::flock, &FileCalls::rename, &FileCalls::link,
+                    &FileCalls::unlink, &FileCalls::mkdir>();

@@ -59,75 +59,63 @@ struct TestStore {
 
     long handle() const { return db->dataStartWriteTransaction(); }
     bool commit() { return db->dataCommit(handle()) == 0; }
-    void rollback() { EXPECT_EQ(db->dataWriteRollback(handle()), 0); }
-
     bool put(const std::string& name, unsigned int index, const std::string& bytes, ostrelValueType type) {
         const auto* value = reinterpret_cast<const unsigned char*>(bytes.data());
         const int size = static_cast<int>(bytes.size());
-        const int result = index == 0 ? db->createElement(handle(), name.c_str(), size, value, type)
-                                      : db->reWriteElement(handle(), name.c_str(), index, size, value, type);
-        return result != -1;
+        return (index == 0 ? db->createElement(handle(), name.c_str(), size, value, type)
+                           : db->reWriteElement(handle(), name.c_str(), index, size, value, type)) != -1;
     }
     bool set(const std::string& name, uint32_t number, unsigned int index = 0) {
         return put(name, index, store::makeDword(number).bytes, ostrelTypeDword);
-    }
-    bool setText(const std::string& name, const std::string& text, unsigned int index = 0) {
-        return put(name, index, text + '\0', ostrelTypeString);
     }
     bool erase(const std::string& name) { return db->destroyElement(handle(), name.c_str()) != -1; }
     // The new instance's primary key; 0 when it is refused.
     unsigned int make(const std::string& templateName, const std::string& name, unsigned int owner = 0) {
         unsigned int key = 0;
-        const int result = db->instanciateTmplt(handle(), templateName.c_str(), name.c_str(), owner, &key);
-        return result != -1 ? key : 0;
+        db->instanciateTmplt(handle(), templateName.c_str(), name.c_str(), owner, &key);
+        return key;
     }
     bool remove(const std::string& name, std::vector<unsigned int> keys) {
         return db->removeInstance(handle(), name.c_str(), keys.data(), static_cast<int>(keys.size())) != -1;
     }
-    bool removeOwned(const std::string& name, unsigned int owner) {
-        return db->removeInstances(handle(), name.c_str(), owner) != -1;
-    }
 
-    std::string get(const std::string& name, unsigned int index = 0, long handle = 0) const {
-        for (unsigned int number = ostrelTypeBool; number <= ostrelTypeString; ++number) {
-            const auto type = static_cast<ostrelValueType>(number);
-            std::string bytes(30000, '?');
-            int size = static_cast<int>(bytes.size());
-            auto* buffer = reinterpret_cast<unsigned char*>(bytes.data());
-            if (db->dataRead(handle, name.c_str(), type, &size, buffer, index) == -1)
-                continue;
-            bytes.resize(static_cast<size_t>(size));
-            if (type == ostrelTypeDword)
-                return std::to_string(store::dwordOf({bytes, type}));
-            if (!store::isText(type))
-                return std::to_string(static_cast<unsigned char>(bytes.at(0)));
-            EXPECT_EQ(bytes.back(), '\0');
-            bytes.pop_back();
-            return bytes;
-        }
-        return "none";
+    // A number in decimal, a text as it is, "none" when there is no such value.
+    std::string get(const std::string& name, unsigned int index = 0) const {
+        ostrelValueType type = ostrelTypeNone;
+        if (db->getType(name.c_str(), index, &type) == -1)
+            return "none";
+        std::string bytes(30000, '?');
+        int size = static_cast<int>(bytes.size());
+        EXPECT_NE(
+            db->dataRead(0, name.c_str(), type, &size, reinterpret_cast<unsigned char*>(bytes.data()), index),
+            -1);
+        bytes.resize(static_cast<size_t>(size));
+        if (type == ostrelTypeDword)
+            return std::to_string(store::dwordOf({bytes, type}));
+        return store::isText(type) ? bytes.substr(0, bytes.size() - 1)
+                                   : std::to_string(static_cast<unsigned char>(bytes.at(0)));
     }
-    // The values of keys such as "name" and "name[3]", joined by blanks: a number in decimal, a text as it
-    // is, "none" when there is no such value.
-    std::string values(const std::string& keys, long handle = 0) const {
+    // Of words like "name" and "name[3]" the values, of "name@7" the primary keys that owner 7 has.
+    std::string values(const std::string& keys) const {
         std::istringstream words(keys);
         std::string result;
-        for (std::string key; words >> key;) {
-            const size_t bracket = key.find('[');
-            const unsigned long index =
-                bracket != std::string::npos ? std::stoul(key.substr(bracket + 1)) : 0;
-            result += (result.empty() ? "" : " ") +
-                      get(key.substr(0, bracket), static_cast<unsigned int>(index), handle);
+        for (std::string word; words >> word;) {
+            const size_t at = std::min(word.find_first_of("[@"), word.size());
+            const std::string name = word.substr(0, at);
+            const auto number =
+                static_cast<unsigned int>(at < word.size() ? std::stoul(word.substr(at + 1)) : 0);
+            result += result.empty() ? "" : " ";
+            result += at < word.size() && word[at] == '@' ? list(name, number) : get(name, number);
         }
         return result;
     }
-
-    std::vector<unsigned int> keys(const std::string& name, unsigned int owner = 0) const {
-        std::vector<unsigned int> result(100);
-        int count = static_cast<int>(result.size());
-        EXPECT_EQ(db->getInstances(name.c_str(), owner, result.data(), &count), 0);
-        EXPECT_EQ(db->getVectorSize(name.c_str(), owner), count);
-        result.resize(static_cast<size_t>(count));
+    std::string list(const std::string& name, unsigned int owner) const {
+        unsigned int keys[10];
+        int count = 10;
+        EXPECT_EQ(db->getInstances(name.c_str(), owner, keys, &count), 0);
+        std::string result;
+        for (int i = 0; i < count; ++i)
+            result += (i != 0 ? "," : "") + std::to_string(keys[i]);
         return result;
     }
 
@@ -138,8 +126,6 @@ struct TestStore {
     const store::FileCalls* files = &faultyFiles;
     std::unique_ptr<store::Database> db;
 };
-
-using Keys = std::vector<unsigned int>;
 
 inline size_t lineCount(const std::string& text) {
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
