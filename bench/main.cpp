@@ -10,6 +10,7 @@
 
 #include "echoServer.h"
 #include "measure.h"
+#include "ostrel/client.hpp"
 #include "subject.h"
 
 namespace fs = std::filesystem;
@@ -62,6 +63,19 @@ void compareReads() {
         compare(
             41, 300, [&] { Connection(serverPath).ask(request); }, [&] { Connection(echoPath).ask(echoed); }),
         "1.50");
+}
+
+// A frame in one write, against a client that writes its three parts one by one.
+void compareClients() {
+    Process server = startServer(1000);
+    Connection threeWrites(serverPath);
+    std::string request = readRequest(0, 1);
+    ostrel::Session library("bench");
+    const std::string name = keyName(0);
+    print("read one key with the client library",
+          compare(
+              41, 2000, [&] { library.read(name); }, [&] { threeWrites.ask(request); }),
+          "0.67");
 }
 
 void compareCommits() {
@@ -132,6 +146,7 @@ int main(int, char** argv) {
     std::ofstream("/vemra/default/ostrDbTmplt.txt");
     pinToOneProcessor();
     compareReads();
+    compareClients();
     compareCommits();
     compareSizes();
     measureStart();

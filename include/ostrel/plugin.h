@@ -28,6 +28,8 @@
 #ifndef OSTREL_PLUGIN_H
 #define OSTREL_PLUGIN_H
 
+#include "ostrel/valueType.h"
+
 #ifdef __cplusplus
 #define OSTREL_C_BEGIN extern "C" {
 #define OSTREL_C_END }
@@ -46,24 +48,6 @@
 #define OSTREL_EXPORT __attribute__((visibility("default")))
 
 /* Values. */
-
-#ifdef __cplusplus
-enum ostrelValueType : unsigned int {
-#else
-typedef enum ostrelValueType {
-#endif
-    ostrelTypeNone = 0,
-    ostrelTypeBool = 1,  /* 1 byte */
-    ostrelTypeByte = 2,  /* 1 byte */
-    ostrelTypeDword = 3, /* 4 bytes, unsigned, host byte order */
-    ostrelTypeIP = 4,    /* text */
-    ostrelTypeMAC = 5,   /* text */
-    ostrelTypeString = 6 /* text */
-#ifdef __cplusplus
-};
-#else
-} ostrelValueType;
-#endif
 
 /* One named, typed value. It owns name and tpltName (malloc) and value (array new), so C code lets the
  * OstrelValues_* functions make and destroy values and may change only pKey, owner and the bytes in place. */

@@ -1,146 +1,139 @@
 #include "client/changes.h"
 
-#include <algorithm>
-#include <optional>
+#include <span>
 
 #include "client/failure.h"
-#include "client/syntax.h"
-#include "common/messageCodes.h"
+#include "client/request.h"
+#include "db/values.h"
 
+namespace client {
 namespace {
 
-constexpr char eraseTakesKeys[] = "erase takes a whole key; use remove for one element";
+constexpr std::uint32_t largestByte = 255;
+constexpr ostrelIndex firstNewInstance = ostrelIndex{1} << 32U;
 
-// KEY TYPE VALUE
-Request parseSet(std::string_view text) {
-    store::Line line;
-    require(store::parseLine(text, line));
-    if (line.kind != store::Line::Kind::value)
-        failSyntax("a key, a type and a value are wanted");
-    Key key = keyOf(line);
-    Request request{.code = messageCode::notify,
-                    .name = std::move(key.name),
-                    .value = std::move(line.value.bytes),
-                    .type = line.value.type,
-                    .pKey = key.index};
-    if (store::isText(request.type))
-        request.value.push_back('\0');
-    checkSize(request);
-    return request;
+void require(store::Result result) {
+    if (!result.ok())
+        throw Failure(OSTREL_INVALID, result.refusal);
 }
 
-Request parseErase(std::string_view text) {
-    store::Cursor cursor(text);
-    Request request{.code = messageCode::erase, .name = takeName(cursor)};
-    if (cursor.at('['))
-        failSyntax(eraseTakesKeys);
-    takeEnd(cursor);
-    return request;
+void checkName(std::string_view name, const char* what) {
+    if (store::Result result = store::checkName(name); !result.ok())
+        throw Failure(OSTREL_INVALID, std::string(what) + ": " + result.refusal);
 }
 
-Request parseNew(std::string_view text) {
-    store::Cursor cursor(text);
-    Request request{.code = messageCode::instanciate};
-    request.tpltName = takeName(cursor);
-    takeBlank(cursor);
-    request.name = takeName(cursor);
-    takeBlank(cursor);
-    request.owner = takeOwner(cursor);
-    takeEnd(cursor);
-    return request;
+void checkValue(const Change& change) {
+    store::Value unused;
+    require(store::makeValue(change.type, asValue(change.value), unused));
 }
 
-Request parseRemove(std::string_view text) {
-    store::Cursor cursor(text);
-    Request request{.code = messageCode::deinstanciate, .name = takeName(cursor)};
-    request.pKey = takeIndex(cursor);
-    takeEnd(cursor);
-    return request;
-}
-
-struct Command {
-    std::string_view word;
-    Request (*parse)(std::string_view arguments);
-};
-
-constexpr Command commands[] = {
-    {"set", parseSet}, {"erase", parseErase}, {"new", parseNew}, {"remove", parseRemove}};
-
-constexpr char blanks[] = " \t\r";
-
-std::string_view withoutLeadingBlanks(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    return text;
-}
-
-// Nothing when the line is empty or a comment.
-std::optional<Request> parseChange(std::string_view line) {
-    line = withoutLeadingBlanks(line);
-    if (line.empty() || line.front() == '#')
-        return std::nullopt;
-    std::string_view word = line.substr(0, line.find_first_of(blanks));
-    const Command* command = std::ranges::find(commands, word, &Command::word);
-    if (command == std::end(commands))
-        failSyntax("a change starts with set, erase, new or remove");
-    return command->parse(withoutLeadingBlanks(line.substr(word.size())));
-}
-
-std::string valueWord(std::string_view type, std::string_view value) {
-    if (type == "Bool" || type == "Byte" || type == "Dword")
-        return std::to_string(numberArgument(value));
-    std::string word;
-    store::appendQuoted(word, value);
-    return word;
+void checkSize(const Change& change) {
+    std::size_t size =
+        listHead +
+        entrySize({.name = change.name, .value = asValue(change.value), .tpltName = change.templateName});
+    if (size > receiveBufferSize)
+        throw Failure(OSTREL_INVALID, "the value is " + std::to_string(size - receiveBufferSize) +
+                                          " bytes too long for a message to the daemon");
 }
 
 }  // namespace
 
-std::vector<Request> parseBatch(std::string_view text) {
-    std::vector<Request> changes;
-    for (std::size_t number = 1; !text.empty(); ++number) {
-        std::string_view line = text.substr(0, text.find('\n'));
-        text.remove_prefix(std::min(line.size() + 1, text.size()));
-        try {
-            if (std::optional<Request> change = parseChange(line)) {
-                change->line = number;
-                changes.push_back(std::move(*change));
-            }
-        } catch (const Failure& failure) {
-            throw Failure(failure.status(), "line " + std::to_string(number) + ": " + failure.what());
-        }
+bool Changes::isNewInstance(ostrelIndex index) { return index >= firstNewInstance; }
+
+const std::uint32_t* Changes::key(ostrelIndex index) const {
+    return index - firstNewInstance < keys_.size() ? &keys_[index - firstNewInstance] : nullptr;
+}
+
+void Changes::checkIndex(const Change& change) const {
+    if (!isNewInstance(change.index))
+        return;
+    if (change.index - firstNewInstance >= structures_.size())
+        throw Failure(OSTREL_INVALID, "the index is neither a number up to 4294967295 nor a new instance");
+    const std::string& structure = structures_[change.index - firstNewInstance];
+    bool isMember = change.code == messageCode::notify && change.name.starts_with(structure + '.');
+    bool isInstance = change.code == messageCode::deinstanciate && change.name == structure;
+    if (!isMember && !isInstance)
+        throw Failure(OSTREL_INVALID, "the new instance is one of " + structure);
+}
+
+void Changes::check(const Change& change) const {
+    checkName(change.name, "name");
+    if (change.code == messageCode::instanciate)
+        checkName(change.templateName, "template");
+    if (change.code == messageCode::notify)
+        checkValue(change);
+    if (change.code == messageCode::deinstanciate && change.index == 0)
+        throw Failure(OSTREL_INVALID, "a primary key or index is a number from 1");
+    checkIndex(change);
+    checkSize(change);
+}
+
+void Changes::stage(Change change, const char* problem) {
+    change.line = line_;
+    try {
+        if (problem != nullptr)
+            throw Failure(OSTREL_INVALID, problem);
+        check(change);
+    } catch (const Failure& failure) {
+        if (!spoiled_)
+            refused_ = std::move(change);
+        spoil(failure.what());
+        throw;
     }
-    return changes;
+    if (!spoiled_)
+        list_.push_back(std::move(change));
 }
 
-// The arguments become a line that reads back as they are, so that one grammar checks both.
-Request setArguments(std::string_view key, std::string_view type, std::string_view value) {
-    constexpr std::string_view types[] = {"Bool", "Byte", "Dword", "IP", "MAC", "String"};
-    if (std::ranges::find(types, type) == std::end(types))
-        failSyntax("the type is one of Bool, Byte, Dword, IP, MAC and String");
-    Key parsed = keyArgument(key);
-    std::string line;
-    store::appendName(line, parsed.name);
-    if (parsed.index != 0)
-        line.append("[").append(std::to_string(parsed.index)).append("]");
-    return parseSet(line.append(" ").append(type).append(" ").append(valueWord(type, value)));
+void Changes::spoil(const std::string& reason) noexcept {
+    if (spoiled_)
+        return;
+    spoiled_ = true;
+    try {
+        stagingFault_ = {list_.size(), reason};
+    } catch (...) {
+        stagingFault_.reset();
+    }
 }
 
-Request eraseArgument(std::string_view key) {
-    if (keyArgument(key).index != 0)
-        failSyntax(eraseTakesKeys);
-    return {.code = messageCode::erase, .name = nameArgument(key)};
+void Changes::setNumber(std::string_view name, ostrelIndex index, ostrelValueType type,
+                        std::uint32_t number) {
+    Change change{.code = messageCode::notify, .name = std::string(name), .type = type, .index = index};
+    change.value = numberBytes(number);
+    const char* problem = nullptr;
+    if (type != ostrelTypeDword) {
+        change.value.resize(1);
+        if (type != ostrelTypeBool && type != ostrelTypeByte)
+            problem = "a number is a Bool, Byte or Dword";
+        else if (number > largestByte)
+            problem = "a Bool or Byte is at most 255";
+    }
+    stage(std::move(change), problem);
 }
 
-Request newArguments(std::string_view tpltName, std::string_view structure, std::string_view owner) {
-    return {.code = messageCode::instanciate,
-            .name = nameArgument(structure),
-            .owner = ownerArgument(owner),
-            .tpltName = nameArgument(tpltName)};
+void Changes::setText(std::string_view name, ostrelIndex index, ostrelValueType type, std::string_view text) {
+    Change change{.code = messageCode::notify, .name = std::string(name), .type = type, .index = index};
+    change.value.assign(text).push_back('\0');
+    stage(std::move(change), store::isText(type) ? nullptr : "a text is an IP, MAC or String");
 }
 
-Request removeArguments(std::string_view structure, std::string_view pKey) {
-    Key key = pKey.empty() ? keyArgument(structure) : Key{nameArgument(structure), numberArgument(pKey)};
-    if (key.index == 0)
-        failSyntax("a primary key is a number from 1");
-    return {.code = messageCode::deinstanciate, .name = std::move(key.name), .pKey = key.index};
+void Changes::erase(std::string_view name) { stage({.code = messageCode::erase, .name = std::string(name)}); }
+
+ostrelIndex Changes::newInstance(std::string_view templateName, std::string_view structure,
+                                 std::uint32_t owner) {
+    stage({.code = messageCode::instanciate,
+           .name = std::string(structure),
+           .owner = owner,
+           .templateName = std::string(templateName)});
+    structures_.emplace_back(structure);
+    return firstNewInstance + structures_.size() - 1;
 }
+
+void Changes::remove(std::string_view name, ostrelIndex index) {
+    stage({.code = messageCode::deinstanciate, .name = std::string(name), .index = index});
+}
+
+void Changes::removeOwned(std::string_view name, std::uint32_t owner) {
+    stage({.code = messageCode::deinstanciateOwner, .name = std::string(name), .owner = owner});
+}
+
+}  // namespace client

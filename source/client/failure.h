@@ -1,22 +1,20 @@
-// How the program ends.
+// How a call on the library fails, until the C interface turns it into a status.
 #pragma once
 
 #include <stdexcept>
 #include <string>
 
-enum class Status {
-    done = 0,
-    refused = 1,    // by the daemon, or the key is not there
-    usage = 2,      // nothing was sent
-    notRunning = 3  // the daemon does not run, or ended before it answered
-};
+#include "ostrel/client.h"
 
-// Ends the command; the text is for the user.
+namespace client {
+
 class Failure : public std::runtime_error {
 public:
-    Failure(Status status, const std::string& text) : std::runtime_error(text), status_(status) {}
-    Status status() const { return status_; }
+    Failure(ostrelStatus status, const std::string& text) : std::runtime_error(text), status_(status) {}
+    ostrelStatus status() const { return status_; }
 
 private:
-    Status status_;
+    ostrelStatus status_;
 };
+
+}  // namespace client

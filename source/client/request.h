@@ -1,29 +1,44 @@
-// One entry that is to be sent, and how entries are packed into the daemon's frames.
+// How entries are packed into the daemon's frames.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <span>
+#include <optional>
 #include <string>
 
+#include "client/connection.h"
 #include "common/marshalling.h"
+#include "common/messageCodes.h"
 
-struct Request {
-    std::uint32_t code = 0;  // of the message that carries it
-    std::string name{};
-    std::string value{};  // bytes as they travel
-    ostrelValueType type = ostrelTypeNone;
-    std::uint32_t pKey = 0;
-    std::uint32_t owner = 0;
-    std::string tpltName{};
-    std::size_t line = 0;  // of the batch, from 1; 0 when there is none
-};
+namespace client {
 
-// Throws Failure when the request does not fit the largest frame that the daemon receives.
-void checkSize(const Request& request);
-
-// The message of as many requests from the front as have one code and fit; takes those off. Not empty, each
-// of a size that fits.
-ParametersBuilder takeMessage(std::span<const Request>& requests);
+// The code, the count and one entry with these texts. Above receiveBufferSize the daemon cannot receive it.
+constexpr std::size_t listHead = 8;
+constexpr std::size_t entryHead = 21;
+constexpr std::size_t entrySize(const Parameter& entry) {
+    return entryHead + entry.name.size() + entry.value.size() + entry.tpltName.size();
+}
 
 // The bytes of a number as a value carries it.
 std::string numberBytes(std::uint32_t number);
+// Borrows bytes.
+std::span<const unsigned char> asValue(const std::string& bytes);
+
+// Collects entries of one code into messages that are as large as the daemon receives them.
+class Packer {
+public:
+    explicit Packer(Connection& connection) : connection_(connection) {}
+
+    // Borrows entry until it returns. Queues the message so far when the entry is of another code or does not
+    // fit, and tells so.
+    bool add(std::uint32_t code, const Parameter& entry);
+    // Queues the message so far, if there is one.
+    void finish();
+
+private:
+    Connection& connection_;
+    std::uint32_t code_ = 0;
+    std::optional<ParametersBuilder> message_;
+};
+
+}  // namespace client

@@ -3,79 +3,202 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-#include <string>
+#include <algorithm>
+#include <array>
 
-#include "client/failure.h"
-#include "common/messageCodes.h"
+#include "client/explain.h"
 
+namespace client {
 namespace {
 
-// Room for the answer to any one request frame: each of its entries may bring a value of the daemon's largest
-// size.
-constexpr std::size_t longestAnswer = std::size_t{1} << 20U;
-constexpr std::size_t codeSize = 4;
+constexpr std::size_t longestProgram = 64;
 
-void appendWord(std::vector<unsigned char>& bytes, std::uint32_t word) {
-    const auto* begin = reinterpret_cast<const unsigned char*>(&word);
-    bytes.insert(bytes.end(), begin, begin + sizeof word);
+std::string userName() {
+    passwd entry{};
+    passwd* found = nullptr;
+    std::array<char, 1024> room{};
+    if (getpwuid_r(geteuid(), &entry, room.data(), room.size(), &found) == 0 && found != nullptr)
+        return found->pw_name;
+    return std::to_string(geteuid());
 }
 
-// Shown in the daemon's log.
-std::string clientName() {
-    const passwd* user = getpwuid(geteuid());
-    std::string name = user != nullptr ? user->pw_name : std::to_string(geteuid());
-    return "ostrelCtl " + name + " " + std::to_string(getpid());
+// One line of the daemon's log shall stay one.
+std::string printable(std::string_view text) {
+    std::string result(text.substr(0, longestProgram));
+    std::ranges::replace_if(
+        result, [](unsigned char c) { return c < 32 || c == 127; }, '?');
+    return result;
+}
+
+Failure gone() { return {OSTREL_GONE, "the daemon ended while it was asked"}; }
+
+std::string describe(const Changes& changes, const Fault& fault) {
+    const Change& change = changes.at(fault.change);
+    std::string text = change.line == 0 ? "" : "line " + std::to_string(change.line) + ": ";
+    text += change.name;
+    if (change.index != 0 && !Changes::isNewInstance(change.index))
+        text += '[' + std::to_string(change.index) + ']';
+    return text + ": " + fault.reason;
 }
 
 }  // namespace
 
-Session::Session() : buffer_(longestAnswer) {
-    constexpr unsigned int unusedPort = 0;
-    if (!link_.connectTo(unusedPort))
-        throw Failure(Status::notRunning, std::string("the daemon is not running, or not within reach (") +
-                                              std::strerror(errno) + ")");
-    std::string name = clientName();
-    std::vector<unsigned char> connect;
-    appendWord(connect, messageCode::connect);
-    appendWord(connect, static_cast<std::uint32_t>(name.size()));
-    connect.insert(connect.end(), name.begin(), name.end());
-    sendBytes(std::move(connect));
+Refusal::Refusal(const Changes& changes, Fault fault)
+    : Failure(OSTREL_REFUSED, "refused, nothing is changed: " + describe(changes, fault)),
+      fault_(std::move(fault)) {}
+
+Session::Session(std::string_view program)
+    : name_(printable(program) + ' ' + userName() + ' ' + std::to_string(getpid())) {}
+
+Connection& Session::connected(const Deadline& deadline) {
+    if (!connection_)
+        connection_.emplace(name_, deadline);
+    return *connection_;
 }
 
-void Session::sendBytes(std::vector<unsigned char> bytes) {
-    if (!link_.sendMessage(static_cast<unsigned int>(bytes.size()), bytes.data()))
-        throw ConnectionClosed();
+// Calls use with a connection; a second time when the first was an old one, which may have been lost long
+// ago.
+template <class Use>
+auto Session::ask(const Deadline& deadline, Use use) {
+    bool mayBeLost = connection_.has_value();
+    while (true) {
+        try {
+            return use(connected(deadline));
+        } catch (const ConnectionLost&) {
+            connection_.reset();
+            if (!mayBeLost)
+                throw gone();
+            mayBeLost = false;
+        } catch (...) {
+            connection_.reset();
+            throw;
+        }
+    }
 }
 
-void Session::send(ParametersBuilder message) {
-    auto bytes = message.bytes();
-    sendBytes({bytes.begin(), bytes.end()});
+void Session::connect() {
+    const Deadline deadline(timeout_);
+    ask(deadline, [&](Connection& connection) { connection.confirm(deadline); });
 }
 
-Answer Session::receive() {
-    unsigned int size = 0;
-    if (!link_.receiveMessage(static_cast<unsigned int>(buffer_.size()), &size, buffer_.data()))
-        throw ConnectionClosed();
-    Answer answer;
-    answer.bytes.assign(buffer_.begin(), buffer_.begin() + size);
-    std::optional<std::vector<Parameter>> entries;
-    if (size >= codeSize)
-        entries = parseParameters(std::span<const unsigned char>(answer.bytes).subspan(codeSize));
-    if (!entries)
-        throw Failure(Status::refused, "the daemon's answer makes no sense");
-    answer.code = readWord(answer.bytes.data());
-    answer.entries = std::move(*entries);
-    return answer;
+void Session::shutdown() {
+    const Deadline deadline(timeout_);
+    ask(deadline, [&](Connection& connection) { connection.confirm(deadline); });
+    try {
+        connection_->queue(messageCode::shutdown);
+        connection_->receive(deadline);
+    } catch (const ConnectionLost&) {
+        connection_.reset();
+        return;
+    } catch (...) {
+        connection_.reset();
+        throw;
+    }
+    connection_.reset();
+    throw Failure(OSTREL_FAILED, "the daemon's answer makes no sense");
 }
 
-Answer Session::ask(ParametersBuilder message) {
-    send(std::move(message));
-    return receive();
+std::vector<std::optional<store::Value>> Session::read(std::span<const Key> keys) {
+    const Deadline deadline(timeout_);
+    return ask(deadline, [&](Connection& connection) { return readValues(connection, keys, deadline); });
 }
 
-void Session::confirm() {
-    if (ask(ParametersBuilder(messageCode::read)).code != messageCode::readAnswer)
-        throw ConnectionClosed();
+std::uint32_t Session::count(const std::string& name, std::uint32_t owner) {
+    const Deadline deadline(timeout_);
+    return ask(deadline,
+               [&](Connection& connection) { return countInstances(connection, name, owner, deadline); });
 }
+
+List Session::list(const std::string& name, std::uint32_t owner) {
+    const Deadline deadline(timeout_);
+    return ask(deadline,
+               [&](Connection& connection) { return listInstances(connection, name, owner, deadline); });
+}
+
+void Session::run(Changes& changes, Sequence::Kind kind) {
+    if (changes.isSpoiled()) {
+        const std::optional<Fault>& fault = changes.stagingFault();
+        throw Failure(OSTREL_INVALID,
+                      "a change could not be staged" + (fault ? ": " + describe(changes, *fault) : ""));
+    }
+    if (changes.mayBeApplied)
+        throw Failure(OSTREL_INVALID, "the transaction was, or may have been, applied already");
+    if (changes.list().empty())
+        return;
+    const Deadline deadline(timeout_);
+    // While the daemon is busy nothing is sent that it would apply when nobody expects it any more.
+    ask(deadline, [&](Connection& connection) { connection.confirm(deadline); });
+    try {
+        send(changes, kind, deadline);
+    } catch (...) {
+        connection_.reset();
+        if (!changes.mayBeApplied)
+            changes.forgetKeys();
+        throw;
+    }
+    if (kind == Sequence::Kind::trial)
+        changes.forgetKeys();
+}
+
+void Session::send(Changes& changes, Sequence::Kind kind, const Deadline& deadline) {
+    const DaemonIdentity daemon = connection_->daemon();
+    Sequence sequence(*connection_, changes, kind, progress_);
+    try {
+        sequence.run(deadline);
+    } catch (const ConnectionLost&) {
+        std::optional<std::size_t> refused;
+        if (kind == Sequence::Kind::trial)
+            refused = sequence.accepted();
+        refuse(changes, refused, daemon, deadline);
+    }
+}
+
+// Throws what it means that the connection was closed inside the sequence.
+void Session::refuse(Changes& changes, std::optional<std::size_t> refused, const DaemonIdentity& daemon,
+                     const Deadline& deadline) {
+    connection_.reset();
+    try {
+        connected(deadline).confirm(deadline);
+    } catch (const ConnectionLost&) {
+        throw gone();
+    } catch (const Failure& failure) {
+        throw failure.status() == OSTREL_BUSY ? failure : gone();
+    }
+    if (!(connection_->daemon() == daemon))
+        throw gone();
+    changes.mayBeApplied = false;
+    changes.forgetKeys();
+    if (!refused)
+        refused = findRefused(changes, deadline);
+    if (!refused || *refused >= changes.list().size())
+        throw Failure(OSTREL_REFUSED,
+                      "not stored, although no change is refused by itself; the daemon's log tells why");
+    throw Refusal(changes, {*refused, explain(changes.at(*refused), deadline)});
+}
+
+std::optional<std::size_t> Session::findRefused(Changes& changes, const Deadline& deadline) {
+    const Sequence::Progress silent;
+    Sequence trial(*connection_, changes, Sequence::Kind::trial, silent);
+    std::optional<std::size_t> refused;
+    try {
+        trial.run(deadline);
+    } catch (const ConnectionLost&) {
+        refused = trial.accepted();
+        connection_.reset();
+    } catch (const Failure&) {
+        connection_.reset();
+    }
+    changes.forgetKeys();
+    return refused;
+}
+
+std::string Session::explain(const Change& change, const Deadline& deadline) {
+    try {
+        return ask(deadline,
+                   [&](Connection& connection) { return explainRefusal(connection, change, deadline); });
+    } catch (const Failure&) {
+        return "the daemon does not tell why";
+    }
+}
+
+}  // namespace client

@@ -1,41 +1,63 @@
-// One connection to the daemon.
+// What the C interface's session does, with exceptions.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
-#include <exception>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
-#include "common/marshalling.h"
-#include "common/ostrelLink.h"
+#include "client/changes.h"
+#include "client/connection.h"
+#include "client/failure.h"
+#include "client/reading.h"
+#include "client/sequence.h"
 
-// The daemon closed the connection, which is how it refuses a write sequence, or it ended.
-class ConnectionClosed : public std::exception {
+namespace client {
+
+// A change was refused, and it is known which.
+class Refusal : public Failure {
 public:
-    const char* what() const noexcept override { return "the daemon closed the connection"; }
-};
-
-struct Answer {
-    std::uint32_t code = 0;
-    std::vector<unsigned char> bytes;
-    std::vector<Parameter> entries;  // borrowed from bytes
-};
-
-// Each function throws ConnectionClosed.
-class Session {
-public:
-    // Connects and tells the daemon who is there. Throws Failure when the daemon does not run.
-    Session();
-
-    void send(ParametersBuilder message);
-    // Throws Failure when the answer makes no sense.
-    Answer receive();
-    Answer ask(ParametersBuilder message);
-    // Returns once everything sent before has been served.
-    void confirm();
+    Refusal(const Changes& changes, Fault fault);
+    const Fault& fault() const { return fault_; }
 
 private:
-    void sendBytes(std::vector<unsigned char> bytes);
-
-    ostrelLink link_;
-    std::vector<unsigned char> buffer_;
+    Fault fault_;
 };
+
+// Each function throws Failure, and keeps no connection on which an answer may still come.
+class Session {
+public:
+    explicit Session(std::string_view program);
+
+    void setTimeout(std::chrono::milliseconds timeout) { timeout_ = timeout; }
+    void setProgress(Sequence::Progress progress) { progress_ = std::move(progress); }
+
+    void connect();
+    void shutdown();
+    std::vector<std::optional<store::Value>> read(std::span<const Key> keys);
+    std::uint32_t count(const std::string& name, std::uint32_t owner);
+    List list(const std::string& name, std::uint32_t owner);
+    void apply(Changes& changes) { run(changes, Sequence::Kind::commit); }
+    void check(Changes& changes) { run(changes, Sequence::Kind::trial); }
+
+private:
+    Connection& connected(const Deadline& deadline);
+    template <class Use>
+    auto ask(const Deadline& deadline, Use use);
+    void run(Changes& changes, Sequence::Kind kind);
+    void send(Changes& changes, Sequence::Kind kind, const Deadline& deadline);
+    void refuse(Changes& changes, std::optional<std::size_t> refused, const DaemonIdentity& daemon,
+                const Deadline& deadline);
+    std::optional<std::size_t> findRefused(Changes& changes, const Deadline& deadline);
+    std::string explain(const Change& change, const Deadline& deadline);
+
+    std::string name_;
+    std::chrono::milliseconds timeout_ = std::chrono::seconds(30);
+    Sequence::Progress progress_;
+    std::optional<Connection> connection_;
+};
+
+}  // namespace client

@@ -61,16 +61,6 @@ TEST_F(Connections, MalformedFramesCloseTheConnectionOnly) {
     EXPECT_EQ(exact.receive(), (Reply{21, {}})) << "a frame of the buffer's size is taken";
 }
 
-TEST_F(Connections, HalfAFrameHoldsTheDaemonForFiveSecondsAtMost) {
-    Client stuck;
-    stuck.sendRaw(frame(list(20)).substr(0, 10));
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Client().number("a"), 1U);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 8s);
-    EXPECT_TRUE(stuck.closed());
-    EXPECT_TRUE(daemon.logged("[ostrLink::rxData] Frame not complete after 5000 ms\n"));
-}
-
 TEST_F(Connections, ReaderThatStopsIsDropped) {
     Client stuck;
     const std::string request = list(20, std::vector<Entry>(140, question("long")));

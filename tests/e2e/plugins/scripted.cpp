@@ -3,10 +3,12 @@
 //   loadPriority N | restartPriority N | watch PATTERN | triggerOn PATTERN | null ENTRY (or: null table)
 //   ENTRY write KEY PKEY NUMBER | ENTRY remove NAME PKEY | ENTRY removeOwner NAME OWNER
 //   ENTRY new TEMPLATE NAME OWNER | ENTRY read KEY PKEY | ENTRY reboot N | ENTRY return N
-//   ENTRY throw | ENTRY throwNumber
+//   ENTRY throw | ENTRY throwNumber | ENTRY sleep MILLISECONDS | ENTRY kill (the daemon)
 // The lines of an entry are carried out at each of its calls; the script is read again each time.
 #include <dlfcn.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -14,6 +16,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ostrel/plugin.h"
@@ -88,7 +91,11 @@ int act(const std::string& entry, int* reboot = nullptr, const std::string& argu
             throw std::runtime_error("scripted");
         if (words.at(0) == "throwNumber")
             throw 5;
-        if (words.at(0) == "reboot")
+        if (words.at(0) == "kill")
+            raise(SIGKILL);
+        if (words.at(0) == "sleep")
+            std::this_thread::sleep_for(std::chrono::milliseconds(number(words.at(1))));
+        else if (words.at(0) == "reboot")
             *reboot = std::stoi(words.at(1));
         else if (words.at(0) == "return")
             result = std::stoi(words.at(1));

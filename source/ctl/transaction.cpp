@@ -1,12 +1,12 @@
 // A commit has no answer of its own, and no refusal but the closed connection. So the client asks something
 // behind the commit: the answer means committed.
-#include "client/transaction.h"
+#include "ctl/transaction.h"
 
 #include <optional>
 #include <string>
 
-#include "client/failure.h"
-#include "client/session.h"
+#include "ctl/failure.h"
+#include "ctl/session.h"
 #include "common/messageCodes.h"
 
 namespace {

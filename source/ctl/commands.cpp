@@ -1,10 +1,10 @@
-#include "client/commands.h"
+#include "ctl/commands.h"
 
 #include <iostream>
 
-#include "client/failure.h"
-#include "client/session.h"
-#include "client/transaction.h"
+#include "ctl/failure.h"
+#include "ctl/session.h"
+#include "ctl/transaction.h"
 #include "common/messageCodes.h"
 
 namespace {

@@ -9,10 +9,10 @@
 #include <iostream>
 #include <memory>
 
-#include "client/changes.h"
-#include "client/commands.h"
-#include "client/failure.h"
-#include "client/session.h"
+#include "ctl/changes.h"
+#include "ctl/commands.h"
+#include "ctl/failure.h"
+#include "ctl/session.h"
 #include "ostrel/plugin.h"
 
 namespace {

@@ -1,9 +1,9 @@
-#include "client/syntax.h"
+#include "ctl/syntax.h"
 
 #include <algorithm>
 #include <charconv>
 
-#include "client/failure.h"
+#include "ctl/failure.h"
 #include "common/ostrelUtils.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "client/request.h"
+#include "ctl/request.h"
 
 // Sends the changes as one write sequence and waits until they are committed and served by the plug-ins.
 // Returns the primary keys of the new instances, in order. Throws Failure when the daemon refuses: nothing is

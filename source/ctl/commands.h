@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "client/request.h"
-#include "client/syntax.h"
+#include "ctl/request.h"
+#include "ctl/syntax.h"
 
 // Prints the values as lines that the database files and (behind "set") a batch can hold.
 void getValues(const std::vector<Key>& keys);

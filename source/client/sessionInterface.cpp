@@ -1,0 +1,190 @@
+// The C interface's sessions. What it hands out, ostrelFree() releases.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "client/handles.h"
+#include "common/ostrelUtils.h"
+
+using client::Failure;
+using client::onSession;
+using client::requireGiven;
+
+namespace {
+
+// The shared code of client and server must not write to the caller's standard output.
+[[maybe_unused]] const bool isSilent = (ostrelSetPrintLevel(0), true);
+
+struct FreeMemory {
+    void operator()(void* memory) const { std::free(memory); }
+};
+
+template <class T>
+std::unique_ptr<T, FreeMemory> allocate(std::size_t size) {
+    void* memory = std::calloc(1, std::max(size, std::size_t{1}));
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return std::unique_ptr<T, FreeMemory>(static_cast<T*>(memory));
+}
+
+using Values = std::vector<std::optional<store::Value>>;
+
+void fill(const store::Value& value, ostrelEntry& entry, char*& texts) {
+    entry.type = value.type;
+    if (store::isText(value.type)) {
+        entry.text = texts;
+        entry.size = value.bytes.size();
+        std::memcpy(texts, value.bytes.c_str(), value.bytes.size() + 1);
+        texts += value.bytes.size() + 1;
+    } else if (value.type == ostrelTypeDword) {
+        entry.number = store::dwordOf(value);
+    } else {
+        entry.number = static_cast<unsigned char>(value.bytes.front());
+    }
+}
+
+// The entries, and behind them their texts.
+std::unique_ptr<ostrelEntry, FreeMemory> makeEntries(const Values& values) {
+    std::size_t textBytes = 0;
+    for (const auto& value : values)
+        textBytes += value ? value->bytes.size() + 1 : 0;
+    auto entries = allocate<ostrelEntry>(values.size() * sizeof(ostrelEntry) + textBytes);
+    char* texts = reinterpret_cast<char*>(entries.get() + values.size());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (values[i])
+            fill(*values[i], entries.get()[i], texts);
+    }
+    return entries;
+}
+
+std::string checkedName(const char* name) {
+    requireGiven(name != nullptr);
+    if (store::Result result = store::checkName(name); !result.ok())
+        throw Failure(OSTREL_INVALID, result.refusal);
+    return name;
+}
+
+void appendMissing(std::string& text, const client::Key& key) {
+    text += (text.empty() ? "no such key, or its value is too long to be read: " : ", ") + key.name;
+    if (key.index != 0)
+        text += '[' + std::to_string(key.index) + ']';
+}
+
+}  // namespace
+
+const char* ostrelStatusText(ostrelStatus status) {
+    switch (status) {
+        case OSTREL_DONE:
+            return "done";
+        case OSTREL_REFUSED:
+            return "the daemon refused; nothing is changed";
+        case OSTREL_INVALID:
+            return "the arguments cannot be right";
+        case OSTREL_NOT_RUNNING:
+            return "the daemon is not running";
+        case OSTREL_STALE_SOCKET:
+            return "the daemon is not running, but its socket is still there";
+        case OSTREL_BUSY:
+            return "the daemon is busy";
+        case OSTREL_GONE:
+            return "the daemon ended while it was asked";
+        case OSTREL_MISSING:
+            return "no such key";
+        case OSTREL_INCOMPLETE:
+            return "there is more than the daemon can tell";
+        case OSTREL_FAILED:
+            return "failed";
+    }
+    return "unknown status";
+}
+
+void ostrelFree(void* memory) { FreeMemory()(memory); }
+
+ostrelSession* ostrelSessionNew(const char* program) {
+    try {
+        return program != nullptr ? new ostrelSession(program) : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+void ostrelSessionFree(ostrelSession* session) { delete session; }
+
+ostrelStatus ostrelSessionSetTimeout(ostrelSession* session, unsigned int milliseconds) {
+    return onSession(session, [&](client::Session& target) {
+        if (milliseconds == 0)
+            throw Failure(OSTREL_INVALID, "the timeout is 0");
+        target.setTimeout(std::chrono::milliseconds(milliseconds));
+    });
+}
+
+const char* ostrelSessionError(const ostrelSession* session) {
+    return session != nullptr ? session->error.c_str() : "the session is null";
+}
+
+ostrelStatus ostrelSessionConnect(ostrelSession* session) {
+    return onSession(session, [](client::Session& target) { target.connect(); });
+}
+
+ostrelStatus ostrelSessionShutdown(ostrelSession* session) {
+    return onSession(session, [](client::Session& target) { target.shutdown(); });
+}
+
+ostrelStatus ostrelSessionRead(ostrelSession* session, const ostrelKey* keys, size_t count,
+                               ostrelEntry** entries) {
+    return onSession(session, [&](client::Session& target) {
+        requireGiven(entries != nullptr && (keys != nullptr || count == 0));
+        std::vector<client::Key> wanted;
+        wanted.reserve(count);
+        for (std::size_t i = 0; i < count; ++i)
+            wanted.push_back({checkedName(keys[i].name), keys[i].index});
+        Values values = target.read(wanted);
+        std::string missing;
+        for (std::size_t i = 0; i < count; ++i) {
+            if (!values[i])
+                appendMissing(missing, wanted[i]);
+        }
+        *entries = makeEntries(values).release();
+        if (!missing.empty())
+            throw Failure(OSTREL_MISSING, missing);
+    });
+}
+
+ostrelStatus ostrelSessionCount(ostrelSession* session, const char* name, uint32_t owner, uint32_t* count) {
+    return onSession(session, [&](client::Session& target) {
+        requireGiven(count != nullptr);
+        *count = target.count(checkedName(name), owner);
+    });
+}
+
+ostrelStatus ostrelSessionList(ostrelSession* session, const char* name, uint32_t owner, uint32_t** keys,
+                               size_t* count) {
+    return onSession(session, [&](client::Session& target) {
+        requireGiven(keys != nullptr && count != nullptr);
+        client::List list = target.list(checkedName(name), owner);
+        auto memory = allocate<std::uint32_t>(list.keys.size() * sizeof(std::uint32_t));
+        std::copy(list.keys.begin(), list.keys.end(), memory.get());
+        *keys = memory.release();
+        *count = list.keys.size();
+        if (list.total > list.keys.size())
+            throw Failure(OSTREL_INCOMPLETE, "the daemon tells only the first " + std::to_string(*count) +
+                                                 " of " + std::to_string(list.total));
+    });
+}
+
+uint32_t ostrelOwner(const char* tag) {
+    uint32_t owner = 0;
+    for (unsigned int i = 0; tag != nullptr && i < sizeof owner && tag[i] != '\0'; ++i)
+        owner |= static_cast<uint32_t>(static_cast<unsigned char>(tag[i])) << 8U * i;
+    return owner;
+}
+
+ostrelStatus ostrelSessionSetProgress(ostrelSession* session, ostrelProgress progress, void* context) {
+    return onSession(session, [&](client::Session& target) {
+        client::Sequence::Progress report;
+        if (progress != nullptr)
+            report = [=](std::size_t sent, std::size_t changes) { progress(context, sent, changes); };
+        target.setProgress(std::move(report));
+    });
+}
