@@ -1,0 +1,31 @@
+#include "dbTool/faults.h"
+
+#include <algorithm>
+#include <iostream>
+
+#include "dbTool/failure.h"
+
+std::string Fault::place() const {
+    return path + (line != 0 ? ":" + std::to_string(line) : "") + ": " + reason;
+}
+
+void Faults::fault(const store::LinePlace& place, store::LineFault fault, const char* reason) {
+    rows.push_back({place.path, place.number, reason, std::string(place.text), fault});
+}
+
+size_t Faults::losses() const { return static_cast<size_t>(std::ranges::count_if(rows, &Fault::isLoss)); }
+
+std::string counted(size_t count, const std::string& noun) {
+    return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+}
+
+void requireConsent(const Faults& faults, bool isGiven) {
+    for (const Fault& fault : faults.rows) {
+        if (fault.isLoss())
+            std::cerr << "ostrelDbTool: " << (isGiven ? "dropped: " : "would be dropped: ") << fault.whole()
+                      << '\n';
+    }
+    if (!isGiven && faults.losses() != 0)
+        throw Failure("the rewrite would drop " + counted(faults.losses(), "change") +
+                      " that the defaults no longer allow; --force does it all the same");
+}

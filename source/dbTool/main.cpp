@@ -1,0 +1,142 @@
+// ostrelDbTool: checks, shows, moves and repairs the database files without the daemon.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <functional>
+#include <iostream>
+
+#include "dbTool/commands.h"
+
+namespace {
+
+constexpr char helpHint[] = "; see ostrelDbTool --help";
+
+// The words of the command line, and what the chosen command makes of them.
+struct Arguments {
+    std::string root;
+    store::Paths paths;  // empty: the fixed ones
+    std::vector<std::string> patterns;
+    std::string kind;
+    std::string prefix;
+    ImportOptions import;
+    RepairOptions repair;
+    bool compactAnyway = false;
+    bool isQuiet = false;
+    std::function<Status(const store::Paths&)> run;
+};
+
+store::Paths pathsOf(const Arguments& words) {
+    const auto choose = [&](const std::string& given, const char* fixed) {
+        return given.empty() ? words.root + fixed : given;
+    };
+    return {.defaults = choose(words.paths.defaults, store::fixedDefaults),
+            .live = choose(words.paths.live, store::fixedLive),
+            .templates = choose(words.paths.templates, store::fixedTemplates)};
+}
+
+template <class Use>
+CLI::App* addCommand(CLI::App& app, Arguments& words, const char* name, const char* text, Use use) {
+    CLI::App* command = app.add_subcommand(name, text);
+    command->callback([&words, use] { words.run = use; });
+    return command;
+}
+
+void addFiles(CLI::App& app, Arguments& words) {
+    app.add_option("--root", words.root, "folder in front of the three fixed paths, such as an image's")
+        ->check(CLI::ExistingDirectory);
+    app.add_option("--defaults", words.paths.defaults, std::string("instead of ") + store::fixedDefaults);
+    app.add_option("--templates", words.paths.templates, std::string("instead of ") + store::fixedTemplates);
+    app.add_option("--live", words.paths.live, std::string("instead of ") + store::fixedLive);
+}
+
+void addReads(CLI::App& app, Arguments& words) {
+    addCommand(app, words, "check", "list all that is wrong with the files", checkFiles);
+    const auto addListing = [&](const char* name, const char* text, auto list) {
+        addCommand(app, words, name, text, [&words, list](const store::Paths& paths) {
+            list(paths, Patterns(words.patterns));
+            return Status::done;
+        })->add_option("PATTERN", words.patterns, "a name, or the beginning of names with * behind it");
+    };
+    addListing("dump", "print the effective database, with where each value comes from", dump);
+    addListing("diff", "print what differs from the defaults: - the default, + the live file", diff);
+    addListing("export", "print the changes over the defaults, for import", exportChanges);
+    CLI::App* command = addCommand(app, words, "names", "print names only; errors show in the exit status",
+                                   [&words](const store::Paths& paths) {
+                                       words.isQuiet = true;
+                                       printNames(paths, words.kind, words.prefix);
+                                       return Status::done;
+                                   });
+    command->add_option("KIND", words.kind, "keys, structures, templates or vectors")
+        ->required()
+        ->check(CLI::IsMember({"keys", "structures", "templates", "vectors"}));
+    command->add_option("PREFIX", words.prefix, "that they begin with");
+}
+
+void addWrites(CLI::App& app, Arguments& words) {
+    constexpr char dropText[] = "drop changes that the defaults no longer fit";
+    CLI::App* command =
+        addCommand(app, words, "import", "apply lines as export prints them, all or none",
+                   [&words](const store::Paths& paths) { return importChanges(paths, words.import); });
+    command->add_option("FILE", words.import.file, "- is the standard input")->required();
+    command->add_flag("--replace", words.import.replace, "instead of all present changes, not over them");
+    command->add_flag("--dry-run", words.import.dryRun, "write nothing");
+
+    command->add_flag("--force", words.import.force, dropText);
+
+    command = addCommand(app, words, "compact", "rewrite the live file without superseded lines",
+                         [&words](const store::Paths& paths) {
+                             compact(paths, words.compactAnyway);
+                             return Status::done;
+                         });
+    command->add_flag("--force", words.compactAnyway, dropText);
+
+    command = addCommand(app, words, "repair", "save what can be saved of a damaged live file, list the rest",
+                         [&words](const store::Paths& paths) { return repair(paths, words.repair); });
+    command->add_option(
+        "FILE", words.repair.file,
+        "a kept ostrdb.txt.damaged-N, to bring into the live file; else the live file itself");
+    command->add_flag("--lines", words.repair.lines, "also take single lines of broken transactions");
+    command->add_flag("--dry-run", words.repair.dryRun, "write nothing");
+}
+
+Status parseAndRun(int argc, char** argv, Arguments& words) {
+    CLI::App app("Works on the configuration database's files, without the daemon.");
+    app.footer(
+        "Reading is safe while the daemon runs. import, compact and repair need it stopped.\n"
+        "Exit status: 0 done; 1 a file has faults, or the command was refused; 2 wrong usage;\n"
+        "3 a daemon has the database, nothing was changed.");
+    // Exactly one is wanted; but then the library's error would not name an unknown one.
+    app.require_subcommand(0, 1);
+    app.fallthrough();
+    addFiles(app, words);
+    addReads(app, words);
+    addWrites(app, words);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0)
+            throw Failure(error.what() + std::string(helpHint), Status::usage);
+        app.exit(error);
+        return Status::done;
+    }
+    if (!words.run)
+        throw Failure(std::string("a command is required") + helpHint, Status::usage);
+    const Status status = words.run(pathsOf(words));
+    std::cout.flush();
+    if (!std::cout)
+        throw Failure("cannot write the result");
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Arguments words;
+    try {
+        return static_cast<int>(parseAndRun(argc, argv, words));
+    } catch (const std::exception& exception) {
+        const auto* failure = dynamic_cast<const Failure*>(&exception);
+        if (!words.isQuiet)
+            std::fprintf(stderr, "ostrelDbTool: %s\n", exception.what());
+        return static_cast<int>(failure != nullptr ? failure->status() : Status::findings);
+    }
+}
