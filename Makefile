@@ -9,8 +9,8 @@ help: ## show this list
 	@sed -n 's/^\([a-z ]*\):.*## \(.*\)/make \1\t\2/p' $(MAKEFILE_LIST) | expand -t 18
 
 deps: ## install the Debian packages that are missing
-	@tools/deps g++ cmake ninja-build libgtest-dev libgmock-dev libcli11-dev binutils \
-		util-linux mount iproute2 dnsmasq-base bind9-dnsutils
+	@tools/deps g++ cmake ninja-build libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev binutils \
+		util-linux mount iproute2 dnsmasq-base bind9-dnsutils python3 pkg-config
 
 # $(1) is a preset, $(2) the targets, empty for all. Configures once; the build itself notices later changes.
 define buildPreset
@@ -22,7 +22,7 @@ build: deps ## build everything (preset dev)
 	$(call buildPreset,dev)
 
 image: deps ## install into the folder that becomes an appliance's /vemra
-	$(call buildPreset,dev,ostrelServer ostrelCtl plugins)
+	$(call buildPreset,dev,ostrelServer ostrelPluginProbe ostrelCtl ostrelClient ostrelDbTool plugins)
 	@rm -rf $(IMAGE)
 	@cmake --install build/dev --prefix $(IMAGE) >/dev/null
 
@@ -41,7 +41,7 @@ asan tsan: deps ## build and test with sanitizers
 
 lint: build ## check format and code
 	@tools/deps clang-format clang-tidy git
-	@git ls-files -z --cached --others --exclude-standard '*.c' '*.cpp' '*.h' | \
+	@git ls-files -z --cached --others --exclude-standard '*.c' '*.cpp' '*.h' '*.hpp' | \
 		xargs -0 clang-format --dry-run -Werror
 	@run-clang-tidy -quiet -p build/dev >build/lint.log 2>&1 || \
 		{ grep -A3 -E '(error|warning):' build/lint.log || tail build/lint.log; exit 1; }

@@ -1,0 +1,125 @@
+#include "ctl/batchFile.h"
+#include "ctl/commands.h"
+#include "ctl/lines.h"
+#include "ctl/progress.h"
+#include "ctl/words.h"
+
+namespace {
+
+constexpr ostrelIndex largestKey = UINT32_MAX;
+constexpr std::size_t longBatch = 100;
+constexpr char nothingSent[] = "nothing was sent";
+
+std::string faultKey(const ostrel::Fault& fault, const Batch& batch) {
+    for (const NewInstance& made : batch.instances) {
+        if (made.index == fault.index)
+            return labelledKey(fault.name, made.label);
+    }
+    return keyText(fault.name, fault.index <= largestKey ? static_cast<std::uint32_t>(fault.index) : 0);
+}
+
+// What to do when it is not known whether a commit has come to pass.
+const char* adviceFor(ostrelStatus status) {
+    switch (exitStatus(status)) {
+        case Status::busy:
+            return "; the change may still be made: read it back before you repeat it";
+        case Status::notRunning:
+            return "; the change may be made: read it back when the daemon runs again";
+        default:
+            return "; the change may have been made: read it back before you repeat it";
+    }
+}
+
+// What became of a batch that was not applied.
+Failure describe(const ostrel::Error& error, const Batch& batch, const std::string& file) {
+    if (error.fault()) {
+        const ostrel::Fault& fault = *error.fault();
+        return {
+            error.status(), "nothing is changed", file, {{fault.line, faultKey(fault, batch), fault.reason}}};
+    }
+    if (!batch.transaction.mayBeApplied())
+        return {error.status(), error.what(), file};
+    return {error.status(), error.what() + std::string(adviceFor(error.status())), file};
+}
+
+void commit(Context& context, Batch& batch, const std::string& file = "") {
+    std::optional<ProgressBar> bar;
+    if (context.showProgress && batch.transaction.count() >= longBatch)
+        bar.emplace(context.session, batch.transaction.count());
+    try {
+        if (context.onlyCheck)
+            context.session.check(batch.transaction);
+        else
+            context.session.apply(batch.transaction);
+    } catch (const ostrel::Error& error) {
+        throw describe(error, batch, file);
+    }
+}
+
+ostrelValueType typeOf(ostrel::Session& session, const ostrel::Key& key) {
+    try {
+        return session.read(key.name, key.index).type;
+    } catch (const ostrel::Error& error) {
+        if (error.status() != OSTREL_MISSING)
+            throw;
+        throw Failure(OSTREL_MISSING,
+                      keyText(key.name, key.index) +
+                          ": no such key, or its value is too long to be read; with the type in front of the "
+                          "value, vector elements and erased factory keys can be made, others only if the "
+                          "daemon runs with --key-create-allowed");
+    }
+}
+
+}  // namespace
+
+void setValue(Context& context, const ostrel::Key& key, ostrelValueType type, const std::string& value) {
+    if (type == ostrelTypeNone)
+        type = typeOf(context.session, key);
+    Batch batch;
+    try {
+        batch.transaction.set(key.name, key.index, valueArgument(type, value));
+    } catch (const std::runtime_error& error) {  // Failure or ostrel::Error
+        throw Failure(OSTREL_INVALID, nothingSent, "",
+                      {{.key = keyText(key.name, key.index), .reason = error.what()}});
+    }
+    commit(context, batch);
+}
+
+void eraseKeys(Context& context, const std::vector<std::string>& names) {
+    Batch batch;
+    for (const std::string& name : names)
+        batch.transaction.erase(name);
+    commit(context, batch);
+}
+
+void newInstance(Context& context, const std::string& templateName, const std::string& structure,
+                 std::uint32_t owner) {
+    Batch batch;
+    ostrelIndex instance = batch.transaction.newInstance(templateName, structure, owner);
+    commit(context, batch);
+    context.output->newKey(batch.transaction.key(instance));
+}
+
+void removeInstances(Context& context, const std::vector<ostrel::Key>& instances) {
+    Batch batch;
+    for (const ostrel::Key& instance : instances)
+        batch.transaction.remove(instance.name, instance.index);
+    commit(context, batch);
+}
+
+void removeOwned(Context& context, const std::string& structure, std::uint32_t owner) {
+    Batch batch;
+    batch.transaction.removeOwned(structure, owner);
+    commit(context, batch);
+}
+
+void applyBatch(Context& context, const std::string& path) {
+    const std::string file = path == "-" ? "standard input" : path;
+    Batch batch = parseBatch(readBatchFile(path));
+    if (!batch.problems.empty())
+        throw Failure(OSTREL_INVALID, nothingSent, file, std::move(batch.problems));
+    if (batch.transaction.count() == 0)
+        context.output->noChanges();
+    commit(context, batch, file);
+    context.output->instances(batch);
+}

@@ -1,0 +1,159 @@
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "ctl/childProcess.h"
+#include "ctl/doctorChecks.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
+constexpr char pluginSuffix[] = ".ostr";
+constexpr std::chrono::seconds probeLimit{5};
+
+using Words = std::map<std::string, std::string>;
+
+// The "word: text" lines of the probe.
+Words parse(const std::string& output) {
+    Words words;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+        std::size_t colon = line.find(": ");
+        if (colon != std::string::npos)
+            words[line.substr(0, colon)] = line.substr(colon + 2);
+    }
+    return words;
+}
+
+// How far a probe came that did not come back.
+std::string placeOf(const Words& words) {
+    if (!words.contains("loads"))
+        return "when it is loaded";
+    return words.contains("unloads") || words.contains("table") ? "when it is unloaded"
+                                                                : "in ostrelGetIoFuncs";
+}
+
+Finding finding(const fs::path& plugin, State state, const std::string& found, const std::string& advice) {
+    return {state, "plug-in", plugin.filename().string() + " " + found, advice};
+}
+
+Finding bad(const fs::path& plugin, const std::string& found, const std::string& advice) {
+    return finding(plugin, State::bad, found, advice);
+}
+
+// The loader's messages usually begin with the path.
+std::string withoutPath(const std::string& message, const fs::path& plugin) {
+    const std::string path = plugin.string() + ": ";
+    return message.starts_with(path) ? message.substr(path.size()) : message;
+}
+
+// The probe came to its end and found something that the daemon cannot use.
+Finding reportUnusable(const fs::path& plugin, const Words& words) {
+    const std::string& loads = words.at("loads");
+    if (loads != "yes")
+        return bad(
+            plugin, "does not load: " + withoutPath(loads, plugin),
+            "the daemon skips it: build it anew for this daemon, install the library that it misses, or "
+            "remove it");
+    const std::string skipped = "the daemon skips it: correct or remove it";
+    auto table = words.find("table");
+    if (table == words.end())
+        return bad(plugin, "does not export ostrelGetIoFuncs", skipped);
+    if (table->second == "null")
+        return bad(plugin, "has no entry table: ostrelGetIoFuncs returns null", skipped);
+    if (table->second != "present")
+        return bad(plugin, "has no entry table: ostrelGetIoFuncs " + table->second, skipped);
+    std::string missing;
+    for (const char* entry : {"init", "restart", "getWatchedValues"}) {
+        if (words.at(entry) != "present")
+            missing += std::string(missing.empty() ? "" : ", ") + entry;
+    }
+    return bad(plugin, "lacks the entry " + missing, skipped);
+}
+
+Finding judge(const fs::path& plugin, const ChildResult& probe, const Words& words) {
+    const std::string fatal =
+        "it takes the daemon with it: remove it from " + std::string(pluginFolder) + ", then correct it";
+    switch (probe.end) {
+        case ChildResult::End::timedOut:
+            return bad(plugin, "does not come back " + placeOf(words), fatal);
+        case ChildResult::End::killed:
+            return bad(plugin, "crashes " + placeOf(words) + " (signal " + std::to_string(probe.number) + ")",
+                       fatal);
+        case ChildResult::End::notStarted:
+        case ChildResult::End::exited:
+            break;
+    }
+    bool complete = words.contains("unloads") || (words.contains("loads") && words.at("loads") != "yes");
+    if (!complete)
+        return bad(plugin,
+                   "ends the process " + placeOf(words) + " (status " + std::to_string(probe.number) + ")",
+                   fatal);
+    if (probe.number != 0)
+        return reportUnusable(plugin, words);
+    return finding(plugin, State::ok,
+                   "loads; load priority " + words.at("loadPriority") + ", restart priority " +
+                       words.at("restartPriority") + (words.at("essential") == "yes" ? "; essential" : ""),
+                   "");
+}
+
+// In the order of their names. The daemon tries whatever ends in the suffix, folders too.
+std::vector<fs::path> listPlugins(std::error_code& error) {
+    std::vector<fs::path> plugins;
+    for (fs::directory_iterator entry(pluginFolder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().filename().string().ends_with(pluginSuffix))
+            plugins.push_back(entry->path());
+    }
+    std::ranges::sort(plugins);
+    return plugins;
+}
+
+void summarise(DoctorReport& report, std::size_t all, std::size_t usable, std::size_t essential) {
+    std::string found = std::to_string(usable) + " of " + std::to_string(all) + " in " + pluginFolder +
+                        " can be used, " + std::to_string(essential) + " of them in reduced mode";
+    if (usable == 0)
+        report.bad("plug-ins", found + ": the daemon cannot start",
+                   "put at least one working plug-in there; its name ends in .ostr");
+    else
+        report.ok("plug-ins", found + (essential == 0 ? ": --reduced could not start" : ""));
+}
+
+}  // namespace
+
+void checkPlugins(DoctorReport& report, const fs::path& programs) {
+    std::error_code error;
+    std::vector<fs::path> plugins = listPlugins(error);
+    if (error) {
+        report.bad("plug-ins",
+                   std::string(pluginFolder) + ": " + error.message() + ": the daemon cannot start",
+                   "make the folder, readable for the daemon, and put the plug-ins there");
+        return;
+    }
+    std::size_t usable = 0;
+    std::size_t essential = 0;
+    for (const fs::path& plugin : plugins) {
+        ChildResult probe = runChild({programs / "ostrelPluginProbe", plugin}, probeLimit);
+        if (probe.end == ChildResult::End::notStarted) {
+            report.warn(
+                "plug-ins",
+                std::to_string(plugins.size()) + " not looked into: ostrelPluginProbe: " + probe.error,
+                "install ostrelPluginProbe beside ostrelCtl");
+            return;
+        }
+        Words words = parse(probe.output);
+        Finding verdict = judge(plugin, probe, words);
+        bool works = verdict.state == State::ok;
+        if (works)
+            ++usable;
+        if (works && words.at("essential") == "yes")
+            ++essential;
+        report.add(std::move(verdict));
+    }
+    summarise(report, plugins.size(), usable, essential);
+}

@@ -1,0 +1,21 @@
+// Keys, values and instances as the lines of the database files have them, without a line break.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "db/values.h"
+#include "ostrel/client.hpp"
+
+std::string keyText(std::string_view name, std::uint32_t index);
+// NAME[$LABEL]
+std::string labelledKey(std::string_view name, std::string_view label);
+// KEY TYPE VALUE
+std::string valueLine(const ostrel::Key& key, const ostrel::Value& value);
+// STRUCT[PKEY] instance TEMPLATE OWNER
+std::string instanceLine(std::string_view structure, std::uint32_t key, std::string_view templateName,
+                         std::uint32_t owner);
+
+store::Value toStore(const ostrel::Value& value);
+ostrel::Value fromStore(const store::Value& value);

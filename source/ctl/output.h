@@ -1,0 +1,37 @@
+// How results and failures are shown: as lines for people, or as JSON for programs.
+//
+// Results go to the standard output, failures to the standard error.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "ctl/batch.h"
+#include "ctl/failure.h"
+#include "ostrel/client.hpp"
+
+class Output {
+public:
+    Output() = default;
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+    virtual ~Output() = default;
+
+    // As many values as keys; nothing for one that is missing.
+    virtual void values(const std::vector<ostrel::Key>& keys,
+                        const std::vector<std::optional<ostrel::Value>>& values) = 0;
+    virtual void count(std::uint32_t count) = 0;
+    virtual void list(const std::vector<std::uint32_t>& keys) = 0;
+    // Of the one instance that was made; 0: it was only tried.
+    virtual void newKey(std::uint32_t key) = 0;
+    // Those that the batch made; 0 for the keys when they were only tried.
+    virtual void instances(const Batch& batch) = 0;
+    // The batch has none: a hint, as the file may be the wrong one.
+    virtual void noChanges() = 0;
+    virtual void failure(const Failure& failure) = 0;
+};
+
+std::unique_ptr<Output> makeLines();
+std::unique_ptr<Output> makeJson();

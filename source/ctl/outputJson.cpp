@@ -1,0 +1,114 @@
+#include <array>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "ctl/output.h"
+#include "ctl/words.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string hexadecimal(const std::string& bytes) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (char c : bytes) {
+        auto byte = static_cast<unsigned char>(c);
+        text += digits[byte >> 4U];
+        text += digits[byte & 15U];
+    }
+    return text;
+}
+
+bool isUtf8(const std::string& text) {
+    try {
+        static_cast<void>(Json(text).dump());
+        return true;
+    } catch (const Json::type_error&) {
+        return false;
+    }
+}
+
+// Only names and messages can hold what is not UTF-8 here; that becomes U+FFFD.
+void print(std::ostream& stream, const Json& json) {
+    stream << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+void addValue(Json& object, const ostrel::Value& value) {
+    object["type"] = typeName(value.type);
+    if (!store::isText(value.type)) {
+        object["value"] = value.number;
+    } else if (isUtf8(value.text)) {
+        object["value"] = value.text;
+    } else {
+        object["value"] = nullptr;
+        object["bytes"] = hexadecimal(value.text);
+    }
+}
+
+// 0 is no key and no line.
+Json number(std::size_t number) { return number != 0 ? Json(number) : Json(); }
+
+Json text(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
+
+const char* statusWord(ostrelStatus status) {
+    constexpr std::array words = {"done", "refused", "invalid", "notRunning", "staleSocket",
+                                  "busy", "gone",    "missing", "incomplete", "failed"};
+    return words.at(status);
+}
+
+Json problemObject(const Problem& problem) {
+    return {{"line", number(problem.line)}, {"key", text(problem.key)}, {"reason", text(problem.reason)}};
+}
+
+class JsonOutput final : public Output {
+public:
+    void values(const std::vector<ostrel::Key>& keys,
+                const std::vector<std::optional<ostrel::Value>>& values) override {
+        Json array = Json::array();
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            Json object = {{"name", keys[i].name}, {"index", keys[i].index}};
+            if (values[i])
+                addValue(object, *values[i]);
+            else
+                object.update({{"type", nullptr}, {"value", nullptr}});
+            array.push_back(std::move(object));
+        }
+        print(std::cout, array);
+    }
+
+    void count(std::uint32_t count) override { print(std::cout, count); }
+    void list(const std::vector<std::uint32_t>& keys) override { print(std::cout, keys); }
+    void newKey(std::uint32_t key) override { print(std::cout, {{"key", number(key)}}); }
+
+    void instances(const Batch& batch) override {
+        Json array = Json::array();
+        for (const NewInstance& made : batch.instances)
+            array.push_back({{"structure", made.structure},
+                             {"label", made.label},
+                             {"key", number(batch.transaction.key(*made.index))}});
+        print(std::cout, {{"instances", std::move(array)}});
+    }
+
+    // The empty list of instances tells nothing of it, but standard error is for failures.
+    void noChanges() override {}
+
+    // The first problem stands in the object itself; of several, all follow.
+    void failure(const Failure& failure) override {
+        const std::vector<Problem>& problems = failure.problems();
+        std::string saying = failure.what();
+        Json error = {{"status", statusWord(failure.status())},
+                      {"text", saying.empty() ? ostrelStatusText(failure.status()) : saying},
+                      {"file", text(failure.file())}};
+        error.update(problemObject(problems.empty() ? Problem{} : problems.front()));
+        if (problems.size() > 1) {
+            for (const Problem& problem : problems)
+                error["problems"].push_back(problemObject(problem));
+        }
+        print(std::cerr, {{"error", std::move(error)}});
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Output> makeJson() { return std::make_unique<JsonOutput>(); }

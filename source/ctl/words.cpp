@@ -1,0 +1,100 @@
+#include "ctl/words.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "ctl/failure.h"
+#include "ctl/lines.h"
+
+namespace {
+
+constexpr std::size_t longestTag = 4;
+constexpr std::uint32_t largestByte = 255;
+
+// By ostrelValueType.
+constexpr std::array<std::string_view, 7> typeNames = {"", "Bool", "Byte", "Dword", "IP", "MAC", "String"};
+
+bool isNumber(std::string_view text) {
+    return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+std::uint32_t numberArgument(std::string_view argument, std::uint32_t largest) {
+    std::uint32_t number = 0;
+    if (!isNumber(argument))
+        failUsage("a decimal number is missing");
+    auto [end, error] = std::from_chars(argument.data(), argument.data() + argument.size(), number);
+    if (error != std::errc() || number > largest)
+        failUsage("the number is too large");
+    return number;
+}
+
+ostrel::Key checkedKey(std::string name, std::uint32_t index = 0) {
+    if (store::Result result = store::checkName(name); !result.ok())
+        failUsage(keyText(name, index) + ": " + result.refusal);
+    return {std::move(name), index};
+}
+
+}  // namespace
+
+void require(store::Result result) {
+    if (!result.ok())
+        failUsage(result.refusal);
+}
+
+ostrel::Key keyArgument(std::string_view argument) {
+    std::size_t open = argument.rfind('[');
+    std::size_t close = argument.rfind(']');
+    if (open == std::string_view::npos || close == std::string_view::npos || close < open)
+        return checkedKey(std::string(argument));
+    std::string_view number = argument.substr(open + 1, close - open - 1);
+    std::string_view rest = argument.substr(close + 1);
+    if (!isNumber(number) || (!rest.empty() && rest.front() != '.'))
+        return checkedKey(std::string(argument));
+    std::string name = std::string(argument.substr(0, open)).append(rest);
+    std::uint32_t index = 0;
+    auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), index);
+    if (error != std::errc() || index == 0)
+        failUsage(std::string(argument) + ": an index is a number from 1 to 4294967295");
+    return checkedKey(std::move(name), index);
+}
+
+ostrel::Key elementArgument(std::string_view argument) {
+    ostrel::Key key = keyArgument(argument);
+    if (key.index == 0)
+        failUsage(std::string(argument) + ": the index in brackets is missing");
+    return key;
+}
+
+std::string nameArgument(std::string_view argument) {
+    ostrel::Key key = keyArgument(argument);
+    if (key.index != 0)
+        failUsage(std::string(argument) + ": a name without an index is wanted");
+    return std::move(key.name);
+}
+
+std::uint32_t ownerArgument(std::string_view argument) {
+    return isNumber(argument) ? numberArgument(argument, UINT32_MAX) : tagOwner(std::string(argument));
+}
+
+std::uint32_t tagOwner(const std::string& tag) {
+    if (tag.size() > longestTag)
+        failUsage("the owner is longer than 4 bytes");
+    return ostrelOwner(tag.c_str());
+}
+
+ostrelValueType typeArgument(std::string_view argument) {
+    const auto* name = std::find(typeNames.begin() + 1, typeNames.end(), argument);
+    if (name == typeNames.end())
+        failUsage("the type is one of Bool, Byte, Dword, IP, MAC and String");
+    return static_cast<ostrelValueType>(name - typeNames.begin());
+}
+
+ostrel::Value valueArgument(ostrelValueType type, std::string_view argument) {
+    if (!store::isText(type))
+        return {type, numberArgument(argument, type == ostrelTypeDword ? UINT32_MAX : largestByte), {}};
+    require(store::checkText(type, argument));
+    return {type, 0, std::string(argument)};
+}
+
+std::string_view typeName(ostrelValueType type) { return typeNames.at(type); }

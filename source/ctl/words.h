@@ -1,0 +1,30 @@
+// The words of the command line: keys, owners and values.
+//
+// What does not parse throws Failure with OSTREL_INVALID.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "db/values.h"
+#include "ostrel/client.hpp"
+
+// Every character counts for itself, but a number in brackets at the end, or in front of ".MEMBER", is the
+// index.
+ostrel::Key keyArgument(std::string_view argument);
+// A key that must have an index.
+ostrel::Key elementArgument(std::string_view argument);
+// A key that must have none.
+std::string nameArgument(std::string_view argument);
+// A number, or a tag of up to four bytes.
+std::uint32_t ownerArgument(std::string_view argument);
+std::uint32_t tagOwner(const std::string& tag);
+
+ostrelValueType typeArgument(std::string_view argument);
+// A decimal number, or a text that is taken as it is.
+ostrel::Value valueArgument(ostrelValueType type, std::string_view argument);
+
+std::string_view typeName(ostrelValueType type);
+
+void require(store::Result result);
