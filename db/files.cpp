@@ -106,6 +106,13 @@ bool syncDirectory(const FileCalls& calls, const std::string& directory) {
     return file.sync() || errno == EINVAL;
 }
 
+bool syncDirectories(const FileCalls& calls, const std::string& directory) {
+    const std::string parent = directoryOf(directory);
+    // EACCES: whoever may not read it has made nothing in it.
+    return (syncDirectory(calls, directory) || errno == EACCES) &&
+           (parent == directory || syncDirectories(calls, parent));
+}
+
 bool makeDirectories(const FileCalls& calls, const std::string& directory) {
     struct stat status {};
     if (calls.stat(directory.c_str(), &status) == 0) {
@@ -115,7 +122,7 @@ bool makeDirectories(const FileCalls& calls, const std::string& directory) {
     const std::string parent = directoryOf(directory);
     if (errno != ENOENT || parent == directory || !makeDirectories(calls, parent))
         return false;
-    return (calls.mkdir(directory.c_str(), 0755) == 0 || errno == EEXIST) && syncDirectory(calls, parent);
+    return calls.mkdir(directory.c_str(), 0755) == 0 || errno == EEXIST;
 }
 
 bool copyFile(const FileCalls& calls, const std::string& source, const std::string& target) {

@@ -65,7 +65,9 @@ private:
 std::string directoryOf(const std::string& path);
 // Makes a rename, link or creation in the directory durable.
 bool syncDirectory(const FileCalls& calls, const std::string& directory);
-// Makes every missing level, durably.
+// The same for all above it.
+bool syncDirectories(const FileCalls& calls, const std::string& directory);
+// Makes every missing level. They are durable after syncDirectories().
 bool makeDirectories(const FileCalls& calls, const std::string& directory);
 // Never replaces target, and is durable in itself (its directory entry is not).
 bool copyFile(const FileCalls& calls, const std::string& source, const std::string& target);

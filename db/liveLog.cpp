@@ -40,6 +40,9 @@ std::string LiveLog::read() {
         STORE_ERROR("cannot read %s: %s; nothing can be committed until a restart reads it", path_.c_str(),
                     std::strerror(errno));
     }
+    // The start that made them may have ended before it could.
+    isAttached_ = syncDirectories(calls_, directoryOf(path_));
+    mustRewrite_ = mustRewrite_ || !isAttached_;
     remember(status);
     return text;
 }
@@ -129,11 +132,13 @@ bool LiveLog::rewrite(std::string transaction, size_t lines) {
     lines_ = lines;
     ++number_;
     // Until the directory is synced a crash may bring the old file back.
-    mustRewrite_ = !syncDirectory(calls_, directoryOf(path_));
+    const std::string directory = directoryOf(path_);
+    mustRewrite_ = !(isAttached_ ? syncDirectory(calls_, directory) : syncDirectories(calls_, directory));
     if (mustRewrite_) {
         STORE_ERROR("cannot sync the directory of %s: %s", path_.c_str(), std::strerror(errno));
         return false;
     }
+    isAttached_ = true;
     deadAt_ = minDeadBytes;
     return true;
 }

@@ -56,8 +56,9 @@ private:
     ino_t inode_ = 0;
     size_t size_ = 0;
     size_t lines_ = 0;
-    uint64_t number_ = 0;  // of the last transaction
-    size_t deadAt_;        // bytes from which on a rewrite is worth its cost
+    uint64_t number_ = 0;      // of the last transaction
+    size_t deadAt_;            // bytes from which on a rewrite is worth its cost
+    bool isAttached_ = false;  // the directories above it are durable
     bool mustRewrite_ = false;
     bool mustKeep_ = false;    // what stands at path_ must not be replaced before it has a second name
     bool unreadable_ = false;  // the file holds what nobody could read: never replace it
