@@ -25,19 +25,6 @@ protected:
     }
 };
 
-TEST_F(LiveLog, ATailTornAtAnyByteIsCutOff) {
-    const size_t begin = commitPair(1);
-    const size_t end = commitPair(2);
-    const std::string whole = live();
-    for (size_t size = begin + 1; size < end; ++size) {
-        const std::string log = openOn(whole.substr(0, size));
-        ASSERT_EQ(lineCount(log), 1U) << log;
-        ASSERT_TRUE(contains(log, "an unfinished transaction is cut off")) << log;
-        ASSERT_EQ(live(), whole.substr(0, begin));
-        ASSERT_EQ(values("a b"), "1 1");
-    }
-}
-
 TEST_F(LiveLog, ADamagedFileIsKeptAndTheTransactionsBeforeTheDamageCount) {
     const size_t begin = commitPair(1);
     const size_t end = commitPair(2);

@@ -21,9 +21,11 @@ void SimulatedDisk::forEachContent(const Node& node, const std::function<void(co
     constexpr size_t sector = 512;
     std::string before = node.forced;
     for (const Change& change : node.unforced) {
-        // Cut at every byte, of a long one at its ends and here and there between.
-        for (size_t size = 0; size <= change.bytes.size(); ++size) {
-            if (size > 150 && change.bytes.size() - size > 150 && size % 499 != 0)
+        // Cut at every byte; of a long one at its ends and here and there between.
+        const size_t all = change.bytes.size();
+        const size_t ends = all < 8192 ? 4096 : 20;
+        for (size_t size = 0; size <= all; ++size) {
+            if (size > ends && all - size > ends && size % 1999 != 0)
                 continue;
             std::string bytes = before;
             apply(change, size, bytes);
@@ -33,7 +35,8 @@ void SimulatedDisk::forEachContent(const Node& node, const std::function<void(co
     }
     // A later change, or a later sector of one, came first.
     for (const Change& lost : node.unforced) {
-        for (size_t at = 0; at < std::max(lost.bytes.size(), size_t{1}); at += sector) {
+        const size_t step = lost.bytes.size() > 16 * sector ? 8 * sector : sector;
+        for (size_t at = 0; at < std::max(lost.bytes.size(), size_t{1}); at += step) {
             std::string bytes = node.forced;
             for (const Change& change : node.unforced) {
                 Change rest = change;
