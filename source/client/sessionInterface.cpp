@@ -173,12 +173,7 @@ ostrelStatus ostrelSessionList(ostrelSession* session, const char* name, uint32_
     });
 }
 
-uint32_t ostrelOwner(const char* tag) {
-    uint32_t owner = 0;
-    for (unsigned int i = 0; tag != nullptr && i < sizeof owner && tag[i] != '\0'; ++i)
-        owner |= static_cast<uint32_t>(static_cast<unsigned char>(tag[i])) << 8U * i;
-    return owner;
-}
+uint32_t ostrelOwner(const char* tag) { return ostrelStringToOwner(tag); }
 
 ostrelStatus ostrelSessionSetProgress(ostrelSession* session, ostrelProgress progress, void* context) {
     return onSession(session, [&](client::Session& target) {
