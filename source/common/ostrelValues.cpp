@@ -80,6 +80,15 @@ bool OstrelValue::setType(ostrelValueType newType) {
     return true;
 }
 
+namespace {
+
+// Plug-ins may have put anything into it.
+bool isSound(const OstrelValues* list) {
+    return list != nullptr && list->count >= 0 && (list->count == 0 || list->values != nullptr);
+}
+
+}  // namespace
+
 OstrelValues* OstrelValues_Create() {
     auto* list = static_cast<OstrelValues*>(std::malloc(sizeof(OstrelValues)));
     if (list != nullptr)
@@ -90,7 +99,7 @@ OstrelValues* OstrelValues_Create() {
 void OstrelValues_Destroy(OstrelValues* list) {
     if (list == nullptr)
         return;
-    for (int i = 0; i < list->count; ++i)
+    for (int i = 0; isSound(list) && i < list->count; ++i)
         delete list->values[i];
     std::free(list->values);
     std::free(list);
@@ -101,7 +110,7 @@ namespace {
 // function: the public function that was called, for its log lines.
 void append(const char* function, OstrelValues* list, const char* name, const void* bytes, std::size_t size,
             ostrelValueType type) {
-    if (list == nullptr || name == nullptr) {
+    if (!isSound(list) || name == nullptr) {
         OSTREL_LOG_AS(function, logLevel::debug, "error: invalid arguments");
         return;
     }

@@ -5,8 +5,12 @@
 
 namespace {
 
+// A larger size is taken for a negative or uninitialised one: to copy as many bytes would end the daemon.
+constexpr unsigned int largestValue = 1024 * 1024;
+
 bool usable(const OstrelValue* value) {
-    return value != nullptr && value->name != nullptr && (value->size == 0 || value->value != nullptr);
+    return value != nullptr && value->name != nullptr && value->size <= largestValue &&
+           (value->size == 0 || value->value != nullptr);
 }
 
 }  // namespace

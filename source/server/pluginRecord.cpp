@@ -73,6 +73,16 @@ int traceEntry(const char* function, const OstrelClientPlugin& plugin, const cha
     return result;
 }
 
+// The count to go on with: none when there are no patterns to it.
+unsigned int countOf(const OstrelClientPlugin& plugin, const char* entry, unsigned int count,
+                     char** patterns) {
+    if (count == 0 || patterns != nullptr)
+        return count;
+    OSTREL_LOG_AS("initIo", logLevel::error, "error: Plugin[%s].%s() gave a count of %u but no patterns",
+                  plugin.shortFileName, entry, count);
+    return 0;
+}
+
 template <typename Function>
 std::uintptr_t address(Function* function) {
     return reinterpret_cast<std::uintptr_t>(function);
@@ -103,6 +113,7 @@ bool OstrelClientPlugin::initIo() {
     if (traceEntry(__func__, *this, "getWatchedValues", io->getWatchedValues, &nbWatchedValues,
                    &watchedValues) != 1)
         Die("Cannot get watched values");
+    nbWatchedValues = countOf(*this, "getWatchedValues", nbWatchedValues, watchedValues);
     OSTREL_LOG(logLevel::debug, "Plugin %s watched values:", shortFileName);
     for (unsigned int i = 0; i < nbWatchedValues; ++i)
         OSTREL_LOG(logLevel::debug, "   [%1d] <%s>", static_cast<int>(i), printable(watchedValues[i]));
@@ -111,6 +122,7 @@ bool OstrelClientPlugin::initIo() {
         OSTREL_LOG(logLevel::debug, "Getting trigger list for module %s", printable(moduleName));
         if (callEntry(__func__, *this, "getTriggerList", io->getTriggerList, &nbTriggers, &triggerList) != 1)
             Die("Cannot get trigger values");
+        nbTriggers = countOf(*this, "getTriggerList", nbTriggers, triggerList);
     } else {
         OSTREL_LOG(logLevel::debug, "No trigger for that plugin getTriggerList:%lx trigger:%lx",
                    address(io->getTriggerList), address(io->trigger));
