@@ -142,6 +142,7 @@ private:
     Result setMember(const RowKey& key, const Value& value);
     Result addDefaultMember(std::string_view name, uint32_t index, Value value);
     Result checkInstance(const RowKey& key, const Template* members) const;
+    void dropErasedVector(std::string_view name);
     Structures::value_type& makeStructure(std::string_view name, uint32_t lastKey);
     void record(Structure& structure, uint32_t key);
     void putInstance(Structures::value_type& structure, uint32_t key, const Instance& instance,

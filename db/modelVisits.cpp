@@ -4,6 +4,17 @@
 #include "db/model.h"
 
 namespace store {
+namespace {
+
+enum class Turn { removedDefault, replacedDefault, other };
+
+Turn turnOf(const InstanceCell& instance) {
+    if (!instance.hasDefault)
+        return Turn::other;
+    return instance.present ? Turn::replacedDefault : Turn::removedDefault;
+}
+
+}  // namespace
 
 void Model::visitElements(const Node& node, RowVisitor& visitor) const {
     const auto& [name, entry] = node;
@@ -22,12 +33,14 @@ void Model::visitElements(const Node& node, RowVisitor& visitor) const {
 }
 
 void Model::visitChanges(RowVisitor& visitor) const {
-    for (const auto& [name, structure] : structures_) {
-        if (structure.recordedKey != 0)
-            visitor.lastKey(name, structure.recordedKey);
-        for (const auto& [key, instance] : structure.instances) {
-            if (instance.changed) {
-                instance.present ? visitor.instance({name, key}, instance) : visitor.removed({name, key});
+    // What frees names of the defaults comes first: another structure, which may sort before, has them now.
+    for (const auto turn : {Turn::removedDefault, Turn::replacedDefault, Turn::other}) {
+        for (const auto& [name, structure] : structures_) {
+            if (turn == Turn::other && structure.recordedKey != 0)
+                visitor.lastKey(name, structure.recordedKey);
+            for (const auto& [key, instance] : structure.instances) {
+                if (instance.changed && turnOf(instance) == turn)
+                    instance.present ? visitor.instance({name, key}, instance) : visitor.removed({name, key});
             }
         }
     }

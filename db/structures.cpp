@@ -64,7 +64,17 @@ Result Model::addTemplateMember(std::string_view templateName, std::string_view 
                                                                   : Result{"the member is given twice"};
 }
 
+// The checks came before: what the name may hold of a vector now is rows of erased defaults that this
+// firmware does not have.
+void Model::dropErasedVector(std::string_view name) {
+    for (const Elements* old = elements(name); old != nullptr && old->structure == nullptr;
+         old = elements(name)) {
+        put(makeNode(name), old->cells.begin()->first, Cell());
+    }
+}
+
 Structures::value_type& Model::makeStructure(std::string_view name, uint32_t lastKey) {
+    dropErasedVector(name);
     Structures::value_type& made = *structures_.try_emplace(std::string(name)).first;
     made.second.lastKey = std::max(made.second.lastKey, lastKey);
     return made;
@@ -131,14 +141,9 @@ void Model::putInstance(Structures::value_type& structure, uint32_t key, const I
     }
 }
 
-// checkMemberName() came before: what the name may hold of a vector now is rows of erased defaults that this
-// firmware does not have.
 void Model::putMember(Structures::value_type& structure, uint32_t key, std::string_view member, Cell cell) {
     const std::string name = memberName(structure.first, member);
-    for (const Elements* old = elements(name); old != nullptr && old->structure == nullptr;
-         old = elements(name)) {
-        put(makeNode(name), old->cells.begin()->first, Cell());
-    }
+    dropErasedVector(name);
     put(makeNode(name), key, std::move(cell), &structure);
     structure.second.members.emplace(member);
 }

@@ -41,8 +41,9 @@ size_t characterSize(std::string_view text) {
     return !bad && isContinuation(text, 2) && isContinuation(text, 3) ? 4 : 0;
 }
 
+// In front of a file a byte order mark would be taken for the file's, not for the name's.
 bool isBareName(std::string_view name) {
-    if (name.empty() || !isBareStart(name.front()))
+    if (name.empty() || !isBareStart(name.front()) || name.starts_with("\xEF\xBB\xBF"))
         return false;
     for (size_t at = 0; at < name.size();) {
         const size_t size = isBare(name[at]) ? characterSize(name.substr(at)) : 0;

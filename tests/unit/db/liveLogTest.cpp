@@ -65,7 +65,7 @@ TEST_F(LiveLog, ATransactionSaysItsNetChangeAndARewriteAllChanges) {
     EXPECT_TRUE(contains(log, "is not as it was left")) << log;
     EXPECT_EQ(read(livePath() + ".damaged-1"), "precious") << log;
     EXPECT_TRUE(
-        live().starts_with("s last 3\ns[1] removed\ns[2] instance t 0\na Dword 0\nb erased\n"
+        live().starts_with("s[1] removed\ns last 3\ns[2] instance t 0\na Dword 0\nb erased\n"
                            "s[2].m Dword 9\nv[2] Dword 2\n@commit 4 "))
         << live();
     EXPECT_TRUE(contains(live(), "\nv[3] Dword 3\n@commit 5 ")) << live();
