@@ -1,4 +1,7 @@
 #include "ostrel/plugin.h"
+
+#include <utility>
+
 #include "unit/capture.h"
 
 namespace {
@@ -26,9 +29,7 @@ TEST(ValueList, KeepsTypesBytesAndOrder) {
         EXPECT_EQ(value.type, i + 1);
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(value.value), value.size), bytes[i]);
     }
-    // A hole in the list is no obstacle to its release.
-    delete list->values[2];
-    list->values[2] = nullptr;
+    delete std::exchange(list->values[2], nullptr);  // a hole is no obstacle to the release
     OstrelValues_Destroy(list);
 }
 

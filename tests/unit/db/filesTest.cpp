@@ -1,5 +1,9 @@
 // What the three files say together: templates, defaults, and the changes of an older firmware's days.
-#include "db/logFormat.h"
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+
 #include "testStore.h"
 
 namespace {
@@ -39,7 +43,8 @@ const std::vector<Case> cases = {
       "defaults.txt:7: unknown template", "defaults.txt:9: the key is given twice",
       "defaults.txt:10: no such instance", "defaults.txt:11: the template gives",
       "defaults.txt:12: the name is", "defaults.txt:14: a member's name belongs to",
-      "defaults.txt:15: such a line does not belong", "defaults.txt:16: such a line"},
+      "defaults.txt:15: such a line does not belong",
+      "defaults.txt:16: such a line does not belong in this file; the line is skipped"},
      "good alsoGood s.m[1] bad s@0",
      "1 3 5 none 1"},
     {"NewDefaultsReachWhatNobodyChanged",
@@ -49,35 +54,23 @@ const std::vector<Case> cases = {
      {},
      "a b c v[1] v[2] s.m[1] s.n[1] s.m[3] s.n[3]",
      "11 none 13 11 2 50 16 15 6"},
-    {"ADefaultOfAnotherTypeWins",
+    {"DefaultsWinWhereChangesDoNotFitThem",
      "[t]\nm String \"new\"\n",
-     "a String \"new\"\nv[1] String \"new\"\ns[1] instance t 0\n",
-     "a Dword 1\ns[1].m Dword 1\nv[1] Dword 1\nv[2] Dword 2\n",
+     "a String \"new\"\nv[1] String \"new\"\ns[1] instance t 0\nx[1] instance t 0\ny[2] instance t 0\n",
+     "a Dword 1\ns[1].m Dword 1\nv[1] Dword 1\nv[2] Dword 2\nx[1] Dword 1\ny.m[1] Dword 1\ny.m[2] Dword 2\n",
      {":1: the default has another type and wins", ":2: the template gives the member another type",
-      ":3: the default", ":4: the default"},
-     "a v[1] v[2] s.m[1]",
-     "new new none new"},
-    {"ChangesOfDefaultsThatAreGoneStay",
-     "",
-     "",
-     "a Dword 100\nb erased\nv[1] Dword 9\n",
-     {},
-     "a b v[1]",
-     "100 none 9"},
-    {"ChangesOfAnInstanceThatIsGoneAreDropped",
+      ":3: the default", ":4: the default", ":5: the name is a structure's",
+      ":6: the name is a structure member's", ":7: the name"},
+     "a v[1] v[2] s.m[1] x.m[1] y.m[2] y.m[1]",
+     "new new none new new new none"},
+    {"ChangesStayWhenDefaultsGo",
      "[t]\nn Dword 66\n",
      "",
-     "s[2] instance t 4\ns[1].n Dword 8\ns[2].m Dword 7\n",
-     {":2: there is no such instance"},
-     "s.m[2] s.n[2] s.n[1] s@4",
-     "7 66 none 2"},
-    {"AnInstanceOutlivesItsTemplate",
-     "",
-     "",
-     "s[2] instance t 4\ns[2].m Dword 7\n",
-     {"the template \"t\" is gone; its instance stays"},
-     "s.m[2] s.n[2] s@4",
-     "7 none 2"},
+     "a Dword 100\nb erased\nv[1] Dword 9\ns[2] instance t 4\ns[1].n Dword 8\ns[2].m Dword 7\n"
+     "r[2] instance gone 4\nr[2].m Dword 7\n",
+     {":5: there is no such instance", ":7: the template \"gone\" is gone; its instance stays"},
+     "a b v[1] s.m[2] s.n[2] s.n[1] s@4 r.m[2] r.n[2] r@4",
+     "100 none 9 7 66 none 2 7 none 2"},
     {"AUsersInstanceWinsWhollyAndRemovedOnesStayRemoved",
      "[t]\nm Dword 5\n[u]\nx Dword 1\nm Dword 2\n",
      "s[1] instance t 0\ns[2] instance u 0\ns[2].x Dword 9\ns[3] instance t 0\ns[7] instance t 0\n",
@@ -85,13 +78,6 @@ const std::vector<Case> cases = {
      {},
      "s.m[2] s.x[2] s.m[1] s.m[3] s@0 s@4",
      "5 none none none 7 2"},
-    {"ANewDefaultStructureWinsOverAVectorOfItsName",
-     "[t]\nm Dword 5\n",
-     "x[1] instance t 0\ny[2] instance t 0\n",
-     "x[1] Dword 1\ny.m[1] Dword 1\ny.m[2] Dword 2\n",
-     {":1: the name is a structure's", ":2: the name is a structure member's", ":3: the name"},
-     "x.m[1] y.m[2] y.m[1]",
-     "5 5 none"},
 };
 
 class Files : public testing::TestWithParam<Case>, protected TestStore {};
@@ -101,17 +87,14 @@ TEST_P(Files, AreReadAndWrittenAnew) {
     defaults = test.defaults;
     templates = test.templates;
     mayCreate = true;
-    open();
-    db.reset();
     std::string live = test.live;
     store::closeTransaction(live, 1, 0);
-    write(livePath(), live);
-    const std::string log = open();
-    EXPECT_EQ(lineCount(log), test.log.size()) << log;
+    const std::string log = openOn(live);
+    EXPECT_EQ(std::ranges::count(log, '\n'), std::ssize(test.log)) << log;
     for (const std::string& part : test.log)
         EXPECT_TRUE(contains(log, part)) << part << '\n' << log;
     EXPECT_EQ(values(test.keys), test.values);
-    std::filesystem::remove(livePath());
+    disk.write(liveFile, "");
     outputOf([this] { EXPECT_TRUE(set("z", 1) && commit()); });
     open();
     EXPECT_EQ(values(test.keys), test.values) << this->live();
@@ -127,13 +110,43 @@ TEST(FactoryFiles, AnErasureOutlivesItsDefault) {
     store.open();
     EXPECT_TRUE(store.erase("b") && store.commit());
     store.defaults = "a Dword 1\n";
-    store.open();
+    store.openOn(store.padded());
     EXPECT_FALSE(store.set("b", 1)) << "nothing knows it";
-    std::filesystem::remove(store.livePath());
-    outputOf([&] { EXPECT_TRUE(store.set("a", 3) && store.commit()) << "into a file that is written anew"; });
+    EXPECT_TRUE(store.set("a", 3) && store.commit());
+    EXPECT_LT(store.live().size(), 200U) << "written anew: most of it was superseded";
     store.defaults += "b Dword 2\n";
     EXPECT_EQ(store.open(), "");
     EXPECT_EQ(store.values("a b"), "3 none");
+}
+
+// The same on the system's own calls: a first start, a torn tail, a damaged file; and what the simulated disk
+// does not know.
+TEST(SystemFiles, AreReadableByAllAndOneProcessHasThem) {
+    namespace fs = std::filesystem;
+    std::string folder = testing::TempDir() + "storeTest-XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const std::string live = folder + "/var/deep/live.txt";
+    const store::Paths paths{folder + "/defaults.txt", live, folder + "/templates.txt"};
+    std::ofstream(paths.defaults) << "a Byte 7\n";
+    unsigned char byte = 7;
+    int lines = 0;
+    for (const char* added : {"", "a Byte 9\nb", "@commit 7\n"}) {
+        std::ofstream(live, std::ios::app) << added;
+        const std::string log = outputOf([&] {
+            store::Database db(nullptr, paths);
+            int size = 1;
+            unsigned char found = 0;
+            EXPECT_EQ(db.dataRead(0, "a", ostrelTypeByte, &size, &found, 0), 0);
+            EXPECT_EQ(found, byte++);
+            EXPECT_EQ(db.createElement(db.dataStartWriteTransaction(), "a", 1, &byte, ostrelTypeByte), 0);
+            EXPECT_EQ(db.dataCommit(1), 0);
+            EXPECT_EXIT(store::Database(nullptr, paths), testing::ExitedWithCode(255), "");
+        });
+        EXPECT_EQ(std::ranges::count(log, '\n'), ++lines) << log;
+    }
+    EXPECT_TRUE(fs::exists(live + ".damaged-1"));
+    EXPECT_EQ(fs::status(live).permissions(), fs::perms(0644));
+    fs::remove_all(folder);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// The live file: what a transaction and a rewrite put into it, and what becomes of it after crashes and
-// damage.
+// The live file: what a transaction and a rewrite put into it, and what becomes of it after damage.
 #include <cerrno>
 
 #include "testStore.h"
@@ -18,11 +17,6 @@ protected:
         EXPECT_TRUE(set("a", number) && set("b", number) && commit());
         return live().size();
     }
-    std::string openOn(const std::string& text) {
-        db.reset();
-        write(livePath(), text);
-        return open();
-    }
 };
 
 TEST_F(LiveLog, ADamagedFileIsKeptAndTheTransactionsBeforeTheDamageCount) {
@@ -30,14 +24,27 @@ TEST_F(LiveLog, ADamagedFileIsKeptAndTheTransactionsBeforeTheDamageCount) {
     const size_t end = commitPair(2);
     commitPair(3);
     const std::string whole = live();
+    const std::string torn = openOn(whole + "a Dword 4\n@comm");
+    EXPECT_EQ(live(), whole);
+    EXPECT_TRUE(contains(torn, std::string(liveFile) + ":11: an unfinished transaction is cut off\n"))
+        << torn;
+    std::string damaged;
+    std::string kept;
+    const auto expectNoneLost = [&] {
+        disk.forEachCut([&](const SimulatedDisk& left) {
+            EXPECT_TRUE(left.read(liveFile) == damaged || left.read(kept) == damaged);
+        });
+    };
     // The last transaction was acknowledged, too: only what an append can leave counts as torn.
     for (size_t at = begin; at < whole.size(); ++at) {
-        std::string damaged = whole;
+        damaged = whole;
         damaged[at] = static_cast<char>(damaged[at] ^ 1);
+        kept = liveFile + (".damaged-" + std::to_string(at - begin + 1));
+        disk.hasLinks = at % 2 != 0;  // else it is copied
+        disk.beforeForce = at < begin + 2 ? std::function<void()>(expectNoneLost) : nullptr;
         const std::string log = openOn(damaged);
-        const std::string name = livePath() + ".damaged-" + std::to_string(at - begin + 1);
-        ASSERT_TRUE(contains(log, livePath() + " is kept as " + name + '\n')) << log;
-        ASSERT_EQ(read(name), damaged);
+        ASSERT_TRUE(contains(log, std::string(liveFile) + " is kept as " + kept + '\n')) << log;
+        ASSERT_EQ(disk.read(kept), damaged);
         for (int restart = 0; restart < 2; ++restart) {
             ASSERT_EQ(values("a b"), at < end ? "1 1" : "2 2") << at;
             ASSERT_EQ(open(), "");
@@ -59,11 +66,10 @@ TEST_F(LiveLog, ATransactionSaysItsNetChangeAndARewriteAllChanges) {
         << "as committed already";
     EXPECT_TRUE(set("a", 0) && erase("b") && commit());
     EXPECT_GT(live().size(), size) << "the user's choice of a default is a change";
-    write(livePath() + ".foreign", "precious");
-    std::filesystem::rename(livePath() + ".foreign", livePath());
+    disk.write(liveFile, "precious");
     const std::string log = outputOf([this] { EXPECT_TRUE(set("v", 3, 3) && commit()); });
-    EXPECT_TRUE(contains(log, "is not as it was left")) << log;
-    EXPECT_EQ(read(livePath() + ".damaged-1"), "precious") << log;
+    EXPECT_TRUE(contains(log, "is not as it was left (changed by someone else)")) << log;
+    EXPECT_EQ(disk.read(std::string(liveFile) + ".damaged-1"), "precious") << log;
     EXPECT_TRUE(
         live().starts_with("s[1] removed\ns last 3\ns[2] instance t 0\na Dword 0\nb erased\n"
                            "s[2].m Dword 9\nv[2] Dword 2\n@commit 4 "))
@@ -73,34 +79,30 @@ TEST_F(LiveLog, ATransactionSaysItsNetChangeAndARewriteAllChanges) {
 
 TEST_F(LiveLog, ACommitForcesOneWriteAndRepeatsInterruptedCalls) {
     commitPair(1);
-    faults = {};
+    disk.faults = {};
     commitPair(2);
-    EXPECT_EQ(faults.forced, 1);
-    const int calls = faults.calls;
+    EXPECT_EQ(disk.faults.forced, 1);
+    const int calls = disk.faults.calls;
     for (int call = 2; call <= calls; ++call) {  // the first looks whose file it is and cannot be interrupted
-        faults = {.first = call, .last = call, .error = EINTR};
+        disk.faults = {.first = call, .last = call, .error = EINTR};
         commitPair(2 + static_cast<uint32_t>(call));
+        EXPECT_EQ(disk.faults.calls, calls + 1) << "once more, and no rewrite";
     }
+    EXPECT_EQ(open(), "");
     // What could not be synced may be lost although a later sync succeeds: the file is written anew.
-    faults = {.first = 3, .last = 3, .error = EIO};  // after stat and write
+    disk.faults = {.first = 3, .last = 3, .error = EIO};  // after stat and write
     outputOf([this] { EXPECT_TRUE(set("a", 1) && !commit()); });
-    faults = {};
+    disk.faults = {};
     commitPair(1);
-    EXPECT_EQ(faults.forced, 3) << "the new file, its directory, the commit";
+    EXPECT_EQ(disk.faults.forced, 3) << "the new file, its directory, the commit";
 }
 
-TEST_F(LiveLog, ADamagedFileIsCopiedWhereLinksAreNotSupported) {
-    store::FileCalls noLinks = faultyFiles;
-    noLinks.link = [](const char*, const char*) {
-        errno = EPERM;
-        return -1;
-    };
-    files = &noLinks;
-    openOn("@commit 1\n");
-    EXPECT_EQ(read(livePath() + ".damaged-1"), "@commit 1\n");
+TEST_F(LiveLog, ALongFileIsRewrittenWhenMostOfItsLinesAreSuperseded) {
+    for (unsigned int key = 2; key <= 41; ++key)
+        EXPECT_TRUE(make("t", "s") == key && commit());
+    openOn(padded());  // 110 lines, of which the 40 instances and their last key count
     commitPair(1);
-    EXPECT_EQ(open(), "");
-    db.reset();  // before noLinks
+    EXPECT_LT(live().size(), 2000U);
 }
 
 }  // namespace

@@ -2,6 +2,10 @@
 // forced, and of the changes since then any that a disk may have made.
 #pragma once
 
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <map>
 #include <memory>
@@ -14,26 +18,59 @@ class SimulatedDisk {
 public:
     SimulatedDisk() { names_["/"] = forcedNames_["/"] = std::make_shared<Node>(Node{.isFolder = true}); }
 
-    // What a power cut may leave, each as a disk of its own. Of a long write not every cut is tried.
-    void forEachCut(const std::function<void(const SimulatedDisk&)>& use) const;
+    static inline SimulatedDisk* current = nullptr;
+    static const store::FileCalls files;  // of the current disk; they read and write a piece at a time
+
+    // What a power cut may leave, each as a disk of its own.
+    void forEachCut(const std::function<void(const SimulatedDisk&)>& use) const {
+        Names names = forcedNames_;
+        for (size_t made = 0;; ++made) {
+            bool isChanged = false;
+            for (const auto& [path, node] : names) {
+                if (node->unforced.empty())
+                    continue;
+                isChanged = true;
+                // clang 14 does not capture what a binding names.
+                forEachContent(*node, [&, changed = node](const std::string& bytes) {
+                    use(after(names, changed, bytes));
+                });
+            }
+            if (!isChanged)
+                use(after(names, nullptr, ""));
+            if (made == unforcedNames_.size())
+                break;
+            apply(unforcedNames_[made], names);
+        }
+    }
 
     // From outside, durable at once. A file that is not there is empty, and empty is not there.
-    std::string read(const std::string& path) const;
-    void write(const std::string& path, const std::string& bytes);
+    std::string read(const std::string& path) const {
+        const NodePtr node = find(path);
+        return node ? node->bytes : "";
+    }
+
+    void write(const std::string& path, const std::string& bytes) {
+        const NodePtr node = bytes.empty() ? nullptr : std::make_shared<Node>(Node{false, bytes, bytes, {}});
+        apply({{path, node}}, names_);
+        apply({{path, node}}, forcedNames_);
+    }
 
     // Called before a change is forced; then more may be lost than just after any other change.
     std::function<void()> beforeForce;
-    // The calls from first to last, counted from 1, fail with error. A failing write leaves half of its
-    // bytes.
-    int calls = 0;
-    int first = 0;
-    int last = 0;
-    int error = 0;
-    bool hasFailed = false;
+    // Calls fail from the given one on (counted from 1). A failing write leaves half of its bytes, unless it
+    // is only interrupted.
+    struct Faults {
+        int first = 0;  // 0: none fails
+        int last = 0;
+        int error = 0;   // errno
+        int calls = 0;   // made so far
+        int forced = 0;  // fsync and fdatasync among them
+
+        bool hasFailed() const { return first != 0 && calls >= first; }
+    } faults;
+    bool hasLinks = true;
 
 private:
-    friend struct SimulatedCalls;
-
     struct Change {
         size_t at = 0;
         std::string bytes{};
@@ -46,33 +83,213 @@ private:
         std::vector<Change> unforced{};
     };
     using NodePtr = std::shared_ptr<Node>;
+    // Of one folder when it is a change, which is made whole or not at all; null: the name goes.
     using Names = std::map<std::string, NodePtr>;
-    // Made whole or not at all; null: the name goes.
-    struct Naming {
-        std::string folder;
-        Names names;
-    };
-
-    static void apply(const Change& change, size_t size, std::string& bytes);
-    static void forEachContent(const Node& node, const std::function<void(const std::string&)>& use);
-    static void apply(const Naming& naming, Names& names);
-    SimulatedDisk after(const Names& names, const NodePtr& changed, const std::string& bytes) const;
-    void change(Node& node, Change change);
-    void rename(const std::string& path, Names names);
-    void force(const NodePtr& node);
-
     struct Handle {
         NodePtr node;
         std::string path;
         size_t at = 0;
     };
 
+    static std::string applied(std::string bytes, const Change& change, size_t size = std::string::npos) {
+        size = std::min(size, change.bytes.size());
+        bytes.resize(change.isCut ? change.at : std::max(bytes.size(), change.at + size));
+        return bytes.replace(change.at, size, change.bytes, 0, size);
+    }
+
+    static std::string flushed(const Node& node) {
+        std::string bytes = node.forced;
+        for (const Change& change : node.unforced)
+            bytes = applied(std::move(bytes), change);
+        return bytes;
+    }
+
+    static void forEachContent(const Node& node, const std::function<void(const std::string&)>& use) {
+        constexpr size_t sector = 512;
+        use(node.forced);
+        std::string before = node.forced;
+        for (const Change& change : node.unforced) {
+            for (size_t size = 0; size <= change.bytes.size(); ++size)
+                use(applied(before, change, size));
+            before = applied(before, change);
+        }
+        // A later change, or a later sector of one, came first.
+        for (size_t lost = 0; lost < node.unforced.size(); ++lost) {
+            const size_t size = node.unforced[lost].bytes.size();
+            for (size_t at = 0; at == 0 || at < size; at += sector) {
+                Node rest = node;
+                Change& change = rest.unforced[lost];
+                std::fill_n(change.bytes.begin() + static_cast<ptrdiff_t>(at), std::min(sector, size - at),
+                            '\0');
+                if (change.isCut)
+                    change = {};
+                use(flushed(rest));
+            }
+        }
+    }
+
+    static void apply(const Names& changes, Names& names) {
+        for (const auto& [path, node] : changes) {
+            if (node)
+                names[path] = node;
+            else
+                names.erase(path);
+        }
+    }
+
+    // Of the other files, all that was changed may be there: they were changed before.
+    SimulatedDisk after(const Names& names, const NodePtr& changed, const std::string& bytes) const {
+        SimulatedDisk disk;
+        std::map<NodePtr, NodePtr> copies;
+        for (const auto& [path, node] : names) {
+            if (path != "/" && !disk.find(store::directoryOf(path)))
+                continue;  // nothing leads to it
+            NodePtr& copy = copies[node];
+            if (!copy) {
+                const std::string kept = node == changed ? bytes : flushed(*node);
+                copy = std::make_shared<Node>(Node{node->isFolder, kept, kept, {}});
+            }
+            disk.names_[path] = disk.forcedNames_[path] = copy;
+        }
+        return disk;
+    }
+
+    NodePtr find(const std::string& path) const {
+        const auto found = names_.find(path);
+        return found != names_.end() ? found->second : nullptr;
+    }
+
+    int change(Node& node, Change change) {
+        node.bytes = applied(std::move(node.bytes), change);
+        node.unforced.push_back(std::move(change));
+        return 0;
+    }
+
+    int name(Names changes) {
+        apply(changes, names_);
+        unforcedNames_.push_back(std::move(changes));
+        return 0;
+    }
+
+    void force(Handle& file) {
+        if (beforeForce)
+            beforeForce();
+        file.node->forced = flushed(*file.node);
+        file.node->unforced.clear();
+        std::erase_if(unforcedNames_, [&](const Names& changes) {
+            const bool isHere = store::directoryOf(changes.begin()->first) == file.path;
+            if (isHere)
+                apply(changes, forcedNames_);
+            return isHere;
+        });
+    }
+
+    // The table's calls.
+    struct Calls {
+        static int failure(int error) {
+            errno = error;
+            return -1;
+        }
+        static bool fails() {
+            Faults& faults = current->faults;
+            ++faults.calls;
+            const bool isFailing = faults.hasFailed() && faults.calls <= faults.last;
+            errno = isFailing ? faults.error : errno;
+            return isFailing;
+        }
+        template <auto call>
+        static constexpr auto tried = [](auto... arguments) { return fails() ? -1 : call(arguments...); };
+
+        static int open(const char* path, int flags, mode_t) {
+            NodePtr node = current->find(path);
+            if (node && (flags & O_EXCL) != 0)
+                return failure(EEXIST);
+            if (!node && ((flags & O_CREAT) == 0 || !current->find(store::directoryOf(path))))
+                return failure(ENOENT);
+            if (!node) {
+                node = std::make_shared<Node>();
+                current->name({{path, node}});
+            }
+            if ((flags & O_TRUNC) != 0 && !node->bytes.empty())
+                current->change(*node, {.isCut = true});
+            current->open_[++current->lastOpen_] = {node, path};
+            return current->lastOpen_;
+        }
+        static int close(int fd) { return current->open_.erase(fd) == 1 ? 0 : failure(EBADF); }
+        static ssize_t read(int fd, void* buffer, size_t room) {
+            Handle& file = current->open_.at(fd);
+            const size_t size =
+                file.node->bytes.copy(static_cast<char*>(buffer), std::min(room, size_t{40000}), file.at);
+            file.at += size;
+            return static_cast<ssize_t>(size);
+        }
+        // Always behind what is there: the store opens what it writes with O_APPEND, or anew.
+        static ssize_t write(int fd, const void* bytes, size_t size) {
+            const bool isFailing = fails();
+            const int error = errno;
+            size = std::min(size, size_t{600});
+            const size_t taken = !isFailing ? size : error == EINTR ? 0 : size / 2;
+            Node& node = *current->open_.at(fd).node;
+            current->change(node,
+                            {.at = node.bytes.size(), .bytes = {static_cast<const char*>(bytes), taken}});
+            errno = error;
+            return isFailing ? -1 : static_cast<ssize_t>(size);
+        }
+        // What could not be forced is dropped, and not tried again by the next call.
+        static int force(int fd) {
+            Handle& file = current->open_.at(fd);
+            ++current->faults.forced;
+            if (!fails())
+                return current->force(file), 0;
+            if (errno != EINTR)
+                file.node->unforced.clear();
+            return -1;
+        }
+        static int truncate(int fd, off_t size) {
+            return current->change(*current->open_.at(fd).node,
+                                   {.at = static_cast<size_t>(size), .isCut = true});
+        }
+        static int tell(const NodePtr& node, struct stat* status) {
+            if (!node)
+                return failure(ENOENT);
+            *status = {};
+            status->st_ino = reinterpret_cast<ino_t>(node.get());
+            status->st_size = static_cast<off_t>(node->bytes.size());
+            status->st_mode = node->isFolder ? S_IFDIR : S_IFREG;
+            return 0;
+        }
+        static int fstat(int fd, struct stat* status) { return tell(current->open_.at(fd).node, status); }
+        static int stat(const char* path, struct stat* status) { return tell(current->find(path), status); }
+        static int flock(int, int) { return 0; }
+        static int rename(const char* from, const char* to) {
+            const NodePtr node = current->find(from);
+            return node ? current->name({{from, nullptr}, {to, node}}) : failure(ENOENT);
+        }
+        static int link(const char* from, const char* to) {
+            const NodePtr node = current->find(from);
+            if (!current->hasLinks || !node || current->find(to))
+                return failure(!current->hasLinks ? EPERM : node ? EEXIST : ENOENT);
+            return current->name({{to, node}});
+        }
+        static int unlink(const char* path) {
+            return current->find(path) ? current->name({{path, nullptr}}) : failure(ENOENT);
+        }
+        static int mkdir(const char* path, mode_t) {
+            return current->find(store::directoryOf(path))
+                       ? current->name({{path, std::make_shared<Node>(Node{.isFolder = true})}})
+                       : failure(ENOENT);
+        }
+        static constexpr store::FileCalls table = {tried<open>,   close,        tried<read>,     write,
+                                                   force,         force,        tried<truncate>, tried<fstat>,
+                                                   tried<stat>,   tried<flock>, tried<rename>,   tried<link>,
+                                                   tried<unlink>, tried<mkdir>};
+    };
+
     Names names_;
     Names forcedNames_;
-    std::vector<Naming> unforcedNames_;
+    std::vector<Names> unforcedNames_;
     std::map<int, Handle> open_;
+    int lastOpen_ = 100;
 };
 
-// On the disk that is set.
-extern SimulatedDisk* simulatedDisk;
-extern const store::FileCalls simulatedFiles;
+inline const store::FileCalls SimulatedDisk::files = Calls::table;

@@ -1,72 +1,75 @@
-// A database in a folder of its own, spoken to in short words.
+// A database on a simulated disk, spoken to in short words.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "common/ostrelUtils.h"
 #include "db/database.h"
-#include "faultyFiles.h"
+#include "db/logFormat.h"
+#include "simulatedDisk.h"
 #include "unit/capture.h"
 
+constexpr char liveFile[] = "/vemra/var/live.txt";
+
 struct TestStore {
-    TestStore() {
-        faults = {};
-        std::string pattern = (std::filesystem::temp_directory_path() / "storeTest-XXXXXX").string();
-        folder = mkdtemp(pattern.data());
-    }
+    TestStore() { SimulatedDisk::current = &disk; }
     ~TestStore() {
-        faults = {};
+        SimulatedDisk::current = &disk;
         db.reset();
-        std::filesystem::remove_all(folder);
+        SimulatedDisk::current = outer_;
+        ostrelSetPrintLevel(outer_ != nullptr ? 0 : 7);
     }
     TestStore(const TestStore&) = delete;
     TestStore& operator=(const TestStore&) = delete;
 
-    static std::string read(const std::string& path) {
-        std::ostringstream text;
-        text << std::ifstream(path, std::ios::binary).rdbuf();
-        return text.str();
-    }
-    // No text, no file.
-    static void write(const std::string& path, const std::string& text) {
-        std::filesystem::remove(path);
-        if (!text.empty())
-            std::ofstream(path, std::ios::binary) << text;
-    }
-    std::string livePath() const { return folder + "/var/deep/live.txt"; }
-    std::string live() const { return read(livePath()); }
+    std::string live() const { return disk.read(liveFile); }
 
-    // Starts the database, or restarts it on new factory files. Returns what it logged.
+    // Starts the database, or restarts it on new factory files.
+    void start() {
+        ++starts;
+        disk.write("/defaults.txt", defaults);
+        disk.write("/templates.txt", templates);
+        db.reset();
+        const ostrelDbCfg cfg{mayCreate, false};
+        db = std::make_unique<store::Database>(
+            &cfg, store::Paths{"/defaults.txt", liveFile, "/templates.txt"}, SimulatedDisk::files);
+    }
+    // Returns what it logged.
     std::string open() {
-        write(folder + "/defaults.txt", defaults);
-        write(folder + "/templates.txt", templates);
-        return outputOf([&] {
-            db.reset();
-            const ostrelDbCfg cfg{mayCreate, false};
-            db = std::make_unique<store::Database>(
-                &cfg, store::Paths{folder + "/defaults.txt", livePath(), folder + "/templates.txt"}, *files);
-        });
+        return outputOf([this] { start(); });
+    }
+    std::string openOn(const std::string& text) {
+        db.reset();
+        disk.write(liveFile, text);
+        return open();
+    }
+    // The live file with one more transaction: of nothing, but so long that the next commit rewrites it.
+    std::string padded() const {
+        std::string padding;
+        for (int line = 0; line < 70; ++line)
+            padding += '#' + std::string(1000, '-') + '\n';
+        store::closeTransaction(padding, store::scanLog(live()).lastNumber + 1, 0);
+        return live() + padding;
     }
 
     long handle() const { return db->dataStartWriteTransaction(); }
     bool commit() { return db->dataCommit(handle()) == 0; }
-    bool put(const std::string& name, unsigned int index, const std::string& bytes, ostrelValueType type) {
-        const auto* value = reinterpret_cast<const unsigned char*>(bytes.data());
-        const int size = static_cast<int>(bytes.size());
-        return (index == 0 ? db->createElement(handle(), name.c_str(), size, value, type)
-                           : db->reWriteElement(handle(), name.c_str(), index, size, value, type)) != -1;
+    bool put(const std::string& name, unsigned int index, const store::Value& value) {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(value.bytes.c_str());
+        const int size = static_cast<int>(store::sizeOf(value));
+        return (index == 0
+                    ? db->createElement(handle(), name.c_str(), size, bytes, value.type)
+                    : db->reWriteElement(handle(), name.c_str(), index, size, bytes, value.type)) != -1;
     }
     bool set(const std::string& name, uint32_t number, unsigned int index = 0) {
-        return put(name, index, store::makeDword(number).bytes, ostrelTypeDword);
+        return put(name, index, store::makeDword(number));
     }
     bool erase(const std::string& name) { return db->destroyElement(handle(), name.c_str()) != -1; }
     // The new instance's primary key; 0 when it is refused.
@@ -79,21 +82,24 @@ struct TestStore {
         return db->removeInstance(handle(), name.c_str(), keys.data(), static_cast<int>(keys.size())) != -1;
     }
 
+    // Of type none when there is no such value.
+    store::Value value(const std::string& name, unsigned int index) const {
+        store::Value value;
+        unsigned char bytes[2000] = {};
+        int size = sizeof bytes;
+        if (db->getType(name.c_str(), index, &value.type) == 0) {
+            EXPECT_EQ(db->dataRead(0, name.c_str(), value.type, &size, bytes, index), 0);
+            EXPECT_TRUE(store::makeValue(value.type, {bytes, static_cast<size_t>(size)}, value).ok());
+        }
+        return value;
+    }
     // A number in decimal, a text as it is, "none" when there is no such value.
-    std::string get(const std::string& name, unsigned int index = 0) const {
-        ostrelValueType type = ostrelTypeNone;
-        if (db->getType(name.c_str(), index, &type) == -1)
-            return "none";
-        std::string bytes(30000, '?');
-        int size = static_cast<int>(bytes.size());
-        EXPECT_NE(
-            db->dataRead(0, name.c_str(), type, &size, reinterpret_cast<unsigned char*>(bytes.data()), index),
-            -1);
-        bytes.resize(static_cast<size_t>(size));
-        if (type == ostrelTypeDword)
-            return std::to_string(store::dwordOf({bytes, type}));
-        return store::isText(type) ? bytes.substr(0, bytes.size() - 1)
-                                   : std::to_string(static_cast<unsigned char>(bytes.at(0)));
+    std::string get(const std::string& name, unsigned int index) const {
+        store::Value found = value(name, index);
+        if (found.type == ostrelTypeNone || store::isText(found.type))
+            return found.type == ostrelTypeNone ? "none" : found.bytes;
+        found.bytes.resize(4);
+        return std::to_string(store::dwordOf(found));
     }
     // Of words like "name" and "name[3]" the values, of "name@7" the primary keys that owner 7 has.
     std::string values(const std::string& keys) const {
@@ -105,28 +111,31 @@ struct TestStore {
             const auto number =
                 static_cast<unsigned int>(at < word.size() ? std::stoul(word.substr(at + 1)) : 0);
             result += result.empty() ? "" : " ";
-            result += at < word.size() && word[at] == '@' ? list(name, number) : get(name, number);
+            result += word.find('@') == at ? list(name, number) : get(name, number);
         }
         return result;
     }
+    std::vector<unsigned int> primaryKeys(const std::string& name, unsigned int owner) const {
+        int count = db->getVectorSize(name.c_str(), owner);
+        std::vector<unsigned int> keys(static_cast<size_t>(count) + 1);
+        EXPECT_EQ(db->getInstances(name.c_str(), owner, keys.data(), &count), 0);
+        keys.resize(static_cast<size_t>(count));
+        return keys;
+    }
     std::string list(const std::string& name, unsigned int owner) const {
-        unsigned int keys[10];
-        int count = 10;
-        EXPECT_EQ(db->getInstances(name.c_str(), owner, keys, &count), 0);
         std::string result;
-        for (int i = 0; i < count; ++i)
-            result += (i != 0 ? "," : "") + std::to_string(keys[i]);
+        for (const unsigned int key : primaryKeys(name, owner))
+            result += (result.empty() ? "" : ",") + std::to_string(key);
         return result;
     }
 
-    std::string folder;
+    SimulatedDisk disk;
     std::string defaults;
     std::string templates;
     bool mayCreate = false;
-    const store::FileCalls* files = &faultyFiles;
+    int starts = 0;
     std::unique_ptr<store::Database> db;
-};
 
-inline size_t lineCount(const std::string& text) {
-    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-}
+private:
+    SimulatedDisk* const outer_ = SimulatedDisk::current;
+};
