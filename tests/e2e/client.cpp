@@ -53,7 +53,7 @@ std::string frame(const std::string& payload) {
     return word(static_cast<std::uint32_t>(payload.size())) + word(0) + payload;
 }
 
-Client::Client() : link_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+Client::Client(int type) : link_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | type, 0)) {
     timeval timeout{20, 0};
     setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     sockaddr_un address{AF_UNIX, "/tmp/ostrel.sock"};

@@ -39,8 +39,8 @@ struct Reply {
 
 class Client {
 public:
-    // When no daemon runs, nothing is sent and nothing received.
-    Client();
+    // When no daemon runs, nothing is sent and nothing received. The type is added to the socket's.
+    explicit Client(int type = 0);
 
     int fd() const { return link_.fd; }
     // Nothing is asserted: the daemon may have closed the connection.

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -34,13 +35,39 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
     return count;
 }
 
-bool eventually(const std::function<bool()>& condition) {
-    for (int i = 0; i < 2000; ++i) {
-        if (condition())
-            return true;
+void PrintTo(const Outcome& outcome, std::ostream* stream) {
+    *stream << outcome.status << "\n" << outcome.output << outcome.errors;
+}
+
+Outcome runTool(const std::string& command, const std::string& input) {
+    writeFile("/tmp/input", input);
+    // In front, so that the command's own redirections win.
+    int status = std::system(("</tmp/input >/tmp/out 2>/tmp/err /vemra/bin/" + command).c_str());
+    return {WEXITSTATUS(status), readFile("/tmp/out"), readFile("/tmp/err")};
+}
+
+bool matches(const std::string& text, const std::string& pattern) {
+    return std::regex_search(text, std::regex(pattern));
+}
+
+std::string replaced(const std::string& text, const std::string& pattern, const std::string& by) {
+    return std::regex_replace(text, std::regex(pattern), by);
+}
+
+bool eventually(const std::function<bool()>& condition, std::chrono::seconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    return false;
+    return true;
+}
+
+// A log of thousands of clients would hide the failure.
+std::string lastLines(const std::string& text) {
+    constexpr std::size_t longest = 20000;
+    return text.size() <= longest ? text : text.substr(text.find('\n', text.size() - longest));
 }
 
 Daemon::Daemon() {
@@ -57,7 +84,7 @@ Daemon::~Daemon() {
         waitpid(pid_, nullptr, 0);
     }
     if (testing::Test::HasFailure())
-        std::cerr << log() << output();
+        std::cerr << lastLines(log()) << output();
 }
 
 void Daemon::factory(const std::string& defaults, const std::string& templates) const {
@@ -81,7 +108,7 @@ void Daemon::noPlugins() const {
 }
 
 void Daemon::start(const std::string& options) {
-    launch("-d -v -l /tmp/log " + options);
+    launch((verbose ? "-d -v -l /tmp/log " : "-d -l /tmp/log ") + options);
     ASSERT_TRUE(eventually([] { return Client().ask(list(20)).has_value(); })) << "it does not come up";
 }
 
@@ -90,6 +117,9 @@ void Daemon::launch(const std::string& options) {
     if (pid_ == 0) {
         if (endsEarly)
             setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+        const rlimit limit{descriptorLimit, descriptorLimit};
+        if (descriptorLimit != 0)
+            setrlimit(RLIMIT_NOFILE, &limit);
         std::string command = "exec /vemra/bin/ostrelServer " + options + " >/tmp/output 2>&1";
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
         _exit(126);
@@ -116,6 +146,14 @@ int Daemon::wait() {
 int Daemon::stop() {
     signal(SIGTERM);
     return wait();
+}
+
+Daemon::Usage Daemon::usage() const {
+    const fs::path process = "/proc/" + std::to_string(pid_);
+    std::size_t pages = 0;
+    std::ifstream(process / "statm") >> pages >> pages;
+    const auto count = std::distance(fs::directory_iterator(process / "fd"), fs::directory_iterator());
+    return {static_cast<std::size_t>(count), pages * 4096};
 }
 
 std::string Daemon::log() const { return readFile("/tmp/log"); }

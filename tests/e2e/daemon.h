@@ -1,8 +1,10 @@
 // The real server on its real paths, started and watched by a test.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -11,8 +13,28 @@
 void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
 std::size_t occurrences(const std::string& text, const std::string& part);
-// Polls until the condition holds; false when it does not within ten seconds.
-bool eventually(const std::function<bool()>& condition);
+
+// What a program printed, and its exit status.
+struct Outcome {
+    int status = 0;
+    std::string output{};
+    std::string errors{};
+
+    bool operator==(const Outcome&) const = default;
+};
+void PrintTo(const Outcome& outcome, std::ostream* stream);
+// Runs one of the programs, with arguments and redirections as the shell has them.
+Outcome runTool(const std::string& command, const std::string& input = "");
+
+// With regular expressions. Here because each file that includes <regex> takes seconds to compile.
+bool matches(const std::string& text, const std::string& pattern);
+std::string replaced(const std::string& text, const std::string& pattern, const std::string& by);
+// Polls until the condition holds; false when it does not in time.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::seconds limit = std::chrono::seconds(10));
+
+// How much more memory than before is none. (Of no use with AddressSanitizer: it keeps what is freed.)
+constexpr std::size_t memorySlack = std::size_t{1} << 20U;
 
 class Daemon {
 public:
@@ -33,7 +55,7 @@ public:
     void script(const std::string& name, const std::string& script) const;
     void noPlugins() const;
 
-    // In debug mode, verbose, with the log in /tmp/log, until it answers.
+    // In debug mode, with the log in /tmp/log, until it answers.
     void start(const std::string& options = "");
     // With exactly these options; waits for nothing.
     void launch(const std::string& options);
@@ -52,6 +74,17 @@ public:
     // The calls of the scripted plug-ins since the last look, joined by commas.
     std::string calls() const;
 
+    // What it holds just now; memory is what is resident, in bytes.
+    struct Usage {
+        std::size_t descriptors = 0;
+        std::size_t memory = 0;
+    };
+    Usage usage() const;
+
+    // For start().
+    bool verbose = true;
+    // How many descriptors it may have; 0: as many as the test.
+    rlim_t descriptorLimit = 0;
     // A daemon that ends in the middle of things does not release its memory: leak checks off.
     bool endsEarly = false;
 

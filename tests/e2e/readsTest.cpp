@@ -10,14 +10,9 @@ class Reads : public testing::Test {
 protected:
     Reads() {
         daemon.factory(
-            "net.name String \"box\"\n"
-            "net.ip IP \"10.0.0.1\"\n"
-            "net.mtu Dword 1500\n"
-            "dns.server[1] IP \"1.1.1.1\"\n"
-            "dns.server[4] IP \"2.2.2.2\"\n"
-            "wifi[1] instance wlan \"web\"\n"
-            "wifi[2] instance wlan \"web\"\n"
-            "wifi[3] instance wlan 7\n"
+            "net.name String \"box\"\nnet.mtu Dword 1500\n"
+            "dns.server[1] IP \"1.1.1.1\"\ndns.server[4] IP \"2.2.2.2\"\n"
+            "wifi[1] instance wlan \"web\"\nwifi[2] instance wlan \"web\"\nwifi[3] instance wlan 7\n"
             "wifi.ssid[2] String \"guest\"\n",
             "[wlan]\nssid String \"home\"\nchannel Byte 6\n");
         daemon.start();
@@ -43,7 +38,6 @@ TEST_F(Reads, ValuesComeWithTheirTypesInRequestOrder) {
     EXPECT_EQ(ask(list(20, {question("net.name"), question("wifi.ssid", 2), question("wifi.channel", 3),
                             question("dns.server", 4), odd})),
               expected);
-    EXPECT_EQ(ask(list(20)), (Reply{21, {}}));
 }
 
 TEST_F(Reads, OneMissingKeyFailsTheWholeRequest) {
@@ -63,11 +57,11 @@ TEST_F(Reads, QuantitiesAndPrimaryKeys) {
                       {"dns.server", word(2)},
                       {"net.mtu", word(0)},
                       {"none", word(0)}}}));
-    std::vector<Entry> five(5, question("x"));
-    five[0] = question("wifi", web);
-    EXPECT_EQ(ask(list(48, five)), (Reply{49, {{"wifi", word(1)}, {"x", word(2)}}}));
+    const Entry x = question("x");
+    EXPECT_EQ(ask(list(48, {question("wifi", web), x, x})), (Reply{49, {{"wifi", word(1)}, {"x", word(2)}}}));
     EXPECT_EQ(ask(list(48, {question("wifi", web)})), (Reply{49, {{"wifi", word(1)}}})) << "room for one";
     EXPECT_EQ(ask(list(48, {question("none")})), (Reply{49, {}}));
+    EXPECT_EQ(ask(list(48)), (Reply{49, {}}));
 }
 
 TEST_F(Reads, BodiesThatDoNotDecodeAreAnsweredWithAFailure) {

@@ -16,13 +16,11 @@ protected:
         daemon.calls();
         client.emplace();
     }
-    // Whether the daemon closes the connection of a client that sends these after a start message.
-    bool refused(const std::vector<std::string>& messages) {
-        Client bad;
-        bad.send(list(29));
+    // Starts a sequence with these messages.
+    static void begin(const Client& client, const std::vector<std::string>& messages) {
+        client.send(list(29));
         for (const std::string& message : messages)
-            bad.send(message);
-        return bad.closed();
+            client.send(message);
     }
     std::optional<std::uint32_t> number(const std::string& key, std::uint32_t pKey = 0) {
         return Client().number(key, pKey);
@@ -47,17 +45,14 @@ TEST_F(Sequence, CommitAppliesAllAndTellsThePlugin) {
 }
 
 TEST_F(Sequence, RollbackRestartAndDepartureUndo) {
-    client->send(list(29));
-    client->send(list(6, {dword("a", 11)}));
-    client->send(list(31));
+    begin(*client, {list(6, {dword("a", 11)}), list(31)});
     EXPECT_EQ(client->number("a"), 1U) << "the connection stays";
     EXPECT_TRUE(client->commit({list(6, {dword("a", 11)}), list(29), list(6, {dword("b", 22)})}));
     EXPECT_EQ(number("a"), 1U);
     EXPECT_EQ(number("b"), 22U);
     EXPECT_TRUE(daemon.logged("[ostrServer] Got startWritting message (AGAIN)\n"));
     client->sayName("leaving");
-    client->send(list(29));
-    client->send(list(6, {dword("a", 11)}));
+    begin(*client, {list(6, {dword("a", 11)})});
     client.reset();
     EXPECT_TRUE(daemon.logged(
         "[ostrServer::HandleWriteSequence] Received Message error or closed socket,  from client leaving\n"));
@@ -65,10 +60,7 @@ TEST_F(Sequence, RollbackRestartAndDepartureUndo) {
 }
 
 TEST_F(Sequence, RefusedChangeUndoesTheSequenceAndClosesTheConnection) {
-    struct Case {
-        std::string message;
-        const char* line;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {list(6, {dword("b", 9), dword("none", 9)}), "[Ostrel] DataWrite failed for <none>!\n"},
         {list(6, {dword("none", 9, 3)}), "[Ostrel] DataReWrite failed for <none>!\n"},
         {list(6, {{.name = "b", .value = "x", .type = ostrelTypeByte}}),
@@ -84,10 +76,12 @@ TEST_F(Sequence, RefusedChangeUndoesTheSequenceAndClosesTheConnection) {
         {"abc", "[ostrServer::HandleWriteSequence] Message without a code (size 3)\n"},
         {std::string(4097, 'x'), "[receive] Buffer too small 4097 vs 4096\n"},
     };
-    for (const Case& refusal : cases) {
-        EXPECT_TRUE(refused({list(6, {dword("a", 11)}), refusal.message})) << refusal.line;
-        EXPECT_TRUE(daemon.logged(refusal.line)) << refusal.line;
-        EXPECT_EQ(number("a"), 1U) << refusal.line;
+    for (const auto& [message, line] : cases) {
+        Client bad;
+        begin(bad, {list(6, {dword("a", 11)}), message});
+        EXPECT_TRUE(bad.closed()) << line;
+        EXPECT_TRUE(daemon.logged(line)) << line;
+        EXPECT_EQ(number("a"), 1U) << line;
     }
     EXPECT_EQ(daemon.calls(), "");
     EXPECT_EQ(occurrences(daemon.log(), "[OstrelServer::unpackDeinstanciate] Unmarshall failed\n"), 2U);
@@ -123,8 +117,7 @@ TEST_F(Sequence, InstancesLiveAndDieWithTheSequence) {
 }
 
 TEST_F(Sequence, SilentClientOutlivesHangUpButNotAQuitSignal) {
-    client->send(list(29));
-    client->send(list(6, {dword("a", 11)}));
+    begin(*client, {list(6, {dword("a", 11)})});
     ASSERT_TRUE(daemon.logged("[ostrServer] Got notify message END\n"));
     daemon.signal(SIGHUP);
     client->send(list(6, {dword("b", 12)}));
@@ -132,8 +125,7 @@ TEST_F(Sequence, SilentClientOutlivesHangUpButNotAQuitSignal) {
     EXPECT_EQ(client->number("b"), 12U);
     EXPECT_EQ(client->number("a"), 11U);
 
-    client->send(list(29));
-    client->send(list(6, {dword("a", 33)}));
+    begin(*client, {list(6, {dword("a", 33)})});
     ASSERT_TRUE(daemon.logged("[Notify 0] a -> 4 :\n"));
     EXPECT_EQ(daemon.stop(), 0);
     EXPECT_TRUE(contains(daemon.log(), "Received Message error or closed socket,  from client (null)\n"));
