@@ -1,10 +1,13 @@
 // A plug-in that does what /tmp/NAME.script says, NAME being its own file's name without the suffix, and
 // notes every call of an entry in /tmp/calls. A script's lines:
-//   loadPriority N | restartPriority N | watch PATTERN | triggerOn PATTERN | null ENTRY (or: null table)
+//   loadPriority N | restartPriority N | watch PATTERN | triggerOn PATTERN (or null; N after it: N of them,
+//   numbered) null WHAT (an entry, srcFileName, moduleName, table, or one of the lists watch and triggerOn)
 //   ENTRY write KEY PKEY NUMBER | ENTRY remove NAME PKEY | ENTRY removeOwner NAME OWNER
 //   ENTRY new TEMPLATE NAME OWNER | ENTRY read KEY PKEY | ENTRY reboot N | ENTRY return N
 //   ENTRY throw | ENTRY throwNumber | ENTRY sleep MILLISECONDS | ENTRY kill (the daemon)
-// The lines of an entry are carried out at each of its calls; the script is read again each time.
+//   ENTRY odd TYPE | ENTRY fill KEY COUNT
+// The lines of an entry are carried out at each of its calls; the script is read again each time. "load" and
+// "getIoFuncs" stand for what comes before the first entry.
 #include <dlfcn.h>
 
 #include <chrono>
@@ -19,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "oddArguments.h"
 #include "ostrel/plugin.h"
 
 namespace {
@@ -67,9 +71,21 @@ std::string readDword(const Words& words) {
     return words.at(1) + " " + std::to_string(read) + " " + std::to_string(value);
 }
 
+// Writes the elements 1 to the count, a call each. Returns how many of the calls succeeded.
+int fill(const Words& words) {
+    int written = 0;
+    for (unsigned int i = number(words.at(2)); i > 0; --i)
+        written += writeDword({"write", words.at(1), std::to_string(i), words.at(2)});
+    return written;
+}
+
 // What a verb that calls the server gives.
 std::string resultOf(const Words& words) {
     const char* name = words.at(1).c_str();
+    if (words[0] == "odd")
+        return std::to_string(useOddArguments(static_cast<ostrelValueType>(number(words[1]))));
+    if (words[0] == "fill")
+        return std::to_string(fill(words));
     if (words[0] == "read")
         return readDword(words);
     if (words[0] == "write")
@@ -83,9 +99,8 @@ std::string resultOf(const Words& words) {
 }
 
 // Returns the entry's result.
-int act(const std::string& entry, int* reboot = nullptr, const std::string& argument = "") {
+int carryOut(const std::string& entry, int* reboot = nullptr) {
     int result = 1;
-    note(entry + argument);
     for (const Words& words : linesOf(entry)) {
         if (words.at(0) == "throw")
             throw std::runtime_error("scripted");
@@ -105,8 +120,25 @@ int act(const std::string& entry, int* reboot = nullptr, const std::string& argu
     return result;
 }
 
+int act(const std::string& entry, int* reboot = nullptr, const std::string& argument = "") {
+    note(entry + argument);
+    return carryOut(entry, reboot);
+}
+
+std::string setting(const char* word) {
+    std::vector<Words> lines = linesOf(word);
+    return lines.empty() ? "0" : lines.back().at(0);
+}
+
+template <typename Target>
+Target* unlessNull(const char* what, Target* target) {
+    return setting("null") == what ? nullptr : target;
+}
+
+[[maybe_unused]] const int loaded = carryOut("load");
+
 int init(int five, char** name) {
-    *name = moduleName.data();
+    *name = unlessNull("moduleName", moduleName.data());
     return act("init", nullptr, " " + std::to_string(five));
 }
 
@@ -115,45 +147,45 @@ int writeConf() { return act("writeConf"); }
 int restart(int* reboot) { return act("restart", reboot); }
 int trigger(const char* key) { return act("trigger", nullptr, std::string(" ") + key); }
 
-int patternsOf(const char* word, unsigned int* count, char*** patterns) {
+void patternsOf(const char* word, unsigned int* count, char*** patterns) {
     static std::map<std::string, Words> texts;
     static std::map<std::string, std::vector<char*>> pointers;
-    for (const Words& words : linesOf(word))
-        texts[word].push_back(words.at(0));
+    for (const Words& words : linesOf(word)) {
+        for (unsigned int i = 0; words.size() > 1 && i < number(words[1]); ++i)
+            texts[word].push_back(words[0] + std::to_string(i));
+        if (words.size() == 1)
+            texts[word].push_back(words[0]);
+    }
     std::vector<char*>& list = pointers[word];
     for (std::string& text : texts[word])
-        list.push_back(text.data());
+        list.push_back(text == "null" ? nullptr : text.data());
     *count = static_cast<unsigned int>(list.size());
-    *patterns = list.data();
-    return 1;
+    *patterns = unlessNull(word, list.data());
 }
 
-int getWatchedValues(unsigned int* count, char*** patterns) { return patternsOf("watch", count, patterns); }
+int getWatchedValues(unsigned int* count, char*** patterns) {
+    patternsOf("watch", count, patterns);
+    return carryOut("getWatchedValues");
+}
 
-int getTriggerList(unsigned int* count, char*** patterns) { return patternsOf("triggerOn", count, patterns); }
-
-std::string setting(const char* word) {
-    std::vector<Words> lines = linesOf(word);
-    return lines.empty() ? "0" : lines.back().at(0);
+int getTriggerList(unsigned int* count, char*** patterns) {
+    patternsOf("triggerOn", count, patterns);
+    return carryOut("getTriggerList");
 }
 
 }  // namespace
 
 OstrelIoFuncs_t* ostrelGetIoFuncs() {
-    const std::string null = setting("null");
-    static OstrelIoFuncs_t table = {.srcFileName = "scripted.cpp",
-                                    .init = init,
-                                    .die = null == "die" ? nullptr : die,
-                                    .writeConf = writeConf,
-                                    .restart = null == "restart" ? nullptr : restart,
-                                    .getWatchedValues = getWatchedValues,
-                                    .getTriggerList = null == "getTriggerList" ? nullptr : getTriggerList,
-                                    .trigger = trigger,
+    carryOut("getIoFuncs");
+    static OstrelIoFuncs_t table = {.srcFileName = unlessNull("srcFileName", "scripted.cpp"),
+                                    .init = unlessNull("init", init),
+                                    .die = unlessNull("die", die),
+                                    .writeConf = unlessNull("writeConf", writeConf),
+                                    .restart = unlessNull("restart", restart),
+                                    .getWatchedValues = unlessNull("getWatchedValues", getWatchedValues),
+                                    .getTriggerList = unlessNull("getTriggerList", getTriggerList),
+                                    .trigger = unlessNull("trigger", trigger),
                                     .loadPriority = number(setting("loadPriority")),
                                     .restartPriority = number(setting("restartPriority"))};
-    return null == "table" ? nullptr : &table;
+    return unlessNull("table", &table);
 }
-
-#ifdef ESSENTIAL
-void ostrelClientEssentialFunc() {}
-#endif
