@@ -1,7 +1,7 @@
 # A thin front over the CMake presets. What a target needs is made by it.
 .DEFAULT_GOAL := help
 MAKEFLAGS += --no-print-directory
-.PHONY: help deps build image test demo shell asan tsan lint bench clean
+.PHONY: help deps build image test demo shell asan tsan fuzz soak lint bench clean
 
 IMAGE := build/dev/image
 
@@ -38,6 +38,19 @@ shell: image ## play inside a running appliance
 asan tsan: deps ## build and test with sanitizers
 	$(call buildPreset,$@)
 	@ctest --preset $@
+
+FUZZ_SECONDS ?= 60
+
+fuzz: deps ## look for inputs that break parsers, link and store, FUZZ_SECONDS each
+	@tools/deps clang libclang-rt-14-dev
+	$(call buildPreset,fuzz)
+	@tests/fuzz/run $(FUZZ_SECONDS)
+
+MINUTES ?= 10
+
+soak: image ## put the daemon under all that can go wrong at once, for MINUTES
+	$(call buildPreset,dev,e2eTests)
+	@OSTREL_SOAK_MINUTES=$(MINUTES) build/dev/bin/e2eTests --gtest_filter='Soak.*'
 
 lint: build ## check format and code
 	@tools/deps clang-format clang-tidy git
