@@ -99,7 +99,8 @@ OstrelValues* OstrelValues_Create() {
 void OstrelValues_Destroy(OstrelValues* list) {
     if (list == nullptr)
         return;
-    for (int i = 0; isSound(list) && i < list->count; ++i)
+    const int count = isSound(list) ? list->count : 0;
+    for (int i = 0; i < count; ++i)
         delete list->values[i];
     std::free(list->values);
     std::free(list);
