@@ -179,8 +179,7 @@ int OstrelClientReadVectorElement_IP(const char* key, unsigned int index, unsign
 int OstrelClientReadVectorElement_MAC(const char* key, unsigned int index, unsigned char* buffer,
                                       unsigned int size);
 
-/* ---- Writes (rule 2 says when they take effect)
- * ------------------------------------------------------------ */
+/* Writes (rule 2 says when they take effect). */
 
 /* All values in one transaction, or none. No broadcast follows a write that is applied at once. */
 int OstrelClientWriteValues(OstrelValues* values);
@@ -195,12 +194,10 @@ int OstrelClientDeinstanciateOwner(const char* name, unsigned int owner);
 /* Makes an instance of the template under the structure name. */
 int ostrelClientInstanciateStructure(const char* tpltName, const char* name, unsigned int owner);
 
-/* ---- What a plug-in provides
- * -------------------------------------------------------------------------------- */
+/* What a plug-in provides. */
 
 /* The table of entries. Those marked optional may be null. Keys match a pattern that equals them, or that
- * ends in
- * '*' and whose other characters they begin with. */
+ * ends in '*' and whose other characters they begin with. */
 typedef struct OstrelIoFuncs_t {
     const char* srcFileName; /* shown in the log when the plug-in is loaded */
     /* Called once with 5 and the place for a pointer to the module's name. Failure ends the daemon. */

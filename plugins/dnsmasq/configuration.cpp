@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ostrel/plugin/read.hpp>
 #include <string_view>
 
 #include "dnsmasq/paths.h"
@@ -55,13 +56,13 @@ bool isAddress(const std::string& text) {
 
 const std::string& nameOf(const Setting& setting) {
     if (!isDomainName(setting.value))
-        throw BadSetting(setting.key, "not a domain name");
+        throw ostrel::plugin::BadValue(setting.key, setting.index, "not a domain name");
     return setting.value;
 }
 
 const std::string& addressOf(const Setting& setting) {
     if (!isAddress(setting.value))
-        throw BadSetting(setting.key, "not an IP address");
+        throw ostrel::plugin::BadValue(setting.key, setting.index, "not an IP address");
     return setting.value;
 }
 
@@ -70,7 +71,7 @@ std::string hostRecord(const Host& host, const std::string& domain) {
     const std::string& name = nameOf(host.name);
     if (domain.empty())
         return "host-record=" + name + ',' + addressOf(host.address) + '\n';
-    std::string wholeName = nameOf({host.name.key, name + '.' + domain});
+    std::string wholeName = nameOf({host.name.key, host.name.index, name + '.' + domain});
     return "host-record=" + wholeName + ',' + name + ',' + addressOf(host.address) + '\n';
 }
 

@@ -1,7 +1,6 @@
 // dnsmasq's configuration as text. Pure functions.
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -10,6 +9,7 @@ namespace dnsmasq {
 // A value and the key that it comes from.
 struct Setting {
     std::string key;
+    unsigned int index = 0;
     std::string value;  // empty: not set
 };
 
@@ -24,14 +24,8 @@ struct Settings {
     std::vector<Host> hosts;
 };
 
-// A value that dnsmasq must not see. The text names the key.
-class BadSetting : public std::runtime_error {
-public:
-    BadSetting(const std::string& key, const std::string& reason) : std::runtime_error(key + ": " + reason) {}
-};
-
 // The configuration file. Values that are not set are left out, and hosts without a name or an address.
-// Throws BadSetting for a value that is no domain name or address: nothing else gets into a line.
+// Throws BadValue for a value that is no domain name or address: nothing else gets into a line.
 std::string render(const Settings& settings);
 
 }  // namespace dnsmasq

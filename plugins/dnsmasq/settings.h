@@ -5,7 +5,7 @@
 
 namespace dnsmasq {
 
-// Throws BadSetting for a value that cannot be read as what it should be.
+// Throws BadValue for a value that cannot be read as what it should be.
 //   lan.domain               String
 //   dns.server[n]            IP
 //   host.name, host.address  String and IP, of the instances of structure host that belong to "dns"

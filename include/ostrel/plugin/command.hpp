@@ -1,0 +1,138 @@
+// Running a program, with a deadline: the daemon serves nobody while an entry waits.
+#ifndef OSTREL_PLUGIN_COMMAND_HPP
+#define OSTREL_PLUGIN_COMMAND_HPP
+
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "ostrel/plugin/file.hpp"
+
+#pragma GCC visibility push(hidden)
+namespace ostrel::plugin {
+
+// A program that did not do its work. The text begins with its path.
+class CommandError : public std::runtime_error {
+public:
+    CommandError(const std::string& program, const std::string& reason)
+        : std::runtime_error(program + ": " + reason) {}
+};
+
+// A descriptor that stands for the process, whatever becomes of its number; none when there is no such
+// process.
+inline Descriptor openProcess(pid_t pid) {
+    return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+}
+
+// No failure when the process has ended.
+inline void sendSignal(const Descriptor& process, int number) {
+    syscall(SYS_pidfd_send_signal, process.get(), number, nullptr, 0);
+}
+
+// True when the process has ended before the limit. Signals for the daemon do not cut the wait short.
+inline bool waitForEnd(const Descriptor& process, std::chrono::milliseconds limit) {
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point end = Clock::now() + limit;
+    for (;;) {
+        auto left = std::max(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()),
+                             std::chrono::milliseconds(0));
+        pollfd wait{process.get(), POLLIN, 0};
+        if (poll(&wait, 1, static_cast<int>(left.count())) > 0)
+            return true;
+        if (left.count() == 0)
+            return false;
+    }
+}
+
+namespace detail {
+
+// The signals are the daemon's own affair: a program gets the defaults, and a process group that can be
+// killed whole.
+class SpawnAttributes {
+public:
+    SpawnAttributes() {
+        posix_spawnattr_init(&attributes_);
+        sigset_t none;
+        sigset_t all;
+        sigemptyset(&none);
+        sigfillset(&all);
+        posix_spawnattr_setsigmask(&attributes_, &none);
+        posix_spawnattr_setsigdefault(&attributes_, &all);
+        posix_spawnattr_setpgroup(&attributes_, 0);
+        posix_spawnattr_setflags(&attributes_,
+                                 POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    }
+    ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
+    SpawnAttributes(const SpawnAttributes&) = delete;
+    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+
+    const posix_spawnattr_t* get() const { return &attributes_; }
+
+private:
+    posix_spawnattr_t attributes_{};
+};
+
+inline int reap(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+}  // namespace detail
+
+// Starts the program (an absolute path, then its arguments; no shell) in a process group of its own. The
+// caller waits for it. Throws CommandError.
+inline pid_t spawn(const std::vector<std::string>& command) {
+    std::vector<char*> arguments;
+    for (const std::string& argument : command)
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    pid_t child = 0;
+    int error = posix_spawn(&child, command.at(0).c_str(), nullptr, detail::SpawnAttributes().get(),
+                            arguments.data(), environ);
+    if (error != 0)
+        throw CommandError(command[0], std::generic_category().message(error));
+    return child;
+}
+
+// Runs the program and returns its exit status. Throws CommandError when it cannot be started, is ended by a
+// signal, or has not ended at the deadline; it is then killed with its process group.
+inline int runForStatus(const std::vector<std::string>& command, std::chrono::milliseconds deadline) {
+    pid_t child = spawn(command);
+    Descriptor process = openProcess(child);
+    bool ended = process && waitForEnd(process, deadline);
+    if (!ended)
+        kill(-child, SIGKILL);
+    int status = detail::reap(child);
+    if (!process)
+        throw CommandError(command[0], "cannot be waited for");
+    if (!ended)
+        throw CommandError(command[0], "did not end within " + std::to_string(deadline.count()) + " ms");
+    if (WIFSIGNALED(status))
+        throw CommandError(command[0], "was ended by signal " + std::to_string(WTERMSIG(status)));
+    return WEXITSTATUS(status);
+}
+
+// The same, for a program whose only good status is 0: any other throws CommandError, too.
+inline void run(const std::vector<std::string>& command, std::chrono::milliseconds deadline) {
+    int status = runForStatus(command, deadline);
+    if (status != 0)
+        throw CommandError(command[0], "exit status " + std::to_string(status));
+}
+
+}  // namespace ostrel::plugin
+#pragma GCC visibility pop
+
+#endif

@@ -1,0 +1,148 @@
+// Small files, read and replaced whole. Failures throw std::system_error with the path. Any thread.
+#ifndef OSTREL_PLUGIN_FILE_HPP
+#define OSTREL_PLUGIN_FILE_HPP
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "ostrel/plugin/phase.hpp"
+
+#pragma GCC visibility push(hidden)
+namespace ostrel::plugin {
+
+// Owns an open descriptor; -1: none.
+class Descriptor {
+public:
+    explicit Descriptor(int fd = -1) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+
+private:
+    int fd_;
+};
+
+namespace detail {
+
+[[noreturn]] inline void failFile(const std::string& path) {
+    throw std::system_error(errno, std::generic_category(), path);
+}
+
+inline Descriptor openFile(const std::string& path, int flags, mode_t mode = 0) {
+    Descriptor file(open(path.c_str(), flags | O_CLOEXEC, mode));
+    if (!file)
+        failFile(path);
+    return file;
+}
+
+inline void sync(const Descriptor& file, const std::string& path) {
+    if (fsync(file.get()) != 0)
+        failFile(path);
+}
+
+inline void writeAll(const Descriptor& file, std::string_view content, const std::string& path) {
+    while (!content.empty()) {
+        ssize_t written = ::write(file.get(), content.data(), content.size());
+        if (written < 0 && errno != EINTR)
+            failFile(path);
+        content.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+}
+
+// Where the path leads: /etc of an appliance often links to a folder that may be written to.
+inline std::string resolved(const std::string& path) {
+    struct Free {
+        void operator()(char* text) const { std::free(text); }
+    };
+    std::unique_ptr<char, Free> real(realpath(path.c_str(), nullptr));
+    return real ? std::string(real.get()) : path;
+}
+
+inline std::string folderOf(const std::string& path) {
+    std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+}  // namespace detail
+
+// Nothing when there is no such file, or when the process that a file in /proc tells of has just ended.
+inline std::optional<std::string> readFile(const std::string& path) {
+    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) {
+        if (errno == ENOENT)
+            return std::nullopt;
+        detail::failFile(path);
+    }
+    std::string content;
+    std::array<char, 4096> piece;
+    for (;;) {
+        ssize_t size = read(file.get(), piece.data(), piece.size());
+        if (size == 0)
+            return content;
+        if (size > 0)
+            content.append(piece.data(), static_cast<std::size_t>(size));
+        else if (errno == ESRCH)
+            return std::nullopt;
+        else if (errno != EINTR)
+            detail::failFile(path);
+    }
+}
+
+// Gives the file that content, unless it has it. True when it changed. At any moment, also after a power cut,
+// the path holds the old content or the new one. A link is followed; a file that is there keeps its
+// permissions.
+inline bool replaceFile(const std::string& path, std::string_view content, mode_t newFileMode = 0644) {
+    if (readFile(path) == content)
+        return false;
+    std::string target = detail::resolved(path);
+    struct stat old {};
+    mode_t mode = stat(target.c_str(), &old) == 0 ? old.st_mode & 07777U : newFileMode;
+    std::string fresh = target + ".new";
+    // One that a power cut left over.
+    unlink(fresh.c_str());
+    Descriptor file = detail::openFile(fresh, O_WRONLY | O_CREAT | O_EXCL, mode);
+    // The mode of open is less what the process masks.
+    if (fchmod(file.get(), mode) != 0)
+        detail::failFile(fresh);
+    detail::writeAll(file, content, fresh);
+    detail::sync(file, fresh);
+    if (std::rename(fresh.c_str(), target.c_str()) != 0)
+        detail::failFile(target);
+    std::string folder = detail::folderOf(target);
+    detail::sync(detail::openFile(folder, O_RDONLY | O_DIRECTORY), folder);
+    return true;
+}
+
+// No failure when there is none.
+inline void removeFile(const std::string& path) {
+    if (unlink(path.c_str()) != 0 && errno != ENOENT)
+        detail::failFile(path);
+}
+
+}  // namespace ostrel::plugin
+#pragma GCC visibility pop
+
+#endif

@@ -1,0 +1,254 @@
+// From a class to the table of entries.
+#ifndef OSTREL_PLUGIN_REGISTRATION_HPP
+#define OSTREL_PLUGIN_REGISTRATION_HPP
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "ostrel/plugin/phase.hpp"
+
+// Makes the class the plug-in of this shared object. Once, outside of any namespace. What the class has:
+//
+//   static constexpr char name[]            the module's name in the log; the only one that must be there
+//   watched, triggers                       patterns: a static array or any range of texts, or a function
+//   that
+//                                           returns one; nothing is matched without them. triggers needs
+//                                           trigger()
+//   writeConf()                             rewrites the service's configuration
+//   restart() or restart(bool& reboot)      restarts the service
+//   trigger(const char* key)                reacts to one changed key
+//   init()                                  brings the service to the state of the database. Without it,
+//   writeConf
+//                                           and restart are called, and their failure is logged and no more:
+//                                           a failed init ends the daemon
+//   die()                                   tidies up
+//   static constexpr unsigned int loadPriority, restartPriority     50 without them
+//
+// The functions return nothing or whether they succeeded. What they throw is logged and counts as a failure.
+// The object is made when the daemon calls init, and destroyed behind die; when the daemon ends in another
+// way, it is not destroyed.
+#define OSTREL_PLUGIN(Class)                                                      \
+    OstrelIoFuncs_t* ostrelGetIoFuncs() {                                         \
+        return ostrel::plugin::detail::Entries<Class>::table(OSTREL_PLUGIN_FILE); \
+    }
+
+// The same for a plug-in that is loaded in reduced mode, too.
+#define OSTREL_ESSENTIAL_PLUGIN(Class) \
+    OSTREL_PLUGIN(Class)               \
+    void ostrelClientEssentialFunc() {}
+
+#ifdef __FILE_NAME__
+#define OSTREL_PLUGIN_FILE __FILE_NAME__
+#else
+#define OSTREL_PLUGIN_FILE __FILE__
+#endif
+
+#pragma GCC visibility push(hidden)
+namespace ostrel::plugin {
+namespace detail {
+
+template <template <typename> class What, typename Class, typename = void>
+struct Has : std::false_type {};
+template <template <typename> class What, typename Class>
+struct Has<What, Class, std::void_t<What<Class>>> : std::true_type {};
+
+template <typename Class>
+using WatchedOf = decltype(std::declval<Class&>().watched);
+template <typename Class>
+using WatchedFunctionOf = decltype(std::declval<Class&>().watched());
+template <typename Class>
+using TriggersOf = decltype(std::declval<Class&>().triggers);
+template <typename Class>
+using TriggersFunctionOf = decltype(std::declval<Class&>().triggers());
+template <typename Class>
+using InitOf = decltype(std::declval<Class&>().init());
+template <typename Class>
+using DieOf = decltype(std::declval<Class&>().die());
+template <typename Class>
+using WriteConfOf = decltype(std::declval<Class&>().writeConf());
+template <typename Class>
+using RestartOf = decltype(std::declval<Class&>().restart());
+template <typename Class>
+using RebootOf = decltype(std::declval<Class&>().restart(std::declval<bool&>()));
+template <typename Class>
+using TriggerOf = decltype(std::declval<Class&>().trigger(std::declval<const char*>()));
+template <typename Class>
+using LoadPriorityOf = decltype(Class::loadPriority);
+template <typename Class>
+using RestartPriorityOf = decltype(Class::restartPriority);
+
+// Patterns in the shape that the daemon takes.
+class Patterns {
+public:
+    template <typename Range>
+    void assign(const Range& patterns) {
+        texts_.assign(std::begin(patterns), std::end(patterns));
+        pointers_.clear();
+        for (std::string& text : texts_)
+            pointers_.push_back(text.data());
+    }
+    int handOut(unsigned int* count, char*** patterns) {
+        *count = static_cast<unsigned int>(pointers_.size());
+        *patterns = pointers_.data();
+        return 1;
+    }
+
+private:
+    std::vector<std::string> texts_;
+    std::vector<char*> pointers_;
+};
+
+// Runs the work of an entry: no exception leaves it.
+template <typename Work>
+int enter(Phase phase, const char* entry, Work work) noexcept {
+    PhaseScope scope(phase);
+    try {
+        if constexpr (std::is_void_v<decltype(work())>) {
+            work();
+            return 1;
+        } else {
+            return work() ? 1 : 0;
+        }
+    } catch (const std::exception& exception) {
+        ostrelPrintLine(1, moduleName, 0, entry, "error: %s", exception.what());
+    } catch (...) {
+        ostrelPrintLine(1, moduleName, 0, entry, "error: unknown exception");
+    }
+    return 0;
+}
+
+template <typename Class>
+class Entries {
+public:
+    static OstrelIoFuncs_t* table(const char* file) {
+        static OstrelIoFuncs_t entries = {
+            file,
+            init,
+            die,
+            Has<WriteConfOf, Class>::value ? writeConf : nullptr,
+            restart,
+            getWatchedValues,
+            Has<TriggerOf, Class>::value ? getTriggerList : nullptr,
+            Has<TriggerOf, Class>::value ? trigger : nullptr,
+            loadPriority(),
+            restartPriority(),
+        };
+        return &entries;
+    }
+
+private:
+    static constexpr bool hasTriggers =
+        Has<TriggersOf, Class>::value || Has<TriggersFunctionOf, Class>::value;
+    static_assert(hasTriggers == Has<TriggerOf, Class>::value, "triggers and trigger() need each other");
+
+    static int init(int, char** name) {
+        // The daemon only reads it.
+        *name = const_cast<char*>(static_cast<const char*>(Class::name));
+        moduleName = *name;
+        return enter(Phase::init, "init", [] {
+            object_ = std::make_unique<Class>().release();
+            if constexpr (Has<InitOf, Class>::value) {
+                return object_->init();
+            } else {
+                writeConf();
+                int reboot = 0;
+                restart(&reboot);
+            }
+        });
+    }
+
+    static int die() {
+        return enter(Phase::die, "die", [] {
+            std::unique_ptr<Class> object(std::exchange(object_, nullptr));
+            if constexpr (Has<DieOf, Class>::value)
+                return object->die();
+        });
+    }
+
+    static int writeConf() {
+        return enter(Phase::writeConf, "writeConf", [] {
+            if constexpr (Has<WriteConfOf, Class>::value)
+                return object_->writeConf();
+        });
+    }
+
+    static int restart(int* reboot) {
+        return enter(Phase::restart, "restart", [reboot] {
+            if constexpr (Has<RebootOf, Class>::value) {
+                Reboot wanted(reboot);
+                return object_->restart(wanted.wanted);
+            } else if constexpr (Has<RestartOf, Class>::value) {
+                return object_->restart();
+            }
+        });
+    }
+
+    static int trigger([[maybe_unused]] const char* key) {
+        return enter(Phase::trigger, "trigger", [&] {
+            if constexpr (Has<TriggerOf, Class>::value)
+                return object_->trigger(key);
+        });
+    }
+
+    static int getWatchedValues(unsigned int* count, char*** patterns) {
+        return enter(Phase::init, "getWatchedValues", [&] {
+            if constexpr (Has<WatchedFunctionOf, Class>::value)
+                watched_.assign(object_->watched());
+            else if constexpr (Has<WatchedOf, Class>::value)
+                watched_.assign(Class::watched);
+            watched_.handOut(count, patterns);
+        });
+    }
+
+    static int getTriggerList(unsigned int* count, char*** patterns) {
+        return enter(Phase::init, "getTriggerList", [&] {
+            if constexpr (Has<TriggersFunctionOf, Class>::value)
+                triggers_.assign(object_->triggers());
+            else if constexpr (Has<TriggersOf, Class>::value)
+                triggers_.assign(Class::triggers);
+            triggers_.handOut(count, patterns);
+        });
+    }
+
+    // A wanted reboot counts also when the restart fails.
+    struct Reboot {
+        explicit Reboot(int* answer) : answer_(answer) {}
+        ~Reboot() { *answer_ = wanted ? 1 : 0; }
+        Reboot(const Reboot&) = delete;
+        Reboot& operator=(const Reboot&) = delete;
+
+        bool wanted = false;
+
+    private:
+        int* answer_;
+    };
+
+    static constexpr unsigned int loadPriority() {
+        if constexpr (Has<LoadPriorityOf, Class>::value)
+            return Class::loadPriority;
+        else
+            return 50;
+    }
+    static constexpr unsigned int restartPriority() {
+        if constexpr (Has<RestartPriorityOf, Class>::value)
+            return Class::restartPriority;
+        else
+            return 50;
+    }
+
+    // Owned from init to die. Not destroyed at any other exit: one may come from inside of an entry.
+    inline static Class* object_ = nullptr;
+    // The daemon reads them until it unloads the plug-in, which is behind die.
+    inline static Patterns watched_;
+    inline static Patterns triggers_;
+};
+
+}  // namespace detail
+}  // namespace ostrel::plugin
+#pragma GCC visibility pop
+
+#endif
