@@ -4,15 +4,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "client.h"
 #include "daemon.h"
 
 namespace {
-
-using Json = nlohmann::json;
 
 const std::string values = "a Dword 1\ntext String \"old\"\nv[2] IP \"10.0.0.1\"\n\"odd name\" Byte 7\n";
 
@@ -34,8 +31,6 @@ void expect(const std::vector<Step>& steps) {
         EXPECT_EQ(seen, expected) << arguments << '\n' << input;
     }
 }
-
-Json json(const std::string& text) { return Json::parse(text, nullptr, false); }
 
 class ClientTool : public testing::Test {
 protected:
@@ -156,10 +151,9 @@ TEST_F(ClientTool, AllBadLinesAreReportedAndNothingIsSent) {
             << reason << " in " << error;
     }
     EXPECT_TRUE(std::getline(errors, error) && error == "ostrelCtl: nothing was sent") << error;
-    const Json problems = json(ctl("apply - --json", batch).errors)["error"]["problems"];
-    EXPECT_EQ(problems.size(), 14U);
-    EXPECT_EQ(problems[3]["key"], "text");
-    EXPECT_EQ(problems[3]["line"], 5);
+    const std::string problems = json(ctl("apply - --json", batch).errors, "error problems");
+    EXPECT_EQ(occurrences(problems, "\"reason\": "), 14U);
+    EXPECT_EQ(json(problems, "3 key") + json(problems, "3 line"), R"("text"5)");
     EXPECT_FALSE(contains(daemon.log(), "Start Writing")) << "nothing was sent";
 }
 
@@ -181,8 +175,8 @@ TEST_F(ClientTool, TrialsAndRefusalsStoreNothingAndCallNoPlugin) {
         {"check /tmp/input", {1, "", why}, bad},
         {"apply /tmp/input", {1, "", why}, bad},
     });
-    const Json error = json(ctl("set text Byte 5 --json").errors)["error"];
-    EXPECT_EQ(error["key"].dump() + error["status"].dump() + error["reason"].dump(),
+    const std::string error = ctl("set text Byte 5 --json").errors;
+    EXPECT_EQ(json(error, "error key") + json(error, "error status") + json(error, "error reason"),
               R"("text""refused""the key is a String")");
     EXPECT_EQ(readFile("/vemra/var/ostrdb.txt"), stored);
     EXPECT_EQ(daemon.calls(), "");
@@ -197,8 +191,8 @@ TEST_F(ClientTool, JsonHoldsTheOddCases) {
         {"name":"text","index":0,"type":"String","value":null,"bytes":"61ff22"},
         {"name":"v","index":2,"type":"IP","value":"10.0.0.1"},
         {"name":"n\ufffd","index":0,"type":null,"value":null}])"));
-    EXPECT_EQ(json(read.errors)["error"]["status"], "missing");
-    EXPECT_EQ(json(ctl("what --json").errors)["error"]["status"], "invalid");
+    EXPECT_EQ(json(read.errors, "error status"), "\"missing\"");
+    EXPECT_EQ(json(ctl("what --json").errors, "error status"), "\"invalid\"");
 }
 
 // A batch of many frames is still one transaction, and a list has its limit.
@@ -213,7 +207,7 @@ TEST_F(ClientTool, LongBatchesAreOneTransaction) {
     EXPECT_EQ(occurrences(daemon.calls(), "writeConf"), 1U);
     const Outcome listed = ctl("list v --json");
     EXPECT_EQ(listed.status, 1);
-    EXPECT_GT(json(listed.output).size(), 100U);
+    EXPECT_GT(occurrences(json(listed.output), ", "), 100U);
     EXPECT_TRUE(contains(listed.errors, "incomplete") && contains(listed.errors, "of 1000")) << listed.errors;
 
     // On a terminal, and only there, a bar tells that it waits.
@@ -246,10 +240,10 @@ TEST_F(ClientTool, TellsBusyFromNotRunning) {
     EXPECT_EQ(daemon.wait(), 0);
     EXPECT_TRUE(client->closed());
     expect({{"get a", {3, "", "the daemon is not running: nobody serves"}}});
-    EXPECT_EQ(json(ctl("get a --json").errors)["error"]["status"], "staleSocket");
+    EXPECT_EQ(json(ctl("get a --json").errors, "error status"), "\"staleSocket\"");
     unlink("/tmp/ostrel.sock");
     expect({{"set a 5", {3, "", "the daemon is not running: there is no"}}});
-    EXPECT_EQ(json(ctl("get a --json").errors)["error"]["status"], "notRunning");
+    EXPECT_EQ(json(ctl("get a --json").errors, "error status"), "\"notRunning\"");
 }
 
 }  // namespace

@@ -46,6 +46,16 @@ Outcome runTool(const std::string& command, const std::string& input) {
     return {WEXITSTATUS(status), readFile("/tmp/out"), readFile("/tmp/err")};
 }
 
+std::string json(const std::string& text, const std::string& path) {
+    const std::string program =
+        "import json, sys\n"
+        "value = json.loads(sys.stdin.buffer.read())\n"
+        "for key in sys.argv[1:]:\n"
+        "    value = value[int(key) if isinstance(value, list) else key]\n"
+        "print(end=json.dumps(value, sort_keys=True))\n";
+    return runTool("../../usr/bin/python3 -c '" + program + "' " + path, text).output;
+}
+
 bool matches(const std::string& text, const std::string& pattern) {
     return std::regex_search(text, std::regex(pattern));
 }

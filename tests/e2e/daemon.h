@@ -26,6 +26,9 @@ void PrintTo(const Outcome& outcome, std::ostream* stream);
 // Runs one of the programs, with arguments and redirections as the shell has them.
 Outcome runTool(const std::string& command, const std::string& input = "");
 
+// What stands in a JSON text under the keys and indices of the path, with sorted keys; empty when that is
+// none. Parsed by Python, as any file that includes a parser takes seconds to compile.
+std::string json(const std::string& text, const std::string& path = "");
 // With regular expressions. Here because each file that includes <regex> takes seconds to compile.
 bool matches(const std::string& text, const std::string& pattern);
 std::string replaced(const std::string& text, const std::string& pattern, const std::string& by);

@@ -5,7 +5,6 @@
 #include <array>
 #include <csignal>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
 #include "client.h"
 #include "daemon.h"
@@ -36,10 +35,10 @@ protected:
 TEST_F(Doctor, FindsNothingInAnApplianceThatIsWell) {
     expect(0, {"^OK    socket          /tmp/ostrel.sock is served\nOK    ", "--reduced could not start",
                "process         /vemra/bin/ostrelServer, process [0-9]+, user 0\n"});
-    const auto findings = nlohmann::json::parse(expect(0, {}, "--json"), nullptr, false);
-    for (const auto& finding : findings)
-        EXPECT_EQ(finding["state"].dump() + finding["advice"].dump(), R"("OK""")") << finding;
-    EXPECT_EQ(findings[0]["check"], "socket");
+    const std::string findings = json(expect(0, {}, "--json"));
+    EXPECT_EQ(json(findings, "0 check"), "\"socket\"");
+    EXPECT_EQ(occurrences(findings, "\"state\": \"OK\""), occurrences(findings, "\"check\": ")) << findings;
+    EXPECT_EQ(occurrences(findings, "\"advice\": \"\""), occurrences(findings, "\"check\": ")) << findings;
 }
 
 TEST_F(Doctor, TellsWhyNobodyCanBeReached) {
