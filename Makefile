@@ -22,7 +22,7 @@ build: deps ## build everything (preset dev)
 	$(call buildPreset,dev)
 
 image: deps ## install into the folder that becomes an appliance's /vemra
-	$(call buildPreset,dev,ostrelServer ostrelPluginProbe ostrelCtl ostrelClient ostrelDbTool plugins)
+	$(call buildPreset,dev,ostrelServer ostrelPluginProbe ostrelPluginBench ostrelCtl ostrelClient ostrelDbTool plugins)
 	@rm -rf $(IMAGE)
 	@cmake --install build/dev --prefix $(IMAGE) >/dev/null
 

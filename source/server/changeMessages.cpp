@@ -89,16 +89,18 @@ bool removeOwner(const char* function, long handle, OstrelValue& value) {
     return false;
 }
 
-constexpr Change notifyChange{"unpackNotifyMessage", "[OstrelServer::unpackNotify] Unmarshall failed",
-                              "Notify", writeValue, noteNothing};
-constexpr Change eraseChange{"unpackEraseMessage", "[OstrelServer::unpackErase] Unmarshall failed", "Erase",
-                             eraseValue, noteNothing};
-constexpr Change deinstanciateChange{"unpackDeinstanciateMessage",
-                                     "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
-                                     removeOne, notePKey};
-constexpr Change deinstanciateOwnerChange{"unpackDeinstanciateOwnerMessage",
-                                          "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
-                                          removeOwner, noteOwner};
+// By ChangeKind.
+constexpr Change changes[] = {
+    {"unpackNotifyMessage", "[OstrelServer::unpackNotify] Unmarshall failed", "Notify", writeValue,
+     noteNothing},
+    {"unpackEraseMessage", "[OstrelServer::unpackErase] Unmarshall failed", "Erase", eraseValue, noteNothing},
+    {"unpackDeinstanciateMessage", "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
+     removeOne, notePKey},
+    {"unpackDeinstanciateOwnerMessage", "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
+     removeOwner, noteOwner},
+};
+
+const Change& changeOf(ChangeKind kind) { return changes[static_cast<std::size_t>(kind)]; }
 
 void dump(const Change& change, std::span<OstrelValue> values) {
     if ((logLevel::debug & printMask) == 0)
@@ -113,16 +115,8 @@ void dump(const Change& change, std::span<OstrelValue> values) {
     }
 }
 
-bool applyAll(const Change& change, long handle, std::span<OstrelValue> values) {
-    for (OstrelValue& value : values) {
-        if (!change.apply(change.function, handle, value))
-            return false;
-        change.note(addChanged(value.name), value);
-    }
-    return true;
-}
-
-bool unpack(const Change& change, long handle, unsigned int nbBytes, unsigned char* bytes) {
+bool unpack(ChangeKind kind, long handle, unsigned int nbBytes, unsigned char* bytes) {
+    const Change& change = changeOf(kind);
     Values values;
     bool applied = false;
     if (!values.decode(nbBytes, bytes)) {
@@ -130,7 +124,7 @@ bool unpack(const Change& change, long handle, unsigned int nbBytes, unsigned ch
     } else {
         if (change.dumpTag != nullptr)
             dump(change, values.all());
-        applied = applyAll(change, handle, values.all());
+        applied = applyChanges(kind, handle, values.all());
     }
     if (!applied)
         database->dataWriteRollback(handle);
@@ -138,21 +132,6 @@ bool unpack(const Change& change, long handle, unsigned int nbBytes, unsigned ch
 }
 
 constexpr char instanciateName[] = "unpackInstanciateMessage";
-
-// Makes the instances; keys receives their primary keys in order.
-bool instanciateAll(long handle, std::span<OstrelValue> values, std::vector<unsigned int>& keys) {
-    for (const OstrelValue& value : values) {
-        unsigned int key = 0;
-        if (database->instanciateTmplt(handle, value.tpltName, value.name, value.owner, &key) == refused) {
-            OSTREL_LOG_AS(instanciateName, logLevel::error, "[Ostrel] Instanciate failed for <%s/%s>!",
-                          value.tpltName, value.name);
-            return false;
-        }
-        keys.push_back(key);
-        addChanged(value.name);
-    }
-    return true;
-}
 
 bool answer(ostrelLink* link, unsigned int code, std::span<OstrelValue> records) {
     unsigned int size = 0;
@@ -183,20 +162,44 @@ bool answerKeys(ostrelLink* link, std::span<OstrelValue> values, std::vector<uns
 
 }  // namespace
 
+bool applyChanges(ChangeKind kind, long handle, std::span<OstrelValue> values) {
+    const Change& change = changeOf(kind);
+    for (OstrelValue& value : values) {
+        if (!change.apply(change.function, handle, value))
+            return false;
+        change.note(addChanged(value.name), value);
+    }
+    return true;
+}
+
+bool instanciateAll(long handle, std::span<OstrelValue> values, std::vector<unsigned int>& keys) {
+    for (const OstrelValue& value : values) {
+        unsigned int key = 0;
+        if (database->instanciateTmplt(handle, value.tpltName, value.name, value.owner, &key) == refused) {
+            OSTREL_LOG_AS(instanciateName, logLevel::error, "[Ostrel] Instanciate failed for <%s/%s>!",
+                          value.tpltName, value.name);
+            return false;
+        }
+        keys.push_back(key);
+        addChanged(value.name);
+    }
+    return true;
+}
+
 bool unpackNotifyMessage(long handle, unsigned int nbBytes, unsigned char* bytes) {
-    return unpack(notifyChange, handle, nbBytes, bytes);
+    return unpack(ChangeKind::write, handle, nbBytes, bytes);
 }
 
 bool unpackEraseMessage(long handle, unsigned int nbBytes, unsigned char* bytes) {
-    return unpack(eraseChange, handle, nbBytes, bytes);
+    return unpack(ChangeKind::erase, handle, nbBytes, bytes);
 }
 
 bool unpackDeinstanciateMessage(long handle, unsigned int nbBytes, unsigned char* bytes) {
-    return unpack(deinstanciateChange, handle, nbBytes, bytes);
+    return unpack(ChangeKind::remove, handle, nbBytes, bytes);
 }
 
 bool unpackDeinstanciateOwnerMessage(long handle, unsigned int nbBytes, unsigned char* bytes) {
-    return unpack(deinstanciateOwnerChange, handle, nbBytes, bytes);
+    return unpack(ChangeKind::removeOwned, handle, nbBytes, bytes);
 }
 
 bool unpackInstanciateMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link) {

@@ -5,7 +5,18 @@
 // transaction has been rolled back.
 #pragma once
 
+#include <span>
+#include <vector>
+
+#include "ostrel/plugin.h"
+
 class ostrelLink;
+
+enum class ChangeKind { write, erase, remove, removeOwned };
+// The same for decoded values, but false leaves the transaction to the caller's rollback.
+bool applyChanges(ChangeKind kind, long handle, std::span<OstrelValue> values);
+// Makes an instance for each value; keys receives their primary keys in order.
+bool instanciateAll(long handle, std::span<OstrelValue> values, std::vector<unsigned int>& keys);
 
 bool unpackNotifyMessage(long handle, unsigned int nbBytes, unsigned char* bytes);
 bool unpackEraseMessage(long handle, unsigned int nbBytes, unsigned char* bytes);

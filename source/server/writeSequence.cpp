@@ -74,11 +74,7 @@ Next commit(long handle) {
         OSTREL_LOG_AS(sequenceName, logLevel::error, "[ostrelServer] Warning, commit failed");
         return Next::endedFailed;
     }
-    // Each broadcast gets the entries as they are when it starts: the first may add to them.
-    PluginBroadcastChange(listOfChangedStuff);
-    PluginBroadcastTrigger(listOfChangedStuff);
-    destroyRecords(listOfChangedStuff);
-    popBackStoredMessage();
+    tellCommitted();
     return Next::endedWell;
 }
 
@@ -130,6 +126,14 @@ Next receiveMessage(long handle, ostrelConnection* connection) {
 }
 
 }  // namespace
+
+bool tellCommitted() {
+    // Each broadcast gets the entries as they are when it starts: the first may add to them.
+    PluginBroadcastChange(listOfChangedStuff);
+    PluginBroadcastTrigger(listOfChangedStuff);
+    destroyRecords(listOfChangedStuff);
+    return popBackStoredMessage();
+}
 
 bool HandleWriteSequence(ostrelConnection* connection) {
     OSTREL_LOG(logLevel::debug, "[OstrelServer] Handle Write Sequence start");

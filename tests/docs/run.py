@@ -7,7 +7,7 @@ A fenced block is, by its info string,
   sh           a script, run by bash -eu in a folder of the page's own
   sh project   the same in the project's folder; make only says what it would do
   text         behind a script: what that prints; "..." stands for any text
-  c, cpp, cmake, python, ini    a file when its first line is a comment that begins with its name and a colon
+  c, cpp, cmake, python, scenario    a file when its first line is a comment that begins with its name and a colon
 Any other block is only read.
 """
 
@@ -20,7 +20,7 @@ import tempfile
 
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 FILE_NAME = re.compile(r"(?://|/\*|#) ([\w.-]+\.\w+):")
-FILES = {"c", "cpp", "cmake", "python", "ini"}
+FILES = {"c", "cpp", "cmake", "python", "scenario"}
 DRY_MAKE = 'make() { command make -n "$@" >/dev/null; }\n'
 
 

@@ -1,0 +1,208 @@
+#include "pluginBench/judge.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <thread>
+
+#include "ctl/childProcess.h"
+#include "db/grammar.h"
+#include "server/globals.h"
+
+namespace pluginBench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Kind = Expectation::Kind;
+
+constexpr std::chrono::milliseconds pause{20};
+
+// Nothing when the file cannot be read.
+std::optional<std::string> contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return std::nullopt;
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+std::string quoted(const std::string& text) { return '"' + text + '"'; }
+
+// What differs first.
+std::string difference(const std::string& expected, const std::string& found) {
+    auto [wanted, is] = std::ranges::mismatch(expected, found);
+    auto number = std::count(expected.begin(), wanted, '\n') + 1;
+    auto lineAt = [](const std::string& text, auto at) {
+        auto begin = std::find(std::make_reverse_iterator(at), text.rend(), '\n').base();
+        return at == text.end() && begin == at ? std::string("the end")
+                                               : quoted(std::string(begin, std::find(at, text.end(), '\n')));
+    };
+    return "line " + std::to_string(number) + " is " + lineAt(found, is) + ", expected " +
+           lineAt(expected, wanted);
+}
+
+std::string problemOfFile(const Expectation& expectation) {
+    std::optional<std::string> content = contentOf(expectation.subject);
+    if (expectation.kind == Kind::noFile)
+        return access(expectation.subject.c_str(), F_OK) == 0 ? "it is there" : "";
+    if (!content)
+        return "it cannot be read";
+    if (expectation.kind == Kind::file)
+        return *content == expectation.content ? "" : difference(expectation.content, *content);
+    return ('\n' + *content + '\n').find('\n' + expectation.content + '\n') != std::string::npos
+               ? ""
+               : "there is no such line";
+}
+
+// The committed value as the database files have it; empty when there is none.
+std::string valueOf(const store::Line& line) {
+    std::string name = line.key().wholeName();
+    store::Value value;
+    if (database == nullptr || database->getType(name.c_str(), line.index, &value.type) == -1)
+        return {};
+    constexpr int room = 1024 * 1024;
+    std::string bytes(room, '\0');
+    int size = room;
+    if (database->dataRead(0, name.c_str(), value.type, &size, reinterpret_cast<unsigned char*>(bytes.data()),
+                           line.index) == -1)
+        return {};
+    value.bytes = bytes.substr(0, static_cast<std::size_t>(size) - (store::isText(value.type) ? 1 : 0));
+    store::LineWriter writer;
+    writer.value(line.key(), value);
+    return writer.text.substr(0, writer.text.size() - 1);
+}
+
+std::string problemOfValue(const Expectation& expectation) {
+    store::Line line;
+    if (!store::parseLine(expectation.subject, line).ok())
+        return "it is no value";
+    std::string found = valueOf(line);
+    if (expectation.kind == Kind::noValue)
+        return found.empty() ? "" : "there is " + found;
+    store::LineWriter wanted;
+    wanted.value(line.key(), line.value);
+    if (found + '\n' == wanted.text)
+        return {};
+    return found.empty() ? "there is no such value" : "it is " + found;
+}
+
+std::string listed(const std::vector<Callback>& callbacks) {
+    std::string text;
+    for (const Callback& callback : callbacks)
+        text += (text.empty() ? "" : ", ") + shown(callback);
+    return text.empty() ? "nothing" : text;
+}
+
+bool isBroadcast(const Callback& callback) {
+    return callback.entry == "writeConf" || callback.entry == "restart" || callback.entry == "trigger";
+}
+
+// Whether both are the same call, whatever its result.
+bool isSameCall(const Callback& one, const Callback& other) {
+    return one.entry == other.entry && one.key == other.key && one.reboot == other.reboot;
+}
+
+}  // namespace
+
+void Judge::judgeCallbacks(const Step& step, const std::vector<Callback>& callbacks) const {
+    std::vector<Callback> expected;
+    bool anyExpected = false;
+    for (const Expectation& expectation : step.expected) {
+        bool broadcast = expectation.kind == Kind::callback && isBroadcast(expectation.callback);
+        anyExpected = anyExpected || broadcast || expectation.kind == Kind::nothing;
+        if (broadcast)
+            expected.push_back(expectation.callback);
+    }
+    bool same = !anyExpected || std::ranges::equal(expected, callbacks, isSameCall);
+    if (!same)
+        report_.tell(event::fault, scenario_.placed(step.number, "expected " + listed(expected) +
+                                                                     "; called: " + listed(callbacks)));
+    for (std::size_t i = 0; i < callbacks.size(); ++i) {
+        bool mayFail = anyExpected && same && expected[i].fails;
+        if (callbacks[i].fails == mayFail || callbacks[i].throws)
+            continue;
+        Callback callback = callbacks[i];
+        callback.fails = false;
+        report_.tell(event::fault, scenario_.placed(step.number, shown(callback) + (mayFail ? " does not fail"
+                                                                                            : " fails")));
+    }
+}
+
+void Judge::judgeFailures(const Step& step, const Seen& seen) const {
+    std::vector<Callback> expected;
+    for (const Expectation& expectation : step.expected) {
+        if (expectation.kind == Kind::callback && !isBroadcast(expectation.callback))
+            expected.push_back(expectation.callback);
+    }
+    auto among = [](const std::vector<Callback>& callbacks, const Callback& callback) {
+        return std::ranges::any_of(callbacks,
+                                   [&](const Callback& other) { return isSameCall(other, callback); });
+    };
+    for (const Callback& callback : seen.failures) {
+        if (!callback.throws && !among(expected, callback))
+            report_.tell(event::fault, scenario_.placed(step.number, callback.entry + " fails"));
+    }
+    for (const Callback& callback : expected) {
+        if (!among(seen.failures, callback))
+            report_.tell(event::fault, scenario_.placed(step.number, callback.entry + " does not fail"));
+    }
+}
+
+std::string Judge::problemOfRun(const std::string& command) const {
+    ChildResult result = runChild({"/bin/sh", "-c", command}, scenario_.deadline);
+    if (result.end == ChildResult::End::exited && result.number == 0)
+        return {};
+    std::string said = result.output + result.errors;
+    while (said.ends_with('\n'))
+        said.pop_back();
+    std::string how = result.end == ChildResult::End::exited ? "exit status " + std::to_string(result.number)
+                      : result.end == ChildResult::End::timedOut ? "it does not end"
+                                                                 : "it does not run";
+    return said.empty() ? how : how + ": " + said;
+}
+
+std::string Judge::problemOf(const Expectation& expectation) const {
+    switch (expectation.kind) {
+        case Kind::value:
+        case Kind::noValue:
+            return problemOfValue(expectation);
+        case Kind::run:
+            return problemOfRun(expectation.subject);
+        case Kind::log:
+            return log_.since(logBegin_).find(expectation.subject) != std::string::npos
+                       ? ""
+                       : "the step has no such text in its log";
+        default:
+            return problemOfFile(expectation);
+    }
+}
+
+// What a service does in the background may take a moment, so there are more tries than one.
+void Judge::observe(const Expectation& expectation) const {
+    auto limit = Clock::now() + scenario_.deadline;
+    std::string problem = problemOf(expectation);
+    while (!problem.empty() && Clock::now() < limit) {
+        std::this_thread::sleep_for(pause);
+        problem = problemOf(expectation);
+    }
+    if (problem.empty())
+        report_.tell(event::print, "  as expected: " + expectation.text);
+    else
+        report_.tell(event::fault,
+                     scenario_.placed(expectation.number, "expect " + expectation.text + ": " + problem));
+}
+
+void Judge::judge(const Step& step, const Seen& seen) const {
+    judgeCallbacks(step, seen.callbacks);
+    judgeFailures(step, seen);
+    for (const Expectation& expectation : step.expected) {
+        if (expectation.kind != Kind::callback && expectation.kind != Kind::nothing)
+            observe(expectation);
+    }
+}
+
+}  // namespace pluginBench

@@ -1,0 +1,182 @@
+#include "pluginBench/player.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+#include <span>
+#include <utility>
+
+#include "common/ostrelUtils.h"
+#include "pluginBench/changes.h"
+#include "pluginBench/entries.h"
+#include "pluginBench/judge.h"
+#include "pluginBench/room.h"
+#include "server/globals.h"
+#include "server/pluginRecord.h"
+#include "server/plugins.h"
+#include "server/storedOperations.h"
+#include "server/transaction.h"
+#include "server/writeSequence.h"
+
+namespace pluginBench {
+namespace {
+
+class Player {
+public:
+    Player(const Scenario& scenario, std::string plugin, const Report& report, const Log& log)
+        : scenario_(scenario), plugin_(std::move(plugin)), report_(report), log_(log) {}
+
+    // Ends the process when the scenario cannot be gone on with.
+    void play(std::span<const Step> steps);
+
+private:
+    void playStep(const Step& step);
+    void start();
+    void commit(const Step& step);
+    void stop();
+    void writeFile(const Step& step) const;
+    // The line of a step's beginning.
+    void announce(const std::string& text) const { report_.tell(event::print, text); }
+    void fault(const std::string& text) const { report_.tell(event::fault, text); }
+    void checkReplay(bool ended) const;
+
+    const Scenario& scenario_;
+    const std::string plugin_;
+    const Report& report_;
+    const Log& log_;
+    std::size_t logBegin_ = 0;  // of the step
+    ostrelDbCfg configuration_{};
+};
+
+// The entry whose expected failure ends the daemon.
+std::string fatalEntry(const Step& step) {
+    for (const Expectation& expectation : step.expected) {
+        if (endsDaemon(expectation.callback))
+            return expectation.callback.entry;
+    }
+    return {};
+}
+
+void Player::checkReplay(bool ended) const {
+    if (!ended)
+        fault("a change that was stored for later is not carried out: " + log_.lastError(logBegin_));
+}
+
+void Player::start() {
+    configuration_.keyCreateAllowed = scenario_.keyCreateAllowed;
+    database = std::make_unique<ostrelDb>(&configuration_).release();
+    if (std::string error = log_.lastError(logBegin_); !error.empty())
+        throw ScenarioError(scenario_.path + ": " + error);
+    state = phase::loading;
+    bool loaded = false;
+    {
+        Watched loading(report_, "loading it");
+        loaded = loadOnePlugin(plugin_.c_str(), 0);
+    }
+    if (!loaded) {
+        fault("the daemon cannot use it: " + log_.lastError(logBegin_));
+        report_.tell(event::done, "1");
+        std::exit(1);
+    }
+    OstrelClientPlugin& plugin = *listOfClients.front();
+    watchEntries(plugin, report_);
+    plugin.initIo();
+    state = phase::idle;
+    checkReplay(popBackStoredMessage());
+    state = phase::serving;
+}
+
+void Player::commit(const Step& step) {
+    destroyRecords(listOfChangedStuff);
+    long handle = database->dataStartWriteTransaction();
+    Changes changes(handle);
+    for (const BlockLine& line : step.lines) {
+        if (changes.apply(line.text))
+            continue;
+        fault(scenario_.placed(line.number, "the change is refused: " + log_.lastError(logBegin_)));
+        database->dataWriteRollback(handle);
+        destroyRecords(listOfChangedStuff);
+        return;
+    }
+    if (database->dataCommit(handle) != 0) {
+        fault("the commit failed");
+        return;
+    }
+    checkReplay(tellCommitted());
+}
+
+void Player::stop() {
+    {
+        Watched unloading(report_, "unloading it");
+        unloadPlugins();
+    }
+    delete std::exchange(database, nullptr);
+    destroyRecords(listOfStoredValues);
+    destroyRecords(listOfChangedStuff);
+}
+
+void Player::writeFile(const Step& step) const {
+    try {
+        writeRoomFile(step.path, joined(step.lines));
+    } catch (const ScenarioError& error) {
+        throw ScenarioError(scenario_.placed(step.number, error.what()));
+    }
+}
+
+void Player::playStep(const Step& step) {
+    logBegin_ = log_.size();
+    beginSeeing(fatalEntry(step));
+    const std::string line = " (line " + std::to_string(step.number) + ')';
+    switch (step.kind) {
+        case Step::Kind::start:
+            announce("start" + line);
+            start();
+            break;
+        case Step::Kind::commit:
+            announce("commit" + line);
+            commit(step);
+            break;
+        case Step::Kind::stop:
+            announce("stop" + line);
+            stop();
+            break;
+        case Step::Kind::file:
+            announce("file " + step.path + line);
+            writeFile(step);
+    }
+    Judge(scenario_, report_, log_, logBegin_).judge(step, endSeeing());
+}
+
+void Player::play(std::span<const Step> steps) {
+    for (const Step& step : steps)
+        playStep(step);
+    if (database != nullptr) {
+        Step last;
+        last.kind = Step::Kind::stop;
+        last.number = steps.back().number;
+        playStep(last);
+    }
+}
+
+}  // namespace
+
+void play(const Scenario& scenario, std::size_t first, const std::string& plugin, const Report& report,
+          const Log& log) {
+    // As in the server.
+    std::signal(SIGPIPE, SIG_IGN);
+    constexpr int errorsAndNotices = 3;
+    ostrelSetPrintLevel(errorsAndNotices);
+    log.take();
+    try {
+        Player(scenario, plugin, report, log)
+            .play(std::span(scenario.steps).subspan(first, scenario.lifeFrom(first)));
+        report.tell(event::done, "0");
+    } catch (const std::exception& exception) {
+        report.tell(event::unusable, exception.what());
+    }
+    // Only here: what the plug-in and a leak checker do at the end is part of the play.
+    std::exit(0);
+}
+
+}  // namespace pluginBench
