@@ -1,16 +1,14 @@
 #include "dnsmasq/configuration.h"
 
-#include <arpa/inet.h>
-
-#include <algorithm>
-#include <array>
-#include <ostrel/plugin/read.hpp>
-#include <string_view>
-
 #include "dnsmasq/paths.h"
 
 namespace dnsmasq {
 namespace {
+
+using names::addressOf;
+using names::domainNameOf;
+using names::Host;
+using names::Setting;
 
 // Root inside a user namespace cannot become another user or group, so dnsmasq stays what it is started as.
 constexpr char head[] =
@@ -23,56 +21,12 @@ constexpr char head[] =
     "user=root\n"
     "group=\n";
 
-constexpr std::size_t longestDomainName = 253;
-constexpr std::size_t longestLabel = 63;
-
-bool isLabelCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
-}
-
-bool isLabel(std::string_view text) {
-    return !text.empty() && text.size() <= longestLabel && text.front() != '-' && text.back() != '-' &&
-           std::ranges::all_of(text, isLabelCharacter);
-}
-
-bool isDomainName(std::string_view text) {
-    if (text.size() > longestDomainName)
-        return false;
-    for (;;) {
-        std::size_t dot = text.find('.');
-        if (!isLabel(text.substr(0, dot)))
-            return false;
-        if (dot == std::string_view::npos)
-            return true;
-        text.remove_prefix(dot + 1);
-    }
-}
-
-bool isAddress(const std::string& text) {
-    std::array<unsigned char, sizeof(in6_addr)> address{};
-    return inet_pton(AF_INET, text.c_str(), address.data()) == 1 ||
-           inet_pton(AF_INET6, text.c_str(), address.data()) == 1;
-}
-
-const std::string& nameOf(const Setting& setting) {
-    if (!isDomainName(setting.value))
-        throw ostrel::plugin::BadValue(setting.key, setting.index, "not a domain name");
-    return setting.value;
-}
-
-const std::string& addressOf(const Setting& setting) {
-    if (!isAddress(setting.value))
-        throw ostrel::plugin::BadValue(setting.key, setting.index, "not an IP address");
-    return setting.value;
-}
-
 // A host is found by its whole name and by its own.
 std::string hostRecord(const Host& host, const std::string& domain) {
-    const std::string& name = nameOf(host.name);
-    if (domain.empty())
-        return "host-record=" + name + ',' + addressOf(host.address) + '\n';
-    std::string wholeName = nameOf({host.name.key, host.name.index, name + '.' + domain});
-    return "host-record=" + wholeName + ',' + name + ',' + addressOf(host.address) + '\n';
+    std::string hostNames = names::wholeNameOf(host.name, domain);
+    if (!domain.empty())
+        hostNames += ',' + host.name.value;
+    return "host-record=" + hostNames + ',' + addressOf(host.address) + '\n';
 }
 
 }  // namespace
@@ -81,7 +35,7 @@ std::string render(const Settings& settings) {
     std::string text = std::string(head) + "pid-file=" + pidFile + '\n';
     std::string domain;
     if (!settings.domain.value.empty()) {
-        domain = nameOf(settings.domain);
+        domain = domainNameOf(settings.domain);
         // Names of the own domain are never asked for elsewhere.
         text += "domain=" + domain + "\nlocal=/" + domain + "/\n";
     }
@@ -89,10 +43,8 @@ std::string render(const Settings& settings) {
         if (!server.value.empty())
             text += "server=" + addressOf(server) + '\n';
     }
-    for (const Host& host : settings.hosts) {
-        if (!host.name.value.empty() && !host.address.value.empty())
-            text += hostRecord(host, domain);
-    }
+    for (const Host& host : settings.hosts)
+        text += hostRecord(host, domain);
     return text;
 }
 

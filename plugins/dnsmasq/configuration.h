@@ -4,28 +4,18 @@
 #include <string>
 #include <vector>
 
+#include "common/names.h"
+
 namespace dnsmasq {
 
-// A value and the key that it comes from.
-struct Setting {
-    std::string key;
-    unsigned int index = 0;
-    std::string value;  // empty: not set
-};
-
-struct Host {
-    Setting name;
-    Setting address;
-};
-
 struct Settings {
-    Setting domain;
-    std::vector<Setting> servers;  // upstream
-    std::vector<Host> hosts;
+    names::Setting domain;
+    std::vector<names::Setting> servers;  // upstream
+    std::vector<names::Host> hosts;
 };
 
-// The configuration file. Values that are not set are left out, and hosts without a name or an address.
-// Throws BadValue for a value that is no domain name or address: nothing else gets into a line.
+// The configuration file. Values that are not set are left out. Throws BadValue for a value that is no domain
+// name or address.
 std::string render(const Settings& settings);
 
 }  // namespace dnsmasq

@@ -6,9 +6,7 @@
 namespace dnsmasq {
 
 // Throws BadValue for a value that cannot be read as what it should be.
-//   lan.domain               String
-//   dns.server[n]            IP
-//   host.name, host.address  String and IP, of the instances of structure host that belong to "dns"
+// Besides the names: dns.server[n], an IP.
 Settings readSettings();
 
 }  // namespace dnsmasq

@@ -127,7 +127,8 @@ void ostrelShowPrefix(int on) { showPrefix = on; }
 int OpenLog(char* path) {
     if (path == nullptr)
         return 0;
-    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    // Appends: programs that plug-ins started may still write to a file that is emptied here.
+    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644);
     if (fd < 0)
         std::exit(0);
     dup2(fd, STDOUT_FILENO);

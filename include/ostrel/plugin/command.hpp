@@ -83,6 +83,28 @@ private:
     posix_spawnattr_t attributes_{};
 };
 
+// Not a terminal for the input, which would stop a program that reads from it in a group of its own; and no
+// file or lock of the daemon, which a program would hold beyond its end.
+class SpawnFiles {
+public:
+    explicit SpawnFiles(int standardInput) {
+        posix_spawn_file_actions_init(&actions_);
+        if (standardInput < 0)
+            posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        else
+            posix_spawn_file_actions_adddup2(&actions_, standardInput, STDIN_FILENO);
+        posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
+    }
+    ~SpawnFiles() { posix_spawn_file_actions_destroy(&actions_); }
+    SpawnFiles(const SpawnFiles&) = delete;
+    SpawnFiles& operator=(const SpawnFiles&) = delete;
+
+    const posix_spawn_file_actions_t* get() const { return &actions_; }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+};
+
 inline int reap(pid_t child) {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
@@ -92,16 +114,17 @@ inline int reap(pid_t child) {
 
 }  // namespace detail
 
-// Starts the program (an absolute path, then its arguments; no shell) in a process group of its own. The
-// caller waits for it. Throws CommandError.
-inline pid_t spawn(const std::vector<std::string>& command) {
+// Starts the program (an absolute path, then its arguments; no shell) in a process group of its own. Its
+// standard input is the descriptor, which is borrowed, or without one empty; its outputs are the daemon's
+// log; it gets no other descriptor. The caller waits for it. Throws CommandError.
+inline pid_t spawn(const std::vector<std::string>& command, int standardInput = -1) {
     std::vector<char*> arguments;
     for (const std::string& argument : command)
         arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
     pid_t child = 0;
-    int error = posix_spawn(&child, command.at(0).c_str(), nullptr, detail::SpawnAttributes().get(),
-                            arguments.data(), environ);
+    int error = posix_spawn(&child, command.at(0).c_str(), detail::SpawnFiles(standardInput).get(),
+                            detail::SpawnAttributes().get(), arguments.data(), environ);
     if (error != 0)
         throw CommandError(command[0], std::generic_category().message(error));
     return child;

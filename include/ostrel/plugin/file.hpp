@@ -86,6 +86,14 @@ inline std::string folderOf(const std::string& path) {
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
+// In one step, and durable when it returns.
+inline void renameTo(const std::string& target, const std::string& fresh) {
+    if (std::rename(fresh.c_str(), target.c_str()) != 0)
+        failFile(target);
+    std::string folder = folderOf(target);
+    sync(openFile(folder, O_RDONLY | O_DIRECTORY), folder);
+}
+
 }  // namespace detail
 
 // Nothing when there is no such file, or when the process that a file in /proc tells of has just ended.
@@ -129,10 +137,22 @@ inline bool replaceFile(const std::string& path, std::string_view content, mode_
         detail::failFile(fresh);
     detail::writeAll(file, content, fresh);
     detail::sync(file, fresh);
-    if (std::rename(fresh.c_str(), target.c_str()) != 0)
-        detail::failFile(target);
-    std::string folder = detail::folderOf(target);
-    detail::sync(detail::openFile(folder, O_RDONLY | O_DIRECTORY), folder);
+    detail::renameTo(target, fresh);
+    return true;
+}
+
+// Makes the path a symbolic link to the target, unless it is. True when it changed. What was there, a link or
+// a file, is replaced in one step.
+inline bool replaceLink(const std::string& path, const std::string& target) {
+    std::array<char, 4096> old;
+    ssize_t size = readlink(path.c_str(), old.data(), old.size());
+    if (size >= 0 && std::string_view(old.data(), static_cast<std::size_t>(size)) == target)
+        return false;
+    std::string fresh = path + ".new";
+    unlink(fresh.c_str());
+    if (symlink(target.c_str(), fresh.c_str()) != 0)
+        detail::failFile(fresh);
+    detail::renameTo(path, fresh);
     return true;
 }
 

@@ -1,0 +1,92 @@
+// Lets services be adapted by scripts: has the commands of the rules run whose keys have changed.
+#include <ostrel/plugin.hpp>
+
+#include "exec/rules.h"
+#include "exec/runner.h"
+
+namespace exec {
+
+// By triggers, which name the key; writeConf and restart do not.
+class Plugin {
+public:
+    static constexpr char name[] = "exec";
+
+    // Never fails: the rest of the appliance goes on without the scripts.
+    void init() {
+        try {
+            readRules();
+        } catch (const std::exception& exception) {
+            ostrel::plugin::logError(exception.what());
+        }
+        askForAll();
+        handOver();
+    }
+
+    std::vector<std::string> triggers() const {
+        std::vector<std::string> patterns;
+        for (const Duty& duty : duties_)
+            patterns.insert(patterns.end(), duty.rule.patterns.begin(), duty.rule.patterns.end());
+        return patterns;
+    }
+
+    void trigger(const char* key) {
+        for (Duty& duty : duties_)
+            duty.isDue = duty.isDue || matches(duty.rule, key);
+        handOver();
+    }
+
+private:
+    struct Duty {
+        Rule rule;
+        bool isDue = false;  // and not handed over yet
+    };
+
+    void readRules() {
+        const std::string file = "/vemra/default/exec.conf";
+        RuleFile found = parseRules(ostrel::plugin::readFile(file).value_or(""), file);
+        for (const std::string& fault : found.faults)
+            ostrel::plugin::logError(fault);
+        for (Rule& rule : found.rules)
+            duties_.push_back({std::move(rule)});
+    }
+
+    void askForAll() {
+        for (Duty& duty : duties_)
+            duty.isDue = true;
+    }
+
+    void handOver() {
+        if (duties_.empty() || !makeServing())
+            return;
+        for (Duty& duty : duties_) {
+            if (!duty.isDue)
+                continue;
+            duty.isDue = !runner_.ask(duty.rule);
+            if (duty.isDue)
+                ostrel::plugin::logError("the runner does not take rule " + duty.rule.name +
+                                         "; it waits for the next change");
+        }
+    }
+
+    // What a runner that has ended was asked for may never have run.
+    bool makeServing() {
+        if (runner_.isServing())
+            return true;
+        try {
+            runner_.start();
+        } catch (const std::exception& exception) {
+            ostrel::plugin::logError(exception.what());
+            return false;
+        }
+        ostrel::plugin::logNotice("the runner is started, all rules are due");
+        askForAll();
+        return true;
+    }
+
+    std::vector<Duty> duties_{};
+    Runner runner_{};
+};
+
+}  // namespace exec
+
+OSTREL_PLUGIN(exec::Plugin)

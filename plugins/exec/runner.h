@@ -1,0 +1,29 @@
+// The process that runs the commands, seen from the daemon, which never waits for it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <ostrel/plugin/file.hpp>
+#include <vector>
+
+#include "exec/rules.h"
+
+namespace exec {
+
+// Without die: the runner ends by itself when the socket is closed, as it is by any end of the daemon.
+class Runner {
+public:
+    // False when none was started, or the last one has ended or takes no more requests.
+    bool isServing() const;
+    // Starts one in the place of a former. Throws CommandError, std::system_error.
+    void start();
+    // Asks it to run the rule's command. False when it has not taken the request.
+    bool ask(const Rule& rule);
+
+private:
+    ostrel::plugin::Descriptor socket_{};
+    // Those that have not been waited for: a former one may still be ending its commands.
+    std::vector<pid_t> processes_{};
+};
+
+}  // namespace exec

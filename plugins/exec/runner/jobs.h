@@ -1,0 +1,61 @@
+// The commands of the rules. Of one rule one at a time; rules side by side.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace exec {
+
+using Clock = std::chrono::steady_clock;
+
+struct Request {
+    std::string rule;
+    std::chrono::seconds deadline{};
+    std::vector<std::string> command;
+};
+
+// "RULE SECONDS COMMAND [ARGUMENT...]", one blank between the words; nothing when the line is not that.
+std::optional<Request> parseRequest(std::string_view line);
+
+// One thread; nothing waits.
+class Jobs {
+public:
+    // The rule is due. However often it is asked for while its command runs, that runs once more.
+    void ask(Request request);
+    void startDue();
+    // Takes note of the commands that have ended.
+    void collect();
+    void enforceDeadlines();
+    // What is due is forgotten.
+    void startNothingMore();
+    // What runs has reached its deadline.
+    void stop();
+
+    bool anyRuns() const;
+    // When startDue or enforceDeadlines has work; the largest time when neither has.
+    Clock::time_point nextWork() const;
+
+private:
+    struct Job {
+        Request request;
+        std::optional<Clock::time_point> due{};
+        pid_t process = 0;  // and its group; 0: does not run
+        // While it runs.
+        Clock::time_point limit{};
+        bool isStopped = false;  // SIGTERM is sent, SIGKILL follows at the limit
+    };
+
+    static void start(Job& job);
+    static void terminate(Job& job, const std::string& reason);
+    static void end(Job& job);
+
+    std::map<std::string, Job> jobs_{};  // by rule
+};
+
+}  // namespace exec

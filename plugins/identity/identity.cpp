@@ -1,0 +1,77 @@
+#include "identity/identity.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <ostrel/plugin/file.hpp>
+#include <ostrel/plugin/read.hpp>
+
+#include "common/names.h"
+
+namespace identity {
+namespace {
+
+using ostrel::plugin::BadValue;
+
+constexpr char zoneKey[] = "system.timeZone";
+constexpr char zoneMark[] = "TZif";
+
+constexpr char hostsHead[] =
+    "# Written by ostrel from its configuration database; what is changed here is lost.\n"
+    "127.0.0.1 localhost\n"
+    "::1 localhost ip6-localhost ip6-loopback\n";
+
+std::string hostsLine(const std::string& address, const names::Setting& name, const std::string& domain) {
+    std::string line = address + ' ' + names::wholeNameOf(name, domain);
+    return domain.empty() ? line + '\n' : line + ' ' + name.value + '\n';
+}
+
+std::string renderHosts(const names::Setting& ownName) {
+    names::Setting domain = names::readDomain();
+    if (!domain.value.empty())
+        names::domainNameOf(domain);
+    // The own name is found also where no interface has an address.
+    std::string text = hostsHead + hostsLine("127.0.1.1", ownName, domain.value);
+    for (const names::Host& host : names::readHosts())
+        text += hostsLine(names::addressOf(host.address), host.name, domain.value);
+    return text;
+}
+
+// Without dots there is no way out of the folder.
+bool isZoneName(const std::string& text) {
+    auto isAllowed = [](unsigned char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/' ||
+               c == '_' || c == '+' || c == '-';
+    };
+    // Debian's zone of this name is a link to the very file that would link to it.
+    return std::ranges::all_of(text, isAllowed) && text.front() != '/' && text != "localtime";
+}
+
+void checkZone(const std::string& zone) {
+    if (!isZoneName(zone))
+        throw BadValue(zoneKey, 0, "not the name of a time zone");
+    std::string path = zoneFolder + zone;
+    struct stat file {};
+    if (stat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode) ||
+        !ostrel::plugin::readFile(path).value_or("").starts_with(zoneMark))
+        throw BadValue(zoneKey, 0, path + " is no time zone");
+}
+
+}  // namespace
+
+Identity readIdentity() {
+    Identity identity;
+    names::Setting hostName = names::readString("system.hostName");
+    if (!hostName.value.empty()) {
+        if (!names::isHostName(hostName.value))
+            throw BadValue(hostName.key, 0, "not a host name");
+        identity.hostName = hostName.value;
+        identity.hosts = renderHosts(hostName);
+    }
+    identity.timeZone = names::readString(zoneKey).value;
+    if (!identity.timeZone.empty())
+        checkZone(identity.timeZone);
+    return identity;
+}
+
+}  // namespace identity
