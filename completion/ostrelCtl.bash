@@ -56,7 +56,7 @@ _ostrelElements() {
 # What may be the nth argument of a command, one a line.
 _ostrelCtlWords() {
     case $1:$2 in
-        :*) printf '%s\n' get set erase list count new remove remove-owner apply check shutdown doctor ;;
+        :*) printf '%s\n' get set erase list count new remove remove-owner apply check watch shutdown doctor ;;
         get:*) _ostrelNames keys "$current" ;;
         set:1)
             _ostrelNames keys "$current"
@@ -64,6 +64,7 @@ _ostrelCtlWords() {
             _ostrelNames vectors "$current" | sed 's/$/[/'
             ;;
         set:2) printf '%s\n' Bool Byte Dword IP MAC String ;;
+        watch:*) _ostrelNames keys "$current" | sed 's/\[[0-9]*\]$//' | uniq ;;
         erase:*) _ostrelNames vectors "$current" && _ostrelNames keys "$current" | grep -v '\[[0-9]*\]$' ;;
         list:1 | count:1) _ostrelNames structures "$current" && _ostrelNames vectors "$current" ;;
         new:1) _ostrelNames templates "$current" ;;
@@ -85,6 +86,7 @@ _ostrelCtlOptions() {
     printf '%s\n' --help --timeout --json
     case $1 in
         set | erase | new | remove | remove-owner | apply) echo --check ;;
+        watch) printf '%s\n' --owner --count ;;
         doctor) echo --log ;;
     esac
 }
@@ -122,13 +124,13 @@ _ostrel() {
             --root:* | --defaults:* | --templates:* | --live:*) files+=("$option" "$word") option='' ;;
             --*:*) option='' ;;
             :--root=* | :--defaults=* | :--templates=* | :--live=*) files+=("$word") ;;
-            :--root | :--defaults | :--templates | :--live | :--timeout | :--log) option=$word ;;
+            :--root | :--defaults | :--templates | :--live | :--timeout | :--log | :--owner | :--count) option=$word ;;
             :-?*) ;;
             *) [[ $verb ]] && ((++position)) || verb=$word ;;
         esac
     done
     case $redirected$option:$tool:$verb:$position in
-        --timeout:*) return ;;
+        --timeout:* | --owner:* | --count:*) return ;;
         yes* | --* | :ostrelCtl:apply:1 | :ostrelCtl:check:1 | :ostrelDbTool:import:1 | :ostrelDbTool:repair:1)
             [[ $redirected$option || $current != -?* ]] && compopt -o default 2>/dev/null && return
             ;;

@@ -197,6 +197,24 @@ void addDaemonCommands(CLI::App& app, Arguments& words) {
         ->transform(unguarded, "");
 }
 
+void addWatch(CLI::App& app, Arguments& words) {
+    CLI::App* command = addCommand(
+        app, words, "watch", "print keys that change, with their new values",
+        [](Context& context, const Arguments& given) {
+            const std::vector<std::uint32_t> owners = each(given.owners, ownerArgument);
+            watchChanges(context,
+                         {each(given.keys, nameArgument), {owners.begin(), owners.end()}, given.count});
+        });
+    addWord(command, "[PATTERN...]", words.keys, "NAME, or the beginning of names and a *; all by default")
+        ->required(false);
+    command
+        ->add_option("--owner", words.owners, "print the values of this owner's instances, too; repeatable")
+        ->type_name("OWNER")
+        ->allow_extra_args(false)
+        ->transform(unguarded, "");
+    command->add_option("--count", words.count, "end after so many changed keys")->type_name("N");
+}
+
 std::string explain(const CLI::App& app, const CLI::ParseError& error) {
     const std::vector<std::string> extras = app.remaining(true);
     if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr || extras.empty())
@@ -226,6 +244,7 @@ bool parseArguments(int argc, char** argv, Arguments& arguments) {
     addValueChanges(app, arguments);
     addInstanceChanges(app, arguments);
     addBatches(app, arguments);
+    addWatch(app, arguments);
     addDaemonCommands(app, arguments);
     try {
         app.parse(words);

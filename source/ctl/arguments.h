@@ -20,6 +20,8 @@ struct Arguments {
     std::string templateName{};
     std::string owner = "0";
     std::string path{};
+    std::vector<std::string> owners{};
+    std::size_t count = 0;
     std::string logPath = "/var/log/ostrel.log";
     // The chosen command.
     std::function<Status(Context&, const Arguments&)> run{};

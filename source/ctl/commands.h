@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,3 +33,11 @@ void removeInstances(Context& context, const std::vector<ostrel::Key>& instances
 void removeOwned(Context& context, const std::string& structure, std::uint32_t owner);
 // path: - is the standard input.
 void applyBatch(Context& context, const std::string& path);
+
+struct Watch {
+    std::vector<std::string> patterns{};  // a name, or the beginning of names with a * behind it; none: all
+    std::set<std::uint32_t> owners{};     // of instances whose values are printed, too
+    std::size_t count = 0;                // of changed keys, after which it returns; 0: never
+};
+// Prints changed keys until then, or until the daemon ends, which is a failure.
+void watchChanges(Context& context, const Watch& watch);

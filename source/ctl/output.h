@@ -28,6 +28,9 @@ public:
     virtual void newKey(std::uint32_t key) = 0;
     // Those that the batch made; 0 for the keys when they were only tried.
     virtual void instances(const Batch& batch) = 0;
+    // A changed key with the values that it has now, which may be none.
+    virtual void change(const std::string& name, const std::vector<ostrel::Key>& keys,
+                        const std::vector<ostrel::Value>& values) = 0;
     // The batch has none: a hint, as the file may be the wrong one.
     virtual void noChanges() = 0;
     virtual void failure(const Failure& failure) = 0;

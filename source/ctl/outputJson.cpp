@@ -90,6 +90,17 @@ public:
         print(std::cout, {{"instances", std::move(array)}});
     }
 
+    void change(const std::string& name, const std::vector<ostrel::Key>& keys,
+                const std::vector<ostrel::Value>& values) override {
+        Json array = Json::array();
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            Json object = {{"index", keys[i].index}};
+            addValue(object, values[i]);
+            array.push_back(std::move(object));
+        }
+        print(std::cout, {{"name", name}, {"values", std::move(array)}});
+    }
+
     // The empty list of instances tells nothing of it, but standard error is for failures.
     void noChanges() override {}
 

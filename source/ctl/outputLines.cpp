@@ -47,6 +47,14 @@ public:
         }
     }
 
+    void change(const std::string& name, const std::vector<ostrel::Key>& keys,
+                const std::vector<ostrel::Value>& values) override {
+        for (std::size_t i = 0; i < keys.size(); ++i)
+            std::cout << valueLine(keys[i], values[i]) << '\n';
+        if (keys.empty())
+            std::cout << keyText(name, 0) << " changed\n";
+    }
+
     void noChanges() override { std::cerr << "ostrelCtl: no changes\n"; }
 
     void failure(const Failure& failure) override {

@@ -14,7 +14,7 @@ bind 'set enable-bracketed-paste off'; bind '"*": insert-completions'; echo 'REA
 LINES = {
     "rem*": "<remove><remove-owner>", "get la\t": "<get><lan.domain>", "apply ch\t": "<apply><changes.txt>",
     "--timeout 5 set lan.domain I\t": "<--timeout><5><set><lan.domain><IP>", "erase v\t": "<erase><v>",
-    "set lan.domain --ch\t S\t": "<set><lan.domain><--check><String>", "list *": "<list><v><wifi>",
+    "set lan.domain --ch\t S\t": "<set><lan.domain><--check><String>", "list *": "<list><v><wifi>", "watch --ow\t x v\t": "<watch><--owner><x><v>",
     "new w\tw\tw\t": "<new><wlan><wifi><w>", "remove w*": "<remove><wifi[3]><wifi[4]>",
     # Names are quoted as the line needs it.
     "get m\t": "<get><my $key>", "get my\\ \\$\t": "<get><my $key>", 'get "my\t': "<get><my $key>",

@@ -1,0 +1,30 @@
+// The names of changed keys, as the daemon's plug-in watch tells them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+class ChangeSource {
+public:
+    // Every change from now on is told, or its loss. Throws std::system_error.
+    ChangeSource();
+    ~ChangeSource();
+    ChangeSource(const ChangeSource&) = delete;
+    ChangeSource& operator=(const ChangeSource&) = delete;
+
+    struct News {
+        std::string name{};      // of the changed key; empty: none
+        std::uint32_t lost = 0;  // changes in front of it
+        bool isLosing = false;   // changes behind it are being lost; there is no name
+    };
+    // Nothing when no more has arrived. Throws Failure when the daemon has ended or refuses one more reader.
+    std::optional<News> next();
+
+    // Waits until something has arrived. Throws Failure when the standard output is closed meanwhile.
+    void wait() const;
+
+private:
+    int fd_;
+    std::uint32_t number_ = 0;  // of the last change
+};
