@@ -71,7 +71,8 @@ OSTREL_CLIENT_API const char* ostrelSessionError(const ostrelSession* session);
 /* Connects if needed, and waits until the daemon has answered. The other calls do not need it. */
 OSTREL_CLIENT_API ostrelStatus ostrelSessionConnect(ostrelSession* session);
 
-/* Ends the daemon; returns when it has dropped the connection. */
+/* Ends the daemon; returns when its process has ended or, in another process namespace, has dropped the
+ * connection. */
 OSTREL_CLIENT_API ostrelStatus ostrelSessionShutdown(ostrelSession* session);
 
 /* Reading. */

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 
+#include "client/daemonProcess.h"
 #include "client/explain.h"
 
 namespace client {
@@ -84,11 +85,14 @@ void Session::connect() {
 void Session::shutdown() {
     const Deadline deadline(timeout_);
     ask(deadline, [&](Connection& connection) { connection.confirm(deadline); });
+    const DaemonProcess process(connection_->daemon().process);
     try {
         connection_->queue(messageCode::shutdown);
         connection_->receive(deadline);
     } catch (const ConnectionLost&) {
         connection_.reset();
+        if (!process.awaitEnd(deadline))
+            throw Failure(OSTREL_BUSY, "the daemon has dropped its clients, but not ended in time");
         return;
     } catch (...) {
         connection_.reset();
