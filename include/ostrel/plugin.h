@@ -6,8 +6,8 @@
  * names.
  *
  * 1. Threads. The server calls every entry on its main thread, one at a time. Call the functions below on
- *    that thread only, from inside an entry; the log functions and OstrelValues_* may be called on any
- * thread.
+ *    that thread only, from inside an entry; the log functions and OstrelValues_* may be called on
+ *    any thread.
  * 2. Phases. Entries may always read. What a write (OstrelClientWrite*, OstrelClientDeinstanciate*,
  *    ostrelClientInstanciateStructure) does depends on the entry that it is called from:
  *      init, getWatchedValues, getTriggerList   stored, applied once all plug-ins are initialised

@@ -38,7 +38,8 @@ public:
 private:
     struct Duty {
         Rule rule;
-        bool isDue = false;  // and not handed over yet
+        bool isDue = false;     // and not handed over yet
+        bool isUnread = false;  // by the runner, so the request is one for what changes now, too
     };
 
     void readRules() {
@@ -51,20 +52,33 @@ private:
     }
 
     void askForAll() {
-        for (Duty& duty : duties_)
+        for (Duty& duty : duties_) {
             duty.isDue = true;
+            duty.isUnread = false;
+        }
     }
 
     void handOver() {
         if (duties_.empty() || !makeServing())
             return;
+        noteWhatIsRead();
         for (Duty& duty : duties_) {
             if (!duty.isDue)
                 continue;
-            duty.isDue = !runner_.ask(duty.rule);
+            // However many keys a commit has: else they would fill the way to a runner that is slow, and
+            // another rule be lost.
+            duty.isUnread = duty.isUnread || runner_.ask(duty.rule);
+            duty.isDue = !duty.isUnread;
             if (duty.isDue)
                 ostrel::plugin::logError("the runner does not take rule " + duty.rule.name +
                                          "; it waits for the next change");
+        }
+    }
+
+    void noteWhatIsRead() {
+        while (std::optional<std::string> rule = runner_.nextRead()) {
+            for (Duty& duty : duties_)
+                duty.isUnread = duty.isUnread && duty.rule.name != *rule;
         }
     }
 

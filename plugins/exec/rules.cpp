@@ -7,7 +7,8 @@
 namespace exec {
 namespace {
 
-constexpr std::size_t longestName = 64;
+// The runner's answers to one request of each find room on their way.
+constexpr std::size_t mostRules = 128;
 constexpr std::size_t longestPattern = 127;
 // With name and deadline a message to the runner, which the system takes whole or not at all.
 constexpr std::size_t longestCommand = 2000;
@@ -89,6 +90,8 @@ private:
             fail(head_, "second rule " + rule_.name);
         else if (rule_.patterns.empty() || rule_.command.empty())
             fail(head_, "rule " + rule_.name + " lacks " + (rule_.patterns.empty() ? "watch" : "run"));
+        else if (result_.rules.size() == mostRules)
+            fail(head_, "rule " + rule_.name + " is one too many");
         else
             result_.rules.push_back(std::move(rule_));
     }

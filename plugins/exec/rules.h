@@ -15,15 +15,17 @@
 
 namespace exec {
 
+constexpr std::size_t longestName = 64;
+
 struct Rule {
-    std::string name;  // letters, digits, '-', '_' and '.', at most 64
+    std::string name;  // letters, digits, '-', '_' and '.', at most longestName
     std::vector<std::string> patterns;
     std::vector<std::string> command;  // an absolute path, then arguments, none with a blank
     unsigned int deadline = 30;        // seconds, 1 to 3600
 };
 
 struct RuleFile {
-    std::vector<Rule> rules;
+    std::vector<Rule> rules;          // at most 128
     std::vector<std::string> faults;  // "FILE:LINE: reason"; the rule with the line is left out
 };
 

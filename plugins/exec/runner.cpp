@@ -37,4 +37,12 @@ bool Runner::ask(const Rule& rule) {
     return send(socket_.get(), request.data(), request.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0;
 }
 
+std::optional<std::string> Runner::nextRead() {
+    std::array<char, longestName> name{};
+    ssize_t size = recv(socket_.get(), name.data(), name.size(), MSG_DONTWAIT);
+    if (size <= 0)
+        return std::nullopt;
+    return std::string(name.data(), static_cast<std::size_t>(size));
+}
+
 }  // namespace exec

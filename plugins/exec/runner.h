@@ -3,7 +3,9 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <ostrel/plugin/file.hpp>
+#include <string>
 #include <vector>
 
 #include "exec/rules.h"
@@ -19,6 +21,9 @@ public:
     void start();
     // Asks it to run the rule's command. False when it has not taken the request.
     bool ask(const Rule& rule);
+    // A rule whose request it has read, by its name; nothing when there is no more news. Told before the
+    // command is started.
+    std::optional<std::string> nextRead();
 
 private:
     ostrel::plugin::Descriptor socket_{};

@@ -57,13 +57,25 @@ TEST_F(Exec, RunsOnceForACommitAndOnceMoreForAllThatCameMeanwhile) {
     EXPECT_TRUE(daemon.logged("exit status 3\n")) << "in the new log";
     EXPECT_TRUE(apply("b Dword 2\n"));
 
-    program("/tmp/kill",
-            "p=$(pidof ostrelExecRunner); kill -KILL $p\n"
-            "while [ \"$(ls /proc/$p/fd)\" ]; do sleep 0.01; done\n");
-    runTool("../../tmp/kill");
+    EXPECT_EQ(std::system("p=$(pidof ostrelExecRunner); kill -KILL $p;"
+                          "while [ \"$(ls /proc/$p/fd)\" ]; do sleep 0.01; done"),
+              0);
     EXPECT_TRUE(apply("b Dword 3\na Dword 6\n"));
     EXPECT_TRUE(copied(lines + "copy a Dword 6 text String \"x\"\n")) << readFile("/tmp/copied");
     EXPECT_TRUE(daemon.logged("the runner is started, all rules are due\n"));
+}
+
+TEST_F(Exec, RunnerThatDoesNotKeepUpLosesNoRule) {
+    start("[many]\nwatch = a\nrun = /bin/true\n[copy]\nwatch = b\nrun = /tmp/copy\n");
+    const std::string line = "copy a Dword 1 text String \"\"\n";
+    EXPECT_TRUE(copied(line));
+    EXPECT_EQ(std::system("kill -STOP $(pidof ostrelExecRunner)"), 0);
+    std::string batch;
+    for (int i = 0; i < 1000; ++i)
+        batch += "a Dword 2\n";
+    EXPECT_TRUE(apply(batch + "b Dword 2\n"));
+    EXPECT_EQ(std::system("kill -CONT $(pidof ostrelExecRunner)"), 0);
+    EXPECT_TRUE(copied(line + "copy a Dword 2 text String \"\"\n")) << readFile("/tmp/copied");
 }
 
 TEST_F(Exec, HangingCommandIsKilledWithItsGroupAndOutlivedByNoSecond) {

@@ -131,16 +131,24 @@ inline pid_t spawn(const std::vector<std::string>& command, int standardInput = 
 }
 
 // Runs the program and returns its exit status. Throws CommandError when it cannot be started, is ended by a
-// signal, or has not ended at the deadline; it is then killed with its process group.
+// signal, or has not ended at the deadline; it is then killed with its process group. One that hangs inside
+// of the system even so is left to itself 1 s later.
 inline int runForStatus(const std::vector<std::string>& command, std::chrono::milliseconds deadline) {
     pid_t child = spawn(command);
     Descriptor process = openProcess(child);
     bool ended = process && waitForEnd(process, deadline);
-    if (!ended)
+    if (!ended) {
         kill(-child, SIGKILL);
-    int status = detail::reap(child);
-    if (!process)
+        // It may have left its group.
+        kill(child, SIGKILL);
+    }
+    if (!process) {
+        detail::reap(child);
         throw CommandError(command[0], "cannot be waited for");
+    }
+    if (!ended && !waitForEnd(process, std::chrono::seconds(1)))
+        throw CommandError(command[0], "cannot be stopped");
+    int status = detail::reap(child);
     if (!ended)
         throw CommandError(command[0], "did not end within " + std::to_string(deadline.count()) + " ms");
     if (WIFSIGNALED(status))

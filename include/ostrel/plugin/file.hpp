@@ -9,8 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -72,18 +70,25 @@ inline void writeAll(const Descriptor& file, std::string_view content, const std
     }
 }
 
-// Where the path leads: /etc of an appliance often links to a folder that may be written to.
-inline std::string resolved(const std::string& path) {
-    struct Free {
-        void operator()(char* text) const { std::free(text); }
-    };
-    std::unique_ptr<char, Free> real(realpath(path.c_str(), nullptr));
-    return real ? std::string(real.get()) : path;
-}
-
+// With a slash at its end.
 inline std::string folderOf(const std::string& path) {
     std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
+}
+
+// Where the path leads, also when there is nothing yet: /etc of an appliance often links to a folder that may
+// be written to, and that is empty at the first start.
+inline std::string resolved(std::string path) {
+    constexpr int mostLinks = 40;  // as many as the system follows
+    std::array<char, 4096> target;
+    for (int i = 0; i < mostLinks; ++i) {
+        ssize_t size = readlink(path.c_str(), target.data(), target.size());
+        if (size <= 0)
+            break;
+        std::string folder = target[0] == '/' ? "" : folderOf(path);
+        path = folder.append(target.data(), static_cast<std::size_t>(size));
+    }
+    return path;
 }
 
 // In one step, and durable when it returns.
@@ -120,24 +125,31 @@ inline std::optional<std::string> readFile(const std::string& path) {
 }
 
 // Gives the file that content, unless it has it. True when it changed. At any moment, also after a power cut,
-// the path holds the old content or the new one. A link is followed; a file that is there keeps its
-// permissions.
+// the path holds the old content or the new one. A link is followed; a file that is there keeps its owner,
+// group and permissions.
 inline bool replaceFile(const std::string& path, std::string_view content, mode_t newFileMode = 0644) {
     if (readFile(path) == content)
         return false;
     std::string target = detail::resolved(path);
     struct stat old {};
-    mode_t mode = stat(target.c_str(), &old) == 0 ? old.st_mode & 07777U : newFileMode;
+    bool isThere = stat(target.c_str(), &old) == 0;
+    mode_t mode = isThere ? old.st_mode & 07777U : newFileMode;
     std::string fresh = target + ".new";
     // One that a power cut left over.
     unlink(fresh.c_str());
-    Descriptor file = detail::openFile(fresh, O_WRONLY | O_CREAT | O_EXCL, mode);
-    // The mode of open is less what the process masks.
-    if (fchmod(file.get(), mode) != 0)
-        detail::failFile(fresh);
-    detail::writeAll(file, content, fresh);
-    detail::sync(file, fresh);
-    detail::renameTo(target, fresh);
+    Descriptor file = detail::openFile(fresh, O_WRONLY | O_CREAT | O_EXCL, mode & 0600U);
+    try {
+        // The mode last: it is less what the process masks before, and a new owner takes bits of it away.
+        if ((isThere && fchown(file.get(), old.st_uid, old.st_gid) != 0) || fchmod(file.get(), mode) != 0)
+            detail::failFile(fresh);
+        detail::writeAll(file, content, fresh);
+        detail::sync(file, fresh);
+        detail::renameTo(target, fresh);
+    } catch (...) {
+        // It would keep its room on a disk that is full.
+        unlink(fresh.c_str());
+        throw;
+    }
     return true;
 }
 

@@ -13,19 +13,17 @@
 
 // Makes the class the plug-in of this shared object. Once, outside of any namespace. What the class has:
 //
-//   static constexpr char name[]            the module's name in the log; the only one that must be there
-//   watched, triggers                       patterns: a static array or any range of texts, or a function
-//   that
-//                                           returns one; nothing is matched without them. triggers needs
-//                                           trigger()
-//   writeConf()                             rewrites the service's configuration
-//   restart() or restart(bool& reboot)      restarts the service
-//   trigger(const char* key)                reacts to one changed key
-//   init()                                  brings the service to the state of the database. Without it,
-//   writeConf
-//                                           and restart are called, and their failure is logged and no more:
-//                                           a failed init ends the daemon
-//   die()                                   tidies up
+//   static constexpr char name[]         the module's name in the log; the only one that must be there
+//   watched, triggers                    patterns: a static array or any range of texts, or a function that
+//                                        returns one; nothing is matched without them. triggers needs
+//                                        trigger()
+//   writeConf()                          rewrites the service's configuration
+//   restart() or restart(bool& reboot)   restarts the service
+//   init()                               brings the service to the state of the database. Without it, the
+//                                        two above are called, and their failure is logged and no more: a
+//                                        failed init ends the daemon
+//   trigger(const char* key)             reacts to one changed key
+//   die()                                tidies up
 //   static constexpr unsigned int loadPriority, restartPriority     50 without them
 //
 // The functions return nothing or whether they succeeded. What they throw is logged and counts as a failure.
@@ -76,6 +74,15 @@ template <typename Class>
 using RebootOf = decltype(std::declval<Class&>().restart(std::declval<bool&>()));
 template <typename Class>
 using TriggerOf = decltype(std::declval<Class&>().trigger(std::declval<const char*>()));
+// By its name alone: of other arguments it would be left out in silence.
+template <typename Class>
+using AnyInitOf = decltype(&Class::init);
+template <typename Class>
+using AnyDieOf = decltype(&Class::die);
+template <typename Class>
+using AnyWriteConfOf = decltype(&Class::writeConf);
+template <typename Class>
+using AnyRestartOf = decltype(&Class::restart);
 template <typename Class>
 using LoadPriorityOf = decltype(Class::loadPriority);
 template <typename Class>
@@ -144,6 +151,13 @@ private:
     static constexpr bool hasTriggers =
         Has<TriggersOf, Class>::value || Has<TriggersFunctionOf, Class>::value;
     static_assert(hasTriggers == Has<TriggerOf, Class>::value, "triggers and trigger() need each other");
+    static_assert(Has<InitOf, Class>::value || !Has<AnyInitOf, Class>::value, "init() has no argument");
+    static_assert(Has<DieOf, Class>::value || !Has<AnyDieOf, Class>::value, "die() has no argument");
+    static_assert(Has<WriteConfOf, Class>::value || !Has<AnyWriteConfOf, Class>::value,
+                  "writeConf() has no argument");
+    static_assert(Has<RestartOf, Class>::value || Has<RebootOf, Class>::value ||
+                      !Has<AnyRestartOf, Class>::value,
+                  "restart() has no argument or a bool& reboot");
 
     static int init(int, char** name) {
         // The daemon only reads it.

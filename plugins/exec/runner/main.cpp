@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -113,9 +114,11 @@ private:
         text_.append(piece.data(), static_cast<std::size_t>(size));
         for (std::size_t end = text_.find('\n'); end != std::string::npos; end = text_.find('\n')) {
             std::optional<Request> request = parseRequest(text_.substr(0, end));
-            if (request)
+            if (request) {
+                // From here on another change needs another request.
+                send(STDIN_FILENO, request->rule.data(), request->rule.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
                 jobs_.ask(std::move(*request));
-            else
+            } else
                 std::fprintf(stderr, "ostrelExecRunner: not a request: %s\n", text_.substr(0, end).c_str());
             text_.erase(0, end + 1);
         }
