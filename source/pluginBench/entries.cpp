@@ -66,15 +66,23 @@ int call(Callback& callback, Entry entry, Remark remark) {
     using Clock = std::chrono::steady_clock;
     std::string name = shown(callback);
     std::size_t stored = listOfStoredValues.size();
-    auto begin = Clock::now();
-    int result = callThrough(name, entry);
-    auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+    Clock::duration spent{};
+    std::string given;
+    // What it gave is looked at inside, too: a bad pointer there is the entry's.
+    int result = callThrough(name, [&] {
+        auto begin = Clock::now();
+        int entrysResult = entry();
+        spent = Clock::now() - begin;
+        given = remark();
+        return entrysResult;
+    });
     callback.fails = result != 1;
     char line[160];
-    std::snprintf(line, sizeof line, "  %-24s %3d  %5lld ms", name.c_str(), result,
-                  static_cast<long long>(spent.count()));
+    std::snprintf(
+        line, sizeof line, "  %-24s %3d  %5lld ms", name.c_str(), result,
+        static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(spent).count()));
     std::string text = line;
-    for (const std::string& more : {std::string(remark()), storedSince(stored)})
+    for (const std::string& more : {given, storedSince(stored)})
         text += more.empty() ? "" : "  " + more;
     watcher.report->tell(event::print, text);
     return result;
@@ -189,6 +197,10 @@ void watchEntries(OstrelClientPlugin& plugin, const Report& report) {
     watcher.table.writeConf = watcher.plugin.writeConf != nullptr ? writeConf : nullptr;
     watcher.table.die = watcher.plugin.die != nullptr ? die : nullptr;
     plugin.io = &watcher.table;
+    if ((watcher.plugin.trigger == nullptr) != (watcher.plugin.getTriggerList == nullptr))
+        report.tell(event::fault, watcher.plugin.trigger != nullptr
+                                      ? "has trigger, but no getTriggerList: it is never called"
+                                      : "has getTriggerList, but no trigger: it is never called");
 }
 
 void beginSeeing(const std::string& fatal) {

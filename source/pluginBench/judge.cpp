@@ -1,5 +1,7 @@
 #include "pluginBench/judge.h"
 
+#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +26,9 @@ constexpr std::chrono::milliseconds pause{20};
 
 // Nothing when the file cannot be read.
 std::optional<std::string> contentOf(const std::string& path) {
+    // Anything else might have no end, or none to wait for.
+    if (struct stat status{}; stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return std::nullopt;
     std::ifstream file(path, std::ios::binary);
     if (!file)
         return std::nullopt;
@@ -50,7 +55,7 @@ std::string problemOfFile(const Expectation& expectation) {
     if (expectation.kind == Kind::noFile)
         return access(expectation.subject.c_str(), F_OK) == 0 ? "it is there" : "";
     if (!content)
-        return "it cannot be read";
+        return "it is no file that can be read";
     if (expectation.kind == Kind::file)
         return *content == expectation.content ? "" : difference(expectation.content, *content);
     return ('\n' + *content + '\n').find('\n' + expectation.content + '\n') != std::string::npos
@@ -153,13 +158,21 @@ void Judge::judgeFailures(const Step& step, const Seen& seen) const {
 }
 
 std::string Judge::problemOfRun(const std::string& command) const {
+    // A plug-in that ignores the signal would have the result lost.
+    struct sigaction before {};
+    struct sigaction usual {};
+    usual.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &usual, &before);
     ChildResult result = runChild({"/bin/sh", "-c", command}, scenario_.deadline);
+    sigaction(SIGCHLD, &before, nullptr);
     if (result.end == ChildResult::End::exited && result.number == 0)
         return {};
     std::string said = result.output + result.errors;
     while (said.ends_with('\n'))
         said.pop_back();
     std::string how = result.end == ChildResult::End::exited ? "exit status " + std::to_string(result.number)
+                      : result.end == ChildResult::End::killed
+                          ? "ended by signal " + std::to_string(result.number)
                       : result.end == ChildResult::End::timedOut ? "it does not end"
                                                                  : "it does not run";
     return said.empty() ? how : how + ": " + said;

@@ -1,5 +1,6 @@
 #include "pluginBench/log.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
@@ -24,6 +25,8 @@ Log::Log() : file_(memfd_create("log", MFD_CLOEXEC)) {
 
 void Log::take() const {
     std::fflush(stdout);
+    // A script that writes to /dev/stderr truncates it.
+    fcntl(file_.get(), F_SETFL, O_APPEND);
     dup2(file_.get(), STDOUT_FILENO);
     dup2(file_.get(), STDERR_FILENO);
 }
@@ -36,7 +39,9 @@ std::size_t Log::size() const {
 }
 
 std::string Log::since(std::size_t begin) const {
-    std::string text(size() - begin, '\0');
+    const std::size_t end = size();
+    begin = begin > end ? 0 : begin;
+    std::string text(end - begin, '\0');
     ssize_t length = pread(file_.get(), text.data(), text.size(), static_cast<off_t>(begin));
     text.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
     for (std::size_t at = 0; (at = text.find(errorTag, at)) != std::string::npos;)

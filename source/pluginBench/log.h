@@ -16,7 +16,7 @@ public:
     void take() const;
     // Its length in bytes.
     std::size_t size() const;
-    // What came behind the first bytes.
+    // What came behind the first bytes; all of it when it has been truncated to less.
     std::string since(std::size_t begin) const;
     // Of that, the last error's text; empty when there is none.
     std::string lastError(std::size_t begin) const;

@@ -1,5 +1,8 @@
 #include "pluginBench/player.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
@@ -9,6 +12,7 @@
 
 #include "common/ostrelUtils.h"
 #include "pluginBench/changes.h"
+#include "pluginBench/descriptor.h"
 #include "pluginBench/entries.h"
 #include "pluginBench/judge.h"
 #include "pluginBench/room.h"
@@ -165,6 +169,8 @@ void play(const Scenario& scenario, std::size_t first, const std::string& plugin
           const Log& log) {
     // As in the server.
     std::signal(SIGPIPE, SIG_IGN);
+    if (Descriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC)); null.get() >= 0)
+        dup2(null.get(), STDIN_FILENO);
     constexpr int errorsAndNotices = 3;
     ostrelSetPrintLevel(errorsAndNotices);
     log.take();

@@ -34,11 +34,16 @@ void Report::tell(char event, std::string_view text) const {
 Watched* Watched::innermost_ = nullptr;
 
 Watched::Watched(const Report& report, std::string name)
-    : report_(report), name_(std::move(name)), outer_(std::exchange(innermost_, this)) {
+    : report_(report), name_(std::move(name)), process_(getpid()), outer_(std::exchange(innermost_, this)) {
     report_.tell(event::begin, name_);
 }
 
 Watched::~Watched() {
+    if (getpid() != process_) {
+        report_.tell(event::fault,
+                     "a child process made in " + name_ + " comes back from it, as a second daemon");
+        _exit(1);
+    }
     innermost_ = outer_;
     report_.tell(event::end, name_);
     if (outer_ != nullptr)

@@ -2,6 +2,8 @@
 // last one tells how far it got.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 
@@ -34,6 +36,8 @@ private:
 
 // Between construction and destruction something of the plug-in runs. Of two, one inside the other, the inner
 // is the one to be blamed.
+//
+// A child process that comes back from there is a fault, and ends.
 class Watched {
 public:
     Watched(const Report& report, std::string name);
@@ -44,6 +48,7 @@ public:
 private:
     const Report& report_;
     const std::string name_;
+    const pid_t process_;
     Watched* const outer_;
     static Watched* innermost_;
 };

@@ -54,22 +54,26 @@ void mapToRoot(uid_t user, gid_t group) {
 }
 
 void mountFresh(const fs::path& path, const char* options) {
-    require(mount("room", path.c_str(), "tmpfs", 0, options), "a file system at " + path.string());
+    require(mount("room", path.c_str(), "tmpfs", MS_NODEV, options), "a file system at " + path.string());
+}
+
+void show(const fs::path& from, const fs::path& place) {
+    require(mount(from.c_str(), place.c_str(), nullptr, MS_BIND | MS_REC, nullptr),
+            "showing " + from.string());
 }
 
 void showReadOnly(const fs::path& from, const fs::path& place) {
     if (!fs::exists(from))
         return;
-    require(mount(from.c_str(), place.c_str(), nullptr, MS_BIND | MS_REC, nullptr),
-            "showing " + from.string());
+    show(from, place);
     mount_attr attributes{};
-    attributes.attr_set = MOUNT_ATTR_RDONLY;
+    attributes.attr_set = MOUNT_ATTR_RDONLY | MOUNT_ATTR_NODEV;
     require(mount_setattr(AT_FDCWD, place.c_str(), AT_RECURSIVE, &attributes, sizeof attributes),
             "making " + from.string() + " read-only");
 }
 
 bool isOwn(const std::string& name) {
-    for (const char* own : {"tmp", "var", "run", "vemra", "proc", "mnt"}) {
+    for (const char* own : {"tmp", "var", "run", "vemra", "proc", "mnt", "dev"}) {
         if (name == own)
             return true;
     }
@@ -91,9 +95,26 @@ void showMachine() {
     }
 }
 
+// Only what can do no harm: a device is written to through a read-only mount, too.
+void makeDevices() {
+    for (const char* name : {"null", "zero", "full", "random", "urandom", "tty"}) {
+        const fs::path device = fs::path("/dev") / name;
+        if (!fs::exists(device))
+            continue;
+        const fs::path place = root / "dev" / name;
+        writeText(place, "");
+        show(device, place);
+    }
+    fs::create_symlink("/proc/self/fd", root / "dev/fd");
+    fs::create_symlink("fd/0", root / "dev/stdin");
+    fs::create_symlink("fd/1", root / "dev/stdout");
+    fs::create_symlink("fd/2", root / "dev/stderr");
+    mountFresh(root / "dev/shm", "mode=1777");
+}
+
 void makeFolders() {
     for (const char* path : {"proc", "mnt", "run", "tmp", "var/log", "var/tmp", "var/lib/misc", "vemra/var",
-                             "vemra/default/ostrPlugins"})
+                             "vemra/default/ostrPlugins", "dev/shm"})
         fs::create_directories(root / path);
     for (const char* path : {"tmp", "var/tmp"})
         fs::permissions(root / path, fs::perms::all | fs::perms::sticky_bit);
@@ -102,31 +123,43 @@ void makeFolders() {
     for (const char* path :
          {"proc/sys/kernel", "proc/sys/vm", "proc/sys/fs", "proc/sys/dev", "proc/sysrq-trigger"})
         showReadOnly(root / path, root / path);
-    if (fs::is_directory(root / "dev/shm"))
-        mountFresh(root / "dev/shm", "mode=1777");
+    makeDevices();
 }
 
-// Without what cannot be read, and without sockets and devices.
+// Without what cannot be read or is gone meanwhile, and without sockets and devices.
 void copyFolder(const fs::path& from, const fs::path& to) {
-    for (const fs::directory_entry& entry : fs::directory_iterator(from)) {
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(from, error)) {
         const fs::path place = to / entry.path().filename();
-        std::error_code unreadable;
-        if (entry.is_symlink()) {
-            fs::copy_symlink(entry.path(), place);
-        } else if (entry.is_directory()) {
-            fs::create_directory(place, entry.path());
-            if (access(entry.path().c_str(), R_OK | X_OK) == 0)
-                copyFolder(entry.path(), place);
-        } else if (entry.is_regular_file()) {
-            fs::copy_file(entry.path(), place, unreadable);
-        }
+        if (entry.is_symlink(error))
+            fs::copy_symlink(entry.path(), place, error);
+        else if (entry.is_directory(error) && fs::create_directory(place, entry.path(), error))
+            copyFolder(entry.path(), place);
+        else if (entry.is_regular_file(error))
+            fs::copy_file(entry.path(), place, error);
+        if (error == std::errc::no_space_on_device)
+            throw fs::filesystem_error("the copy does not fit into the memory", entry.path(), error);
     }
+}
+
+// What would be copied without end, or is no file of anybody's.
+bool canBeCopied(const fs::path& folder) {
+    const fs::path inRoot = folder.lexically_normal().relative_path();
+    if (inRoot.empty())
+        return false;
+    for (const char* refused : {"proc", "sys", "dev", "mnt"}) {
+        if (*inRoot.begin() == refused)
+            return false;
+    }
+    return true;
 }
 
 void makePrivate(const Scenario& scenario) {
     for (const std::string& folder : scenario.privateFolders) {
         if (!fs::is_directory(folder))
             throw ScenarioError(scenario.path + ": private " + folder + ": there is no such folder");
+        if (!canBeCopied(folder))
+            throw ScenarioError(scenario.path + ": private " + folder + ": it cannot be copied");
         const fs::path place = root / fs::path(folder).relative_path();
         fs::create_directories(place);
         mountFresh(place, "mode=0755");
@@ -149,9 +182,10 @@ void startLoopback() {
     require(ioctl(socket.get(), SIOCSIFFLAGS, &request), "the loopback interface");
 }
 
-// Gives up what would reach beyond the namespaces: the clock, modules, raw devices, reboot.
+// Gives up what would reach beyond the namespaces: the clock, modules, devices, reboot.
 void giveUpMachine() {
-    constexpr std::array<unsigned int, 4> rights{CAP_SYS_TIME, CAP_SYS_MODULE, CAP_SYS_RAWIO, CAP_SYS_BOOT};
+    constexpr std::array<unsigned int, 5> rights{CAP_SYS_TIME, CAP_SYS_MODULE, CAP_SYS_RAWIO, CAP_SYS_BOOT,
+                                                 CAP_MKNOD};
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
     require(syscall(SYS_capget, &header, sets.data()), "capabilities");
@@ -189,7 +223,7 @@ std::string Room::enter(const Scenario& scenario, const std::string& plugin) con
     makeFolders();
     makePrivate(scenario);
     const fs::path place = fs::path("vemra/default/ostrPlugins") / fs::path(plugin).filename();
-    fs::copy_file(plugin, root / place);
+    fs::copy_file(plugin, root / place, fs::copy_options::overwrite_existing);
     changeRoot();
     startLoopback();
     writeRoomFile(store::fixedDefaults, joined(scenario.defaults));

@@ -1,6 +1,6 @@
 // The room that a plug-in runs in: private mount, process, network, host name and IPC namespaces. /vemra,
-// /tmp, /var, /run and /dev/shm are empty, the rest is the machine's, read-only, but for the private folders,
-// which are copies.
+// /tmp, /var, /run and /dev/shm are empty, /dev has no devices that reach anything, and the rest is the
+// machine's, read-only, but for the private folders, which are copies.
 #pragma once
 
 #include <sys/types.h>

@@ -22,12 +22,24 @@ std::vector<BlockLine> readLines(const std::string& path) {
     std::vector<BlockLine> lines;
     for (std::string line; std::getline(file, line);)
         lines.push_back({lines.size() + 1, line});
+    if (file.bad())
+        throw ScenarioError(path + ": it cannot be read");
     return lines;
 }
 
 bool isStarted(const Scenario& scenario) {
     return std::ranges::any_of(scenario.steps,
                                [](const Step& step) { return step.kind == Step::Kind::start; });
+}
+
+// Behind the last step.
+bool isRunning(const Scenario& scenario) {
+    bool running = false;
+    for (const Step& step : scenario.steps) {
+        if (step.kind != Step::Kind::file)
+            running = step.kind != Step::Kind::stop;
+    }
+    return running;
 }
 
 class Parser {
@@ -55,7 +67,9 @@ private:
 std::vector<BlockLine> Parser::takeBlock(std::string_view& rest) {
     std::string_view closing = "end";
     if (std::size_t chosen = rest.rfind("<<"); chosen != std::string_view::npos) {
-        closing = rest.substr(chosen + 2);
+        closing = trimmed(rest.substr(chosen + 2));
+        if (closing.empty())
+            throw Mistake("the closing word behind << is missing");
         rest = trimmed(rest.substr(0, chosen));
     }
     std::size_t begin = at_ + 1;
@@ -88,6 +102,8 @@ void Parser::parseSetting(const std::string& word, std::string_view rest) {
         throw Mistake('"' + word + "\" belongs in front of \"start\"");
     if (word == "defaults" || word == "templates") {
         std::vector<BlockLine>& block = word == "defaults" ? scenario_.defaults : scenario_.templates;
+        if (!block.empty())
+            throw Mistake('"' + word + "\" are given already");
         block = takeBlock(rest);
         checkDatabaseLines(block, word == "templates");
         requireEnd(rest);
@@ -108,11 +124,7 @@ void Parser::parseSetting(const std::string& word, std::string_view rest) {
 void Parser::parseStep(const std::string& word, std::string_view rest) {
     Step step;
     step.number = number_;
-    bool started = false;
-    for (const Step& earlier : scenario_.steps) {
-        if (earlier.kind != Step::Kind::file)
-            started = earlier.kind != Step::Kind::stop;
-    }
+    const bool started = isRunning(scenario_);
     if (word == "file") {
         step.kind = Step::Kind::file;
         step.lines = takeBlock(rest);
@@ -141,6 +153,9 @@ void Parser::parseExpectation(std::string_view rest) {
         throw Mistake("an expectation follows the step that it is about");
     Expectation expectation =
         readExpectation(rest, [this](std::string_view& text) { return joined(takeBlock(text)); });
+    using Kind = Expectation::Kind;
+    if ((expectation.kind == Kind::value || expectation.kind == Kind::noValue) && !isRunning(scenario_))
+        throw Mistake("nothing is started: there is no database to look at");
     expectation.number = number_;
     ended_ = endsDaemon(expectation.callback);
     scenario_.steps.back().expected.push_back(std::move(expectation));

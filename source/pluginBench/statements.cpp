@@ -32,8 +32,10 @@ void readCallback(Expectation& expectation, const std::string& word, std::string
     callback.entry = word;
     if (word == "trigger")
         callback.key = takeWord(rest = required(rest, "the key"));
-    if (word == "restart" && rest.starts_with("reboot"))
-        callback.reboot = takeWord(rest) == "reboot";
+    if (std::string_view behind = rest; word == "restart" && takeWord(behind) == "reboot") {
+        callback.reboot = true;
+        rest = behind;
+    }
     callback.fails = rest == "fails";
     if (!callback.fails)
         requireEnd(rest);

@@ -16,6 +16,7 @@
 #include <optional>
 #include <system_error>
 
+#include "pluginBench/judge.h"
 #include "pluginBench/log.h"
 #include "pluginBench/player.h"
 #include "pluginBench/report.h"
@@ -30,15 +31,19 @@ constexpr int allWell = 0;
 constexpr int failed = 1;
 constexpr int unplayable = 2;
 
+// The status of the daemon that an entry's failure ends.
+constexpr int endedDaemon = 255;
+
 // What the end of the process says when all has been played.
 constexpr char endOfProcess[] = "exit";
+constexpr std::chrono::milliseconds leastForEnd{5000};
 
 // Of a failed run; the rest of a log is for --verbose.
 constexpr std::size_t shownLog = 16000;
 
 // The process that waits is the first one of the room: those that lost their parent are its children, too.
-// True when the player ended with status 0.
-bool waitForPlayer(pid_t player, const Report& report) {
+// Returns what wait(2) tells.
+int waitForPlayer(pid_t player, const Report& report) {
     int status = 0;
     pid_t child = 0;
     do {
@@ -48,19 +53,35 @@ bool waitForPlayer(pid_t player, const Report& report) {
         report.tell(event::killed, std::to_string(WTERMSIG(status)));
     else
         report.tell(event::exited, std::to_string(WEXITSTATUS(status)));
-    return status == 0;
+    return status;
+}
+
+// The process that played the last step has ended as the daemon does when an entry fails: what else the step
+// is expected to do is looked at from outside.
+void judgeEnded(const Step& step, const Judge& judge) {
+    Seen seen;
+    for (const Expectation& expectation : step.expected) {
+        if (endsDaemon(expectation.callback))
+            seen.failures.push_back(expectation.callback);
+    }
+    if (!seen.failures.empty())
+        judge.judge(step, seen);
 }
 
 // Each life of the daemon is a process of its own: a plug-in that is loaded again is to find nothing of its
 // past.
 void playLives(const Scenario& scenario, const std::string& plugin, const Report& report, const Log& log) {
     for (std::size_t first = 0; first < scenario.steps.size(); first += scenario.lifeFrom(first)) {
+        const std::size_t logBegin = log.size();
         pid_t player = fork();
         if (player == 0)
             play(scenario, first, plugin, report, log);
         if (player < 0)
             throw std::system_error(errno, std::generic_category(), "fork");
-        if (!waitForPlayer(player, report))
+        int status = waitForPlayer(player, report);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == endedDaemon)
+            judgeEnded(scenario.steps.back(), Judge(scenario, report, log, logBegin));
+        if (status != 0)
             return;
     }
 }
@@ -69,6 +90,8 @@ void playLives(const Scenario& scenario, const std::string& plugin, const Report
 [[noreturn]] void runRoom(const Room& room, const Scenario& scenario, const std::string& plugin,
                           int reportEnd, const Log& log) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // As the daemon. What signals its process group is not to reach beyond the room.
+    setsid();
     // A crash is an answer: it is not to leave a core file.
     constexpr rlimit noCore{0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
@@ -95,6 +118,7 @@ private:
     bool take(char event, const std::string& text);
     bool takeEnd(char event, const std::string& text);
     void fault(const std::string& text);
+    std::chrono::milliseconds limit() const;
     int millisecondsLeft() const;
 
     const Scenario& scenario_;
@@ -111,10 +135,15 @@ void Watcher::fault(const std::string& text) {
     std::printf("FAILED: %s\n", text.c_str());
 }
 
+// The end of the process is no entry, and takes its time when a sanitizer looks for leaks.
+std::chrono::milliseconds Watcher::limit() const {
+    return running_ == endOfProcess ? std::max(scenario_.deadline, leastForEnd) : scenario_.deadline;
+}
+
 int Watcher::millisecondsLeft() const {
     if (running_.empty())
         return -1;
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(since_ + scenario_.deadline - Clock::now());
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(since_ + limit() - Clock::now());
     return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 
@@ -177,8 +206,7 @@ void Watcher::follow(int pipe) {
         if (ready < 0 && errno == EINTR)
             continue;
         if (ready == 0)
-            return fault(running_ + " has not come back within " +
-                         std::to_string(scenario_.deadline.count()) + " ms");
+            return fault(running_ + " has not come back within " + std::to_string(limit().count()) + " ms");
         ssize_t size = read(pipe, piece.data(), piece.size());
         if (size <= 0)
             return fault("the room has ended");

@@ -5,10 +5,12 @@
 //   ENTRY write KEY PKEY NUMBER | ENTRY remove NAME PKEY | ENTRY removeOwner NAME OWNER
 //   ENTRY new TEMPLATE NAME OWNER | ENTRY read KEY PKEY | ENTRY reboot N | ENTRY return N
 //   ENTRY throw | ENTRY throwNumber | ENTRY sleep MILLISECONDS | ENTRY kill (the daemon)
-//   ENTRY odd TYPE | ENTRY fill KEY COUNT
+//   ENTRY odd TYPE | ENTRY fill KEY COUNT | ENTRY fork (a child that returns, too)
 // The lines of an entry are carried out at each of its calls; the script is read again each time. "load" and
 // "getIoFuncs" stand for what comes before the first entry.
 #include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -108,6 +110,13 @@ int carryOut(const std::string& entry, int* reboot = nullptr) {
             throw 5;
         if (words.at(0) == "kill")
             raise(SIGKILL);
+        if (words.at(0) == "fork") {
+            pid_t child = fork();
+            if (child == 0)
+                return 1;
+            waitpid(child, nullptr, 0);
+            continue;
+        }
         if (words.at(0) == "sleep")
             std::this_thread::sleep_for(std::chrono::milliseconds(number(words.at(1))));
         else if (words.at(0) == "reboot")
