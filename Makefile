@@ -1,16 +1,16 @@
 # A thin front over the CMake presets. What a target needs is made by it.
 .DEFAULT_GOAL := help
 MAKEFLAGS += --no-print-directory
-.PHONY: help deps build image test demo shell asan tsan fuzz soak lint bench clean
+.PHONY: help deps build image test demo shell asan tsan fuzz soak lint bench install package package-test clean
 
 IMAGE := build/dev/image
 
 help: ## show this list
-	@sed -n 's/^\([a-z ]*\):.*## \(.*\)/make \1\t\2/p' $(MAKEFILE_LIST) | expand -t 18
+	@sed -n 's/^\([a-z -]*\):.*## \(.*\)/make \1\t\2/p' $(MAKEFILE_LIST) | expand -t 18
 
 deps: ## install the Debian packages that are missing
 	@tools/deps g++ cmake ninja-build libgtest-dev libgmock-dev libcli11-dev nlohmann-json3-dev binutils \
-		util-linux mount iproute2 dnsmasq-base bind9-dnsutils python3 pkg-config
+		util-linux mount iproute2 dnsmasq-base bind9-dnsutils python3 pkg-config tzdata
 
 # $(1) is a preset, $(2) the targets, empty for all. Configures once; the build itself notices later changes.
 define buildPreset
@@ -63,6 +63,20 @@ bench: deps ## measure
 	$(call buildPreset,release)
 	@cmake --install build/release --prefix build/release/image >/dev/null
 	@tools/appliance build/release/image build/release/bin/ostrelBench
+
+PREFIX ?= /vemra
+
+install: deps ## build for use (preset release) and install below PREFIX, /vemra
+	$(call buildPreset,release)
+	@cmake --install build/release --prefix $(PREFIX)
+
+package: deps ## build Debian packages into build/packages
+	@tools/deps debhelper dh-python dpkg-dev fakeroot lintian
+	@packaging/build build/packages
+
+package-test: package ## try them on a fresh Debian that boots systemd, as root
+	@tools/deps debootstrap
+	@packaging/test build/packages
 
 clean: ## remove all that was built
 	rm -rf build
