@@ -9,6 +9,14 @@
 
 namespace store {
 
+// The name by which the database knows a structure's member.
+inline std::string memberName(std::string_view structure, std::string_view member) {
+    std::string name(structure);
+    name += '.';
+    name += member;
+    return name;
+}
+
 // What a row is about, borrowed:
 //   NAME                  a plain value, or (for lastKey) a structure
 //   NAME[INDEX]           a vector's element, or an instance of the structure NAME
@@ -19,12 +27,7 @@ struct RowKey {
     std::string_view member = {};
 
     // As the database knows it.
-    std::string wholeName() const {
-        std::string whole(name);
-        if (!member.empty())
-            whole.append(1, '.').append(member);
-        return whole;
-    }
+    std::string wholeName() const { return member.empty() ? std::string(name) : memberName(name, member); }
 };
 
 struct Instance {

@@ -4,16 +4,6 @@
 #include <algorithm>
 
 namespace store {
-namespace {
-
-std::string memberName(std::string_view structure, std::string_view member) {
-    std::string name(structure);
-    name += '.';
-    name += member;
-    return name;
-}
-
-}  // namespace
 
 const Structure* Model::structure(std::string_view name) const {
     const auto found = structures_.find(name);

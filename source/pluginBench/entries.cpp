@@ -63,16 +63,15 @@ std::string storedSince(std::size_t first) {
 // entry: called without arguments. remark: makes the end of the line from the entry's results.
 template <typename Entry, typename Remark>
 int call(Callback& callback, Entry entry, Remark remark) {
-    using Clock = std::chrono::steady_clock;
     std::string name = shown(callback);
     std::size_t stored = listOfStoredValues.size();
-    Clock::duration spent{};
+    std::chrono::steady_clock::duration spent{};
     std::string given;
     // What it gave is looked at inside, too: a bad pointer there is the entry's.
     int result = callThrough(name, [&] {
-        auto begin = Clock::now();
+        auto begin = std::chrono::steady_clock::now();
         int entrysResult = entry();
-        spent = Clock::now() - begin;
+        spent = std::chrono::steady_clock::now() - begin;
         given = remark();
         return entrysResult;
     });

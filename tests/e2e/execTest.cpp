@@ -22,9 +22,9 @@ protected:
                 "echo $OSTREL_RULE $(/vemra/bin/ostrelCtl get a text) >>/tmp/copied\n"
                 "while [ -e /tmp/hold ]; do sleep 0.01; done\nexit 3\n");
     }
-    static void program(const std::string& path, const std::string& script) {
-        writeFile(path, "#!/bin/sh\n" + script);
-        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    static void program(const std::string& file, const std::string& script) {
+        writeFile(file, "#!/bin/sh\n" + script);
+        std::filesystem::permissions(file, std::filesystem::perms::owner_all);
     }
     void start(const std::string& rules) {
         writeFile("/vemra/default/exec.conf", rules);
