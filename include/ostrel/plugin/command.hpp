@@ -48,7 +48,9 @@ inline bool waitForEnd(const Descriptor& process, std::chrono::milliseconds limi
         auto left = std::max(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()),
                              std::chrono::milliseconds(0));
         pollfd wait{process.get(), POLLIN, 0};
-        if (poll(&wait, 1, static_cast<int>(left.count())) > 0)
+        // Longer waits do not fit into what poll takes.
+        auto piece = std::min<std::chrono::milliseconds>(left, std::chrono::hours(1));
+        if (poll(&wait, 1, static_cast<int>(piece.count())) > 0)
             return true;
         if (left.count() == 0)
             return false;

@@ -91,12 +91,17 @@ inline std::string resolved(std::string path) {
     return path;
 }
 
-// In one step, and durable when it returns.
+// In one step. Durable, too, but for a folder that cannot be forced to the disk: the change is made all the
+// same, and whoever has to act on it must learn of it.
 inline void renameTo(const std::string& target, const std::string& fresh) {
     if (std::rename(fresh.c_str(), target.c_str()) != 0)
         failFile(target);
     std::string folder = folderOf(target);
-    sync(openFile(folder, O_RDONLY | O_DIRECTORY), folder);
+    try {
+        sync(openFile(folder, O_RDONLY | O_DIRECTORY), folder);
+    } catch (const std::system_error& error) {
+        logError(std::string(error.what()) + "; a power cut may bring the old " + target + " back");
+    }
 }
 
 }  // namespace detail
