@@ -203,7 +203,8 @@ TEST_F(DbTool, RepairSavesWhatItCanAndNamesTheRest) {
             expect(damaged.lost.empty() ? 0 : 1, damaged.lost, "repair " + damaged.options);
         EXPECT_EQ(occurrences(repaired, live + ':'), damaged.lost.size()) << repaired;
         EXPECT_EQ(readFile(kept), original);
-        EXPECT_EQ(tool("repair"), (Outcome{0, live + " is sound\nkept beside it: " + kept + "\n"}));
+        const std::string sound = " is sound\nkept beside it: ";
+        EXPECT_EQ(tool("repair"), (Outcome{0, (live + sound).append(kept + '\n')}));
         daemon.start();
         const std::string lines = runTool("ostrelCtl get a b wifi.channel[2] wifi.channel[3] v[2]").output;
         EXPECT_EQ(replaced(lines, "\\S+ Dword (\\d+)\n", " $1").substr(1), damaged.values);

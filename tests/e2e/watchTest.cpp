@@ -25,6 +25,7 @@ public:
     }
     ~Reader() { close(fd_); }
     Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
 
     // KIND NUMBER NAME; "closed"; "none" when nothing has come.
     std::string next() const {

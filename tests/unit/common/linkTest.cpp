@@ -23,7 +23,7 @@ protected:
         peer.emplace(fds[1]);
         ostrelLink::limits.stall = 300ms;
     }
-    ~Link() override { ostrelLink::limits = {}; }
+    void TearDown() override { ostrelLink::limits = {}; }
 
     void fromPeer(Bytes bytes) {
         EXPECT_TRUE(peer->sendData(static_cast<unsigned int>(bytes.size()), bytes.data()));
