@@ -308,7 +308,7 @@ TEST_P(Model, DoesWhatTheReferenceDoes) {
                               : GetParam() == 0 ? std::random_device()()
                                                 : GetParam();
     std::cout << "OSTREL_SEED=" << seed << std::endl;  // at once: a crash must not swallow it
-    ModelCheck(seed).run(isSanitized ? 20000 : 100000);
+    ModelCheck(seed).run(isSanitized ? 10000 : 100000);
 }
 INSTANTIATE_TEST_SUITE_P(FixedAndRandom, Model, testing::Values(1, 0));
 
