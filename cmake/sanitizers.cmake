@@ -10,10 +10,3 @@ option(OSTREL_FUZZ "Build the fuzz targets" OFF)
 if(OSTREL_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
-
-# The presets with sanitizers compile several files as one, which halves their time: they are made often and do not
-# optimize. The others do not, as some build must tell of a missing include.
-# ostrel_compile_alone(FILE...): these have names of their own that others in their target have, too.
-function(ostrel_compile_alone)
-    set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
-endfunction()

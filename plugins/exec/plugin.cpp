@@ -18,7 +18,6 @@ public:
         } catch (const std::exception& exception) {
             ostrel::plugin::logError(exception.what());
         }
-        askForAll();
         handOver();
     }
 

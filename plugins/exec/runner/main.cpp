@@ -118,8 +118,9 @@ private:
                 // From here on another change needs another request.
                 send(STDIN_FILENO, request->rule.data(), request->rule.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
                 jobs_.ask(std::move(*request));
-            } else
+            } else {
                 std::fprintf(stderr, "ostrelExecRunner: not a request: %s\n", text_.substr(0, end).c_str());
+            }
             text_.erase(0, end + 1);
         }
     }
