@@ -52,11 +52,13 @@ public:
     explicit Committer(Model& model) : model_(model) {}
 
     void value(const RowKey& key, const Value& value) override { apply(key, model_.setValue(key, value)); }
-    void erased(const RowKey& key) override { apply(key, model_.erase(key)); }
+    void erased(const RowKey& key, Origin origin) override { apply(key, model_.erase(key, origin)); }
     void instance(const RowKey& key, const Instance& instance) override {
         apply(key, model_.addInstance(key, instance));
     }
-    void removed(const RowKey& key) override { apply(key, model_.removeInstance(key)); }
+    void removed(const RowKey& key, Origin origin) override {
+        apply(key, model_.removeInstance(key, origin));
+    }
     void lastKey(std::string_view structure, uint32_t last) override {
         apply({structure}, model_.setLastKey(structure, last));
     }

@@ -1,5 +1,6 @@
 #include "db/grammar.h"
 
+#include <algorithm>
 #include <array>
 
 #include "db/text.h"
@@ -11,6 +12,15 @@ constexpr uint32_t maxNumber = 4294967295;
 
 // By ostrelValueType.
 constexpr std::array<std::string_view, 7> typeNames = {"", "Bool", "Byte", "Dword", "IP", "MAC", "String"};
+
+// As comments, by Origin: a version that does not know them reads over them.
+constexpr std::array<std::string_view, 3> originComments = {"", "# default", "# created"};
+
+Origin originNamed(std::string_view comment) {
+    const auto found = std::ranges::find(originComments, comment);
+    return found != originComments.end() ? static_cast<Origin>(found - originComments.begin())
+                                         : Origin::unknown;
+}
 
 ostrelValueType typeNamed(std::string_view word) {
     for (unsigned int type = ostrelTypeBool; type < typeNames.size(); ++type) {
@@ -90,10 +100,12 @@ Result parseInstance(Cursor& cursor, Line& line) {
 Result parseState(Cursor& cursor, std::string_view word, Line& line) {
     if (word == "erased") {
         line.kind = Line::Kind::erased;
+        line.origin = originNamed(cursor.comment());
         return line.member.empty() ? Result{} : Result{"a member cannot be erased"};
     }
     if (word == "removed") {
         line.kind = Line::Kind::removed;
+        line.origin = originNamed(cursor.comment());
         return line.index != 0 && line.member.empty() ? Result{} : Result{"only an instance can be removed"};
     }
     if (word == "last") {
@@ -179,11 +191,18 @@ void LineWriter::value(const RowKey& key, const Value& value) {
     end();
 }
 
-void LineWriter::erased(const RowKey& key) {
+void LineWriter::state(const RowKey& key, std::string_view word, Origin origin) {
     begin(key);
-    text += " erased";
+    text += ' ';
+    text += word;
+    if (origin != Origin::unknown) {
+        text += ' ';
+        text += originComments[static_cast<size_t>(origin)];
+    }
     end();
 }
+
+void LineWriter::erased(const RowKey& key, Origin origin) { state(key, "erased", origin); }
 
 void LineWriter::instance(const RowKey& key, const Instance& instance) {
     begin(key);
@@ -198,11 +217,7 @@ void LineWriter::instance(const RowKey& key, const Instance& instance) {
     end();
 }
 
-void LineWriter::removed(const RowKey& key) {
-    begin(key);
-    text += " removed";
-    end();
-}
+void LineWriter::removed(const RowKey& key, Origin origin) { state(key, "removed", origin); }
 
 void LineWriter::lastKey(std::string_view structure, uint32_t last) {
     begin({structure});

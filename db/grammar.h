@@ -17,9 +17,9 @@ struct Line {
         blank,     // also a comment
         heading,   // [NAME] opens a template
         value,     // KEY TYPE VALUE
-        erased,    // KEY erased
+        erased,    // KEY erased # ORIGIN
         instance,  // KEY instance TEMPLATE OWNER
-        removed,   // KEY removed
+        removed,   // KEY removed # ORIGIN
         lastKey,   // NAME last NUMBER
         closing    // @..., the end of a transaction
     };
@@ -30,7 +30,8 @@ struct Line {
     std::string member;  // together with name at most maxNameSize bytes
     Value value;
     Instance instance;
-    uint32_t number = 0;  // lastKey
+    uint32_t number = 0;              // lastKey
+    Origin origin = Origin::unknown;  // erased, removed
 
     RowKey key() const { return {name, index, member}; }
 };
@@ -42,9 +43,9 @@ Result parseLine(std::string_view text, Line& line);
 class LineWriter final : public RowVisitor {
 public:
     void value(const RowKey& key, const Value& value) override;
-    void erased(const RowKey& key) override;
+    void erased(const RowKey& key, Origin origin) override;
     void instance(const RowKey& key, const Instance& instance) override;
-    void removed(const RowKey& key) override;
+    void removed(const RowKey& key, Origin origin) override;
     void lastKey(std::string_view structure, uint32_t last) override;
 
     std::string text;
@@ -52,7 +53,17 @@ public:
 
 private:
     void begin(const RowKey& key);
+    void state(const RowKey& key, std::string_view word, Origin origin);
     void end();
 };
+
+// The length of the lines that write(visitor) makes of its rows.
+template <class Write>
+size_t lineSize(Write write) {
+    LineWriter writer;
+    writer.text.reserve(128);
+    write(writer);
+    return writer.text.size();
+}
 
 }  // namespace store

@@ -27,11 +27,11 @@ Result change(const Line& line, Model& model) {
         case Line::Kind::value:
             return model.setValue(line.key(), line.value);
         case Line::Kind::erased:
-            return model.erase(line.key());
+            return model.erase(line.key(), line.origin);
         case Line::Kind::instance:
             return model.addInstance(line.key(), line.instance);
         case Line::Kind::removed:
-            return model.removeInstance(line.key());
+            return model.removeInstance(line.key(), line.origin);
         case Line::Kind::lastKey:
             return model.setLastKey(line.name, line.number);
         default:
@@ -99,8 +99,9 @@ void applyChange(const LinePlace& place, const Line& line, Model& model, LoadRep
         const std::string reason = "the template \"" + templateName + "\" is gone; its instance stays";
         report.fault(place, LineFault::templateGone, reason.c_str());
     }
+    const bool hasInstance = line.member.empty() || model.instance(line.name, line.index) != nullptr;
     if (const Result result = change(line, model); !result.ok())
-        report.fault(place, LineFault::orphaned, result.refusal);
+        report.fault(place, hasInstance ? LineFault::orphaned : LineFault::instanceGone, result.refusal);
 }
 
 }  // namespace store

@@ -7,9 +7,10 @@
 namespace store {
 
 enum class LineFault {
-    bad,          // no line of its file, whatever the others say; skipped
-    orphaned,     // a change that does not fit the defaults and templates, or the lines above it; skipped
-    templateGone  // an instance of an unknown template; it is taken
+    bad,           // no line of its file, whatever the others say; skipped
+    orphaned,      // a change that does not fit the defaults and templates, or the lines above it; skipped
+    instanceGone,  // a change of an instance that is not there; skipped
+    templateGone   // an instance of an unknown template; it is taken
 };
 
 class LoadReport {

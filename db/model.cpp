@@ -1,5 +1,7 @@
 #include "db/model.h"
 
+#include "db/grammar.h"
+
 namespace store {
 namespace {
 
@@ -81,6 +83,7 @@ void Model::put(Node& node, uint32_t index, Cell cell, const Structures::value_t
         entry.elements->structure = structure;
     }
     Cell& place = index == 0 ? entry.plain : entry.elements->cells[index];
+    keepDefault(node, index, place, cell);
     count(node, place, index, false);
     count(node, cell, index, true);
     place = std::move(cell);
@@ -99,7 +102,12 @@ void Model::count(Node& node, const Cell& cell, uint32_t index, bool added) {
             --counter;
         }
     };
-    adjust(changes_, cell.changed);
+    if (cell.changed)
+        tally(lineSize([&](RowVisitor& line) {
+                  cell.present ? line.value(rowKey(node, index), cell)
+                               : line.erased(rowKey(node, index), Origin::factory);
+              }),
+              added);
     if (index != 0) {
         Elements& elements = *node.second.elements;
         adjust(elements.present, cell.present);
@@ -112,6 +120,31 @@ void Model::count(Node& node, const Cell& cell, uint32_t index, bool added) {
         node.second.changedAt = static_cast<uint32_t>(changed_.size());
         changed_.push_back(&node);
     }
+}
+
+void Model::tally(size_t lineBytes, bool added) {
+    // Unsigned numbers wrap, and back again.
+    changes_ += added ? 1 : size_t{0} - 1;
+    changedBytes_ += added ? lineBytes : size_t{0} - lineBytes;
+}
+
+RowKey Model::rowKey(const Node& node, uint32_t index) {
+    RowKey key{node.first, index};
+    const Elements* elements = node.second.elements.get();
+    if (index != 0 && elements != nullptr && elements->structure != nullptr) {
+        key.name = elements->structure->first;
+        key.member = std::string_view(node.first).substr(key.name.size() + 1);
+    }
+    return key;
+}
+
+// Before a change takes its place. A member's is one only as long as its instance is a default one.
+void Model::keepDefault(const Node& node, uint32_t index, const Cell& old, const Cell& cell) {
+    if (!old.hasDefault || old.changed || (cell.hasDefault && !cell.changed))
+        return;
+    const RowKey key = rowKey(node, index);
+    if (key.member.empty() || !structures_.find(key.name)->second.instances.at(index).changed)
+        factoryCells_.insert_or_assign({node.first, index}, old);
 }
 
 void Model::dropIfBlank(Node& node) {
@@ -172,20 +205,35 @@ Result Model::setValue(const RowKey& key, const Value& value) {
     return {};
 }
 
-// Without a default nothing is left. But a row that erases what is not there now (this firmware has no
-// default for it) is kept, so that the default stays erased when it comes back.
-Result Model::erase(const RowKey& key) {
-    if (const Result result = checkElementName(key); !result.ok())
+// What was a default is kept erased, also for a firmware that has none for it now. A row that does not say is
+// taken as the version that wrote it took it: by what is there now.
+Result Model::erase(const RowKey& key, Origin origin) {
+    const Result result = checkElementName(key);
+    if (origin == Origin::created) {
+        if (result.ok())
+            restoreDefault(key);
+        return {};
+    }
+    if (!result.ok())
         return result;
     Cell erased;
     erased.changed = true;
     if (const Cell* old = cell(key.name, key.index); old != nullptr) {
         erased.type = old->type;
         erased.hasDefault = old->hasDefault;
-        erased.changed = old->hasDefault;
+        erased.changed = old->hasDefault || origin == Origin::factory;
     }
     put(makeNode(key.name), key.index, std::move(erased));
     return {};
+}
+
+// As if nobody had ever changed the key.
+void Model::restoreDefault(const RowKey& key) {
+    const Cell* old = cell(key.name, key.index);
+    if (old == nullptr || !old->changed)
+        return;
+    const auto kept = factoryCells_.extract({std::string(key.name), key.index});
+    put(makeNode(key.name), key.index, kept.empty() ? Cell() : std::move(kept.mapped()));
 }
 
 }  // namespace store

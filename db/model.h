@@ -1,8 +1,9 @@
 // The committed database: templates, the defaults, and the changes over them.
 //
-// Knows neither files nor their grammar. A commit and the replay of the live file go through the same change
-// operations, so a restart finds what was there before. A read is one look-up: the members of an instance are
-// cells of their own, made with it.
+// Knows no files, and of their grammar only how long a change's line is. A commit and the replay of the live
+// file go through the same change operations, so a restart finds what was there before. A read is one
+// look-up: the members of an instance are cells of their own, made with it. Defaults that a change stands
+// over are kept beside, for changes that a replay finds undone.
 #pragma once
 
 #include <cstddef>
@@ -33,6 +34,9 @@ struct InstanceCell : Instance {
     bool present = false;
     bool hasDefault = false;
     bool changed = false;
+
+    // Do the changes take a default instance away, or what a firmware may have as one?
+    bool isRemoval() const { return changed && (!present || hasDefault); }
 };
 
 struct Structure {
@@ -112,15 +116,16 @@ public:
     // Changes, as committed. A refusal (only at a replay, when the defaults have changed) leaves the values
     // as they were; primary keys count as given all the same.
     Result setValue(const RowKey& key, const Value& value);
-    Result erase(const RowKey& key);
+    Result erase(const RowKey& key, Origin origin);
     Result addInstance(const RowKey& key, const Instance& instance);
-    Result removeInstance(const RowKey& key);
+    Result removeInstance(const RowKey& key, Origin origin);
     Result setLastKey(std::string_view structure, uint32_t last);
 
     // All changes over the defaults, in a stable order that setValue() and the others can take.
     void visitChanges(RowVisitor& visitor) const;
-    // The rows of visitChanges().
+    // The rows of visitChanges(), and the bytes of their lines.
     size_t changes() const { return changes_; }
+    size_t changedBytes() const { return changedBytes_; }
     // Everything, sorted by name; each instance is followed by its members.
     void visitCells(CellVisitor& visitor) const;
 
@@ -132,21 +137,30 @@ private:
     };
     using Entries = std::unordered_map<std::string, Entry, Hash, std::equal_to<>>;
     using Node = Entries::value_type;
+    using FactoryKey = std::pair<std::string, uint32_t>;  // a name or structure, with index or primary key
 
     const Node* node(std::string_view name) const;
     Node& makeNode(std::string_view name);
     void put(Node& node, uint32_t index, Cell cell, const Structures::value_type* structure = nullptr);
     void count(Node& node, const Cell& cell, uint32_t index, bool added);
+    void tally(size_t lineBytes, bool added);
+    void tallyInstance(const Structures::value_type& structure, uint32_t key, bool added);
     void dropIfBlank(Node& node);
+    static RowKey rowKey(const Node& node, uint32_t index);
+    void restoreDefault(const RowKey& key);
+    void keepDefault(const Node& node, uint32_t index, const Cell& old, const Cell& cell);
     Result checkElementName(const RowKey& key) const;
     Result setMember(const RowKey& key, const Value& value);
     Result addDefaultMember(std::string_view name, uint32_t index, Value value);
     Result checkInstance(const RowKey& key, const Template* members) const;
     void dropErasedVector(std::string_view name);
     Structures::value_type& makeStructure(std::string_view name, uint32_t lastKey);
-    void record(Structure& structure, uint32_t key);
+    void record(Structures::value_type& structure, uint32_t key);
+    void setInstance(Structures::value_type& structure, uint32_t key, InstanceCell cell);
     void putInstance(Structures::value_type& structure, uint32_t key, const Instance& instance,
                      bool isDefault);
+    Result undoInstance(Structures::value_type& structure, uint32_t key);
+    void restoreInstance(Structures::value_type& structure, uint32_t key, const Instance& instance);
     void putMember(Structures::value_type& structure, uint32_t key, std::string_view member, Cell cell);
     void dropMembers(const Structures::value_type& structure, uint32_t key);
     void visitElements(const Node& node, RowVisitor& visitor) const;
@@ -158,6 +172,9 @@ private:
     std::vector<Node*>
         changed_;  // names that may have changed cells; a rewrite must not walk the whole database
     size_t changes_ = 0;
+    size_t changedBytes_ = 0;
+    std::map<FactoryKey, Cell> factoryCells_;          // defaults that a change stands over
+    std::map<FactoryKey, Instance> factoryInstances_;  // the same
     mutable const Node* lastFound_ = nullptr;  // callers ask for type, value and type of one key in a row
 };
 

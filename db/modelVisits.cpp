@@ -4,44 +4,31 @@
 #include "db/model.h"
 
 namespace store {
-namespace {
-
-enum class Turn { removedDefault, replacedDefault, other };
-
-Turn turnOf(const InstanceCell& instance) {
-    if (!instance.hasDefault)
-        return Turn::other;
-    return instance.present ? Turn::replacedDefault : Turn::removedDefault;
-}
-
-}  // namespace
 
 void Model::visitElements(const Node& node, RowVisitor& visitor) const {
-    const auto& [name, entry] = node;
-    if (!entry.elements)
+    if (!node.second.elements)
         return;
-    RowKey key{name};
-    if (entry.elements->structure != nullptr) {
-        key.name = entry.elements->structure->first;
-        key.member = std::string_view(name).substr(key.name.size() + 1);
-    }
-    for (const auto& [index, cell] : entry.elements->cells) {
-        key.index = index;
+    for (const auto& [index, cell] : node.second.elements->cells) {
         if (cell.changed)
-            cell.present ? visitor.value(key, cell) : visitor.erased(key);
+            cell.present ? visitor.value(rowKey(node, index), cell)
+                         : visitor.erased(rowKey(node, index), Origin::factory);
     }
 }
 
 void Model::visitChanges(RowVisitor& visitor) const {
     // What frees names of the defaults comes first: another structure, which may sort before, has them now.
-    for (const auto turn : {Turn::removedDefault, Turn::replacedDefault, Turn::other}) {
-        for (const auto& [name, structure] : structures_) {
-            if (turn == Turn::other && structure.recordedKey != 0)
-                visitor.lastKey(name, structure.recordedKey);
-            for (const auto& [key, instance] : structure.instances) {
-                if (instance.changed && turnOf(instance) == turn)
-                    instance.present ? visitor.instance({name, key}, instance) : visitor.removed({name, key});
-            }
+    for (const auto& [name, structure] : structures_) {
+        for (const auto& [key, instance] : structure.instances) {
+            if (instance.isRemoval())
+                visitor.removed({name, key}, Origin::factory);
+        }
+    }
+    for (const auto& [name, structure] : structures_) {
+        if (structure.recordedKey != 0)
+            visitor.lastKey(name, structure.recordedKey);
+        for (const auto& [key, instance] : structure.instances) {
+            if (instance.changed && instance.present)
+                visitor.instance({name, key}, instance);
         }
     }
     std::vector<const Node*> sorted(changed_.begin(), changed_.end());
@@ -49,7 +36,8 @@ void Model::visitChanges(RowVisitor& visitor) const {
     for (const Node* node : sorted) {
         const Cell& plain = node->second.plain;
         if (plain.changed) {
-            plain.present ? visitor.value({node->first}, plain) : visitor.erased({node->first});
+            plain.present ? visitor.value({node->first}, plain)
+                          : visitor.erased({node->first}, Origin::factory);
         }
         visitElements(*node, visitor);
     }

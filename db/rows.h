@@ -35,12 +35,20 @@ struct Instance {
     uint32_t owner = 0;
 };
 
+// Did the firmware that ran when a key was erased, or an instance removed, have a default for it? The answer
+// stands in the row: a later firmware cannot tell.
+enum class Origin {
+    unknown,  // the row is of a version that did not say
+    factory,  // it did: what the device took away stays away, whatever later firmware brings
+    created   // it did not: nothing of it is kept
+};
+
 class RowVisitor {
 public:
     virtual void value(const RowKey& key, const Value& value) = 0;
-    virtual void erased(const RowKey& key) = 0;
+    virtual void erased(const RowKey& key, Origin origin) = 0;
     virtual void instance(const RowKey& key, const Instance& instance) = 0;
-    virtual void removed(const RowKey& key) = 0;
+    virtual void removed(const RowKey& key, Origin origin) = 0;
     virtual void lastKey(std::string_view structure, uint32_t last) = 0;
 
 protected:

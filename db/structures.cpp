@@ -2,6 +2,9 @@
 #include "db/model.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "db/grammar.h"
 
 namespace store {
 
@@ -71,9 +74,37 @@ Structures::value_type& Model::makeStructure(std::string_view name, uint32_t las
 }
 
 // The live file answers for a key once it has said so: the next rewrite must say so, too.
-void Model::record(Structure& structure, uint32_t key) {
-    changes_ += structure.recordedKey == 0 && key != 0 ? 1 : 0;
-    structure.recordedKey = std::max(structure.recordedKey, key);
+void Model::record(Structures::value_type& structure, uint32_t key) {
+    auto& [name, content] = structure;
+    if (key <= content.recordedKey)
+        return;
+    for (const bool added : {false, true}) {
+        if (added)
+            content.recordedKey = key;
+        if (content.recordedKey != 0)
+            tally(lineSize([&](RowVisitor& line) { line.lastKey(name, content.recordedKey); }), added);
+    }
+}
+
+void Model::tallyInstance(const Structures::value_type& structure, uint32_t key, bool added) {
+    const InstanceCell& cell = structure.second.instances.at(key);
+    const RowKey row{structure.first, key};
+    if (cell.changed && cell.present)
+        tally(lineSize([&](RowVisitor& line) { line.instance(row, cell); }), added);
+    if (cell.isRemoval())
+        tally(lineSize([&](RowVisitor& line) { line.removed(row, Origin::factory); }), added);
+}
+
+// A cell that says nothing goes.
+void Model::setInstance(Structures::value_type& structure, uint32_t key, InstanceCell cell) {
+    InstanceCell& place = structure.second.instances[key];
+    tallyInstance(structure, key, false);
+    if (place.hasDefault && !place.changed && cell.changed)
+        factoryInstances_.insert_or_assign({structure.first, key}, place);
+    place = std::move(cell);
+    tallyInstance(structure, key, true);
+    if (!place.present && !place.changed)
+        structure.second.instances.erase(key);
 }
 
 Result Model::checkInstance(const RowKey& key, const Template* members) const {
@@ -109,7 +140,7 @@ Result Model::addInstance(const RowKey& key, const Instance& instance) {
     if (!result.ok())
         return result;
     Structures::value_type& structure = makeStructure(key.name, key.index);
-    record(structure.second, key.index);
+    record(structure, key.index);
     result = checkInstance(key, findTemplate(instance.templateName));
     if (result.ok())
         putInstance(structure, key.index, instance, false);
@@ -119,11 +150,8 @@ Result Model::addInstance(const RowKey& key, const Instance& instance) {
 void Model::putInstance(Structures::value_type& structure, uint32_t key, const Instance& instance,
                         bool isDefault) {
     dropMembers(structure, key);
-    InstanceCell& cell = structure.second.instances[key];
-    const bool hasDefault = cell.hasDefault || isDefault;
-    changes_ -= cell.changed ? 1 : 0;
-    cell = InstanceCell{instance, true, hasDefault, !isDefault};
-    changes_ += cell.changed ? 1 : 0;
+    const bool hasDefault = structure.second.instances[key].hasDefault || isDefault;
+    setInstance(structure, key, InstanceCell{instance, true, hasDefault, !isDefault});
     if (const Template* members = findTemplate(instance.templateName); members != nullptr) {
         for (const auto& [member, value] : *members) {
             putMember(structure, key, member, Cell{value, true, true, false, true});
@@ -175,28 +203,57 @@ Result Model::setMember(const RowKey& key, const Value& value) {
     return {};
 }
 
-// A default instance leaves a row behind that keeps it removed; so does one that this firmware does not have.
-Result Model::removeInstance(const RowKey& key) {
+// As with values, what was a default is kept removed.
+Result Model::removeInstance(const RowKey& key, Origin origin) {
     if (const Result result = checkStructureName(key.name); !result.ok())
-        return result;
+        return origin == Origin::created ? Result{} : result;
     Structures::value_type& structure = makeStructure(key.name, key.index);
-    record(structure.second, key.index);
+    record(structure, key.index);
+    if (origin == Origin::created)
+        return undoInstance(structure, key.index);
     dropMembers(structure, key.index);
-    InstanceCell& cell = structure.second.instances[key.index];
-    changes_ -= cell.changed ? 1 : 0;
-    if (cell.present && !cell.hasDefault) {
-        structure.second.instances.erase(key.index);
-    } else {
-        cell = InstanceCell{{}, false, cell.hasDefault, true};
-        ++changes_;
-    }
+    const InstanceCell& old = structure.second.instances[key.index];
+    const bool isKept = origin == Origin::factory || old.hasDefault || !old.present;
+    setInstance(structure, key.index, InstanceCell{{}, false, old.hasDefault, isKept});
     return {};
+}
+
+// As if nobody had ever changed the instance.
+Result Model::undoInstance(Structures::value_type& structure, uint32_t key) {
+    const auto cell = structure.second.instances.find(key);
+    if (cell == structure.second.instances.end() || !cell->second.changed)
+        return {};
+    dropMembers(structure, key);
+    const auto kept = factoryInstances_.extract({structure.first, key});
+    if (kept.empty()) {
+        setInstance(structure, key, {});
+        return {};
+    }
+    const Result result = checkInstance({structure.first, key}, findTemplate(kept.mapped().templateName));
+    if (result.ok()) {
+        restoreInstance(structure, key, kept.mapped());
+    } else {
+        setInstance(structure, key, InstanceCell{{}, false, true, true});
+        factoryInstances_.insert_or_assign(kept.key(), kept.mapped());
+    }
+    return result;
+}
+
+void Model::restoreInstance(Structures::value_type& structure, uint32_t key, const Instance& instance) {
+    std::vector<std::pair<std::string, Cell>> members;
+    for (const std::string& member : structure.second.members) {
+        if (auto kept = factoryCells_.extract({memberName(structure.first, member), key}); !kept.empty())
+            members.emplace_back(member, std::move(kept.mapped()));
+    }
+    putInstance(structure, key, instance, true);
+    for (auto& [member, cell] : members)
+        putMember(structure, key, member, std::move(cell));
 }
 
 Result Model::setLastKey(std::string_view name, uint32_t last) {
     const Result result = checkStructureName(name);
     if (result.ok())
-        record(makeStructure(name, last).second, last);
+        record(makeStructure(name, last), last);
     return result;
 }
 

@@ -43,7 +43,7 @@ size_t characterSize(std::string_view text) {
 
 // In front of a file a byte order mark would be taken for the file's, not for the name's.
 bool isBareName(std::string_view name) {
-    if (name.empty() || !isBareStart(name.front()) || name.starts_with("\xEF\xBB\xBF"))
+    if (name.empty() || !isBareStart(name.front()) || byteOrderMarkSize(name) != 0)
         return false;
     for (size_t at = 0; at < name.size();) {
         const size_t size = isBare(name[at]) ? characterSize(name.substr(at)) : 0;
@@ -81,11 +81,23 @@ void appendHex(std::string& out, char byte) {
 
 }  // namespace
 
+size_t byteOrderMarkSize(std::string_view text) {
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    return text.starts_with(mark) ? mark.size() : 0;
+}
+
 bool Cursor::skipBlanks() {
     const size_t before = rest_.size();
     while (!rest_.empty() && isBlank(rest_.front()))
         rest_.remove_prefix(1);
     return rest_.size() < before || atEnd();
+}
+
+std::string_view Cursor::comment() const {
+    std::string_view text = atEnd() ? rest_ : std::string_view();
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
 }
 
 bool Cursor::take(char c) {
@@ -203,6 +215,17 @@ void appendNumber(std::string& out, uint64_t number) {
     std::array<char, 20> digits{};
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
     out.append(digits.data(), end);
+}
+
+std::string shown(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) < 32 || c == 127)
+            appendHex(result, c);
+        else
+            result += c;
+    }
+    return result;
 }
 
 }  // namespace store

@@ -18,6 +18,8 @@ public:
     bool skipBlanks();
     // Nothing but a comment is left.
     bool atEnd() const { return rest_.empty() || rest_.front() == '#'; }
+    // With its '#', without blanks behind it; empty when something else is left, or nothing.
+    std::string_view comment() const;
     bool at(char c) const { return !rest_.empty() && rest_.front() == c; }
     bool take(char c);
 
@@ -37,10 +39,15 @@ private:
     std::string_view rest_;
 };
 
+// Of the mark that editors put in front of a file; 0: there is none.
+size_t byteOrderMarkSize(std::string_view text);
+
 // Bare when a Cursor reads it back so, else quoted.
 void appendName(std::string& out, std::string_view name);
 // What is not valid UTF-8 is escaped, so that the file always is.
 void appendQuoted(std::string& out, std::string_view text);
 void appendNumber(std::string& out, uint64_t number);
+// For a log line: bytes that would begin another line or command a terminal as \xHH.
+std::string shown(std::string_view text);
 
 }  // namespace store

@@ -4,6 +4,11 @@
 #include <utility>
 
 namespace store {
+namespace {
+
+Origin originOf(bool hasDefault) { return hasDefault ? Origin::factory : Origin::created; }
+
+}  // namespace
 
 const Transaction::NameChanges* Transaction::changesOf(std::string_view name) const {
     const auto found = names_.find(name);
@@ -170,7 +175,8 @@ void Transaction::visit(RowVisitor& visitor) const {
         if (changes.lastKey > (newest != instances.rend() ? newest->first : 0))
             visitor.lastKey(name, changes.lastKey);
         for (const auto& [key, instance] : instances) {
-            instance ? visitor.instance({name, key}, *instance) : visitor.removed({name, key});
+            instance ? visitor.instance({name, key}, *instance)
+                     : visitor.removed({name, key}, originOf(base_.instance(name, key)->hasDefault));
         }
     }
     for (const auto& [name, changes] : names_) {
@@ -180,7 +186,8 @@ void Transaction::visit(RowVisitor& visitor) const {
                 key.name = changes.structure;
                 key.member = std::string_view(name).substr(key.name.size() + 1);
             }
-            value ? visitor.value(key, *value) : visitor.erased(key);
+            value ? visitor.value(key, *value)
+                  : visitor.erased(key, originOf(base_.cell(name, index)->hasDefault));
         }
     }
 }

@@ -14,16 +14,16 @@ public:
         writer_.value(key, value);
         hand(Kind::value, key);
     }
-    void erased(const store::RowKey& key) override {
-        writer_.erased(key);
+    void erased(const store::RowKey& key, store::Origin origin) override {
+        writer_.erased(key, origin);
         hand(Kind::erased, key);
     }
     void instance(const store::RowKey& key, const store::Instance& instance) override {
         writer_.instance(key, instance);
         hand(Kind::instance, key);
     }
-    void removed(const store::RowKey& key) override {
-        writer_.removed(key);
+    void removed(const store::RowKey& key, store::Origin origin) override {
+        writer_.removed(key, origin);
         hand(Kind::removed, key);
     }
     void lastKey(std::string_view structure, uint32_t last) override {

@@ -17,7 +17,7 @@ public:
         if (const store::Instance* before = origins_.instance(key); before != nullptr)
             print('-', [&](store::RowVisitor& writer) { writer.instance(key, *before); });
         print('+', [&](store::RowVisitor& writer) {
-            cell.present ? writer.instance(key, cell) : writer.removed(key);
+            cell.present ? writer.instance(key, cell) : writer.removed(key, store::Origin::unknown);
         });
     }
 
@@ -27,7 +27,7 @@ public:
         if (const store::Value* before = origins_.value(key).value; before != nullptr)
             print('-', [&](store::RowVisitor& writer) { writer.value(key, *before); });
         print('+', [&](store::RowVisitor& writer) {
-            cell.present ? writer.value(key, cell) : writer.erased(key);
+            cell.present ? writer.value(key, cell) : writer.erased(key, store::Origin::unknown);
         });
     }
 

@@ -109,7 +109,9 @@ private:
 
     static std::string undoing(const ChangeKey& key) {
         store::LineWriter writer;
-        key.isValue ? writer.erased({key.name, key.index}) : writer.removed({key.name, key.index});
+        // Nothing is left there of what base has: it was no default.
+        key.isValue ? writer.erased({key.name, key.index}, store::Origin::created)
+                    : writer.removed({key.name, key.index}, store::Origin::created);
         writer.text.pop_back();
         return writer.text;
     }

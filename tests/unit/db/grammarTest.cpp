@@ -24,22 +24,24 @@ TEST(Grammar, WritesWhatAPersonWouldWrite) {
     writer.value({"lan.mtu"}, store::makeDword(1500));
     writer.value({"two words", 3}, {"caf\xC3\xA9\n\x01\xFF", ostrelTypeString});
     writer.value({"wifi", 1, "on"}, {std::string(1, '\xFF'), ostrelTypeBool});
-    writer.erased({"@x"});
+    writer.erased({"@x"}, store::Origin::created);
     writer.instance({"wifi", 4294967295}, {"wlan", 0x6362});
     writer.instance({"wifi", 2}, {"a b", 7});
-    writer.removed({"wifi", 3});
+    writer.removed({"wifi", 3}, store::Origin::factory);
     writer.lastKey("wifi", 9);
     EXPECT_EQ(writer.text,
               "lan.mtu Dword 1500\n"
               "\"two words\"[3] String \"caf\xC3\xA9\\n\\x01\\xff\"\n"
               "wifi[1].on Bool 255\n"
-              "\"@x\" erased\n"
+              "\"@x\" erased # created\n"
               "wifi[4294967295] instance wlan \"bc\"\n"
               "wifi[2] instance \"a b\" 7\n"
-              "wifi[3] removed\n"
+              "wifi[3] removed # default\n"
               "wifi last 9\n");
     EXPECT_EQ(writer.lines, 8U);
     EXPECT_EQ(parsed("wifi[1] instance wlan \"abcd\"").instance.owner, 0x64636261U);
+    EXPECT_EQ(parsed("k erased # created \r").origin, store::Origin::created);
+    EXPECT_EQ(parsed("k erased  # by default").origin, store::Origin::unknown);
     EXPECT_EQ(parsed("\t \r").kind, Line::Kind::blank);
     EXPECT_EQ(parsed(" k\tByte  255#x\r").value.bytes, "\xFF");
 }
@@ -81,6 +83,7 @@ TEST(LogFormat, AClosingLineVouchesForItsTransaction) {
     EXPECT_EQ(store::scanLog(second + first).end, store::LogScan::End::damaged);
     // The check value of "123456789" for CRC-32 is widely known.
     EXPECT_EQ(store::crc32("123456789"), 0xCBF43926U);
+    EXPECT_EQ(store::crc32("1"), 0x83DCEFB7U);
 }
 
 }  // namespace
