@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
+#include <chrono>
 #include <cstring>
+#include <new>
 
 #include "db/grammar.h"
 #include "db/loader.h"
-#include "db/lock.h"
 #include "db/log.h"
+#include "db/text.h"
 
 namespace store {
 namespace {
@@ -20,22 +21,22 @@ constexpr int failedCommit = 1;
 // Callers read this handle as none.
 constexpr long noHandle = 4294967295;
 
-File takeLock(const FileCalls& files, const std::string& livePath) {
-    const std::string directory = directoryOf(livePath);
-    if (!makeDirectories(files, directory))
-        STORE_ERROR("cannot make %s: %s", directory.c_str(), std::strerror(errno));
-    return lockDatabase(files, livePath);
-}
+enum class FactoryFile { read, missing, unreadable };
 
-// False: there is a file, but it cannot be read.
-bool readFactoryFile(const FileCalls& files, const std::string& path, std::string& text) {
+FactoryFile readFactoryFile(const FileCalls& files, const std::string& path, std::string& text) {
     File file(files);
-    const bool isOpen = file.open(path, O_RDONLY);
-    if (isOpen ? file.readAll(text) : errno == ENOENT)
-        return true;
-    STORE_ERROR("cannot read %s: %s; it counts as empty", path.c_str(), std::strerror(errno));
+    struct stat status {};
+    if (!file.open(path, O_RDONLY | O_NONBLOCK)) {
+        if (errno == ENOENT)
+            return FactoryFile::missing;
+    } else if (file.status(status) && S_ISREG(status.st_mode) && file.readAll(text)) {
+        return FactoryFile::read;
+    }
+    const bool isFile = !file.isOpen() || S_ISREG(status.st_mode);
+    STORE_ERROR("cannot read %s: %s; it counts as empty", path.c_str(),
+                isFile ? std::strerror(errno) : kindOf(status.st_mode));
     text.clear();
-    return false;
+    return FactoryFile::unreadable;
 }
 
 class LogReport final : public LoadReport {
@@ -43,7 +44,13 @@ public:
     void fault(const LinePlace& place, LineFault fault, const char* reason) override {
         STORE_ERROR("%s:%zu: %s%s", place.path.c_str(), place.number, reason,
                     fault == LineFault::templateGone ? "" : "; the line is skipped");
+        hasOrphans = hasOrphans || fault == LineFault::instanceGone || fault == LineFault::templateGone;
+        if (fault != LineFault::templateGone)
+            skipped.append(place.text).append(1, '\n');
     }
+
+    bool hasOrphans = false;  // changes to what a missing file may have
+    std::string skipped;      // lines
 };
 
 // Takes the rows of a transaction that is in the live file into the committed database.
@@ -78,7 +85,8 @@ private:
 int answer(const Result& result, const char* operation, const char* name) {
     if (result.ok())
         return 0;
-    STORE_DEBUG("%s of <%s> refused: %s", operation, name != nullptr ? name : "(null)", result.refusal);
+    STORE_DEBUG("%s of <%s> refused: %s", operation, name != nullptr ? shown(name).c_str() : "(null)",
+                result.refusal);
     return refused;
 }
 
@@ -86,33 +94,58 @@ int answer(const Result& result, const char* operation, const char* name) {
 
 Database::Database(const ostrelDbCfg* cfg, const Paths& paths, const FileCalls& files)
     : mayCreate_(cfg != nullptr && cfg->keyCreateAllowed),
-      lock_(takeLock(files, paths.live)),
-      log_(files, paths.live) {
-    LogReport report;
-    std::string templates;
-    std::string defaults;
-    const bool hasTemplates = readFactoryFile(files, paths.templates, templates);
-    const bool hasDefaults = readFactoryFile(files, paths.defaults, defaults);
-    loadTemplates({paths.templates, templates}, model_, report);
-    loadDefaults({paths.defaults, defaults}, model_, report);
-    const std::string live = log_.read();
-    mayRewrite_ = (hasTemplates && hasDefaults) || live.empty();
-    const LogScan scan = scanLog(live);
-    loadChanges({paths.live, std::string_view(live).substr(0, scan.goodBytes)}, model_, report);
-    log_.recover(scan);
+      lock_(files, paths.live),
+      log_(files, paths.live, paths.root) {
+    // A tool may have it for a moment.
+    constexpr std::chrono::seconds patience{2};
+    const bool isLocked = lock_.take(patience);
+    if (!isLocked && errno == EWOULDBLOCK)
+        Die("Database in use");
+    if (!isLocked)
+        STORE_ERROR("cannot lock %s: %s; nothing can be committed until that works", lock_.path().c_str(),
+                    std::strerror(errno));
+    mayRewrite_ = load(paths, files);
+    mustCompare_ = !isLocked;
+    if (!isLocked)
+        return;
+    log_.settle();
     if (!log_.isTrusted())
         rewrite();
 }
 
-bool Database::rewrite() {
-    if (!mayRewrite_) {
-        STORE_ERROR("%s is not rewritten: a file of the defaults or templates could not be read at the start",
-                    log_.path().c_str());
+// False: the live file has changes that may be good ones, but not with what is there of the factory's files.
+bool Database::load(const Paths& paths, const FileCalls& files) {
+    LogReport factory;
+    std::string templates;
+    std::string defaults;
+    const FactoryFile found[] = {readFactoryFile(files, paths.templates, templates),
+                                 readFactoryFile(files, paths.defaults, defaults)};
+    loadTemplates({paths.templates, templates}, model_, factory);
+    loadDefaults({paths.defaults, defaults}, model_, factory);
+    const std::string live = log_.read();
+    const LogScan scan = scanLog(live);
+    LogReport changes;
+    loadChanges({paths.live, std::string_view(live).substr(0, scan.goodBytes)}, model_, changes);
+    log_.recover(scan, live);
+    dropped_ = std::move(changes.skipped);
+    if (live.empty() || std::ranges::count(found, FactoryFile::unreadable) == 0)
+        return live.empty() || std::ranges::count(found, FactoryFile::missing) == 0 || !changes.hasOrphans;
+    return false;
+}
+
+// Looks after the lock, which someone may have removed, or nobody could make at the start.
+bool Database::mayChange() {
+    const bool isHeld = lock_.isHeld();
+    mustCompare_ = mustCompare_ || !isHeld;
+    if (!isHeld && !lock_.take()) {
+        STORE_ERROR("cannot lock %s: %s", lock_.path().c_str(), std::strerror(errno));
         return false;
     }
-    LineWriter writer;
-    model_.visitChanges(writer);
-    return log_.rewrite(std::move(writer.text), writer.lines);
+    if (mustCompare_ && !log_.isAsLeft())
+        return false;
+    mustCompare_ = false;
+    log_.settle();
+    return true;
 }
 
 long Database::dataStartWriteTransaction() {
@@ -133,17 +166,77 @@ int Database::dataCommit(long handle) {
     open_.reset();
     LineWriter writer;
     transaction.visit(writer);
+    const bool isUpToDate = bringUpToDate();
     if (writer.lines == 0)
-        return 0;
-    if (!log_.isTrusted() && !rewrite())
+        return isUpToDate || model_.changes() == 0 ? 0 : failedCommit;
+    if (!isUpToDate || !append(writer.text, writer.lines))
         return failedCommit;
-    if (!log_.append(std::move(writer.text), writer.lines))
-        return failedCommit;
+    take(transaction);
+    return 0;
+}
+
+// True: the file says all that is committed, and the next transaction can go behind it.
+bool Database::bringUpToDate() { return mayChange() && (log_.isTrusted() || rewrite()); }
+
+bool Database::append(const std::string& transaction, size_t lines) {
+    LiveLog::Appended result = log_.append(transaction, lines);
+    if (result == LiveLog::Appended::noRoom && makeRoom())
+        result = log_.append(transaction, lines);
+    if (result == LiveLog::Appended::done) {
+        freeWhenFull_.reset();
+        return true;
+    }
+    // What was refused must not be there at the next start: where it could not be cut off, it goes now.
+    if (!log_.isTrusted())
+        rewrite();
+    return false;
+}
+
+// On a full disk, by leaving out what is superseded. What did not help is tried again when something has
+// changed.
+bool Database::makeRoom() {
+    const std::optional<uint64_t> free = log_.freeBytes();
+    if (freeWhenFull_ && free.value_or(0) <= *freeWhenFull_)
+        return false;
+    freeWhenFull_ = free.value_or(0);
+    return rewrite();
+}
+
+// The transaction is durable: from here on there is no way back, and without memory none forward.
+void Database::take(const Transaction& transaction) noexcept {
     Committer committer(model_);
     transaction.visit(committer);
-    if (log_.isMostlyDead(model_.changes()))
+    if (log_.isMostlyDead(model_.changes(), model_.changedBytes()))
         rewrite();
-    return 0;
+}
+
+bool Database::rewrite() {
+    try {
+        return tryRewrite();
+    } catch (const std::bad_alloc&) {
+        STORE_ERROR("%s is not rewritten: there is no memory", log_.path().c_str());
+        return false;
+    }
+}
+
+bool Database::tryRewrite() {
+    if (!mayRewrite_) {
+        log_.postponeRewrite();
+        STORE_ERROR("%s is not rewritten: a file of the defaults or templates could not be read at the start",
+                    log_.path().c_str());
+        return false;
+    }
+    if (!dropped_.empty() && !log_.keepLines(dropped_)) {
+        log_.postponeRewrite();
+        return false;
+    }
+    LineWriter writer;
+    writer.text.reserve(model_.changedBytes() + 128);
+    model_.visitChanges(writer);
+    if (!log_.rewrite(std::move(writer.text), writer.lines))
+        return false;
+    dropped_.clear();
+    return true;
 }
 
 int Database::dataWriteRollback(long handle) {

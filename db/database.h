@@ -7,6 +7,7 @@
 
 #include "db/files.h"
 #include "db/liveLog.h"
+#include "db/lock.h"
 #include "db/model.h"
 #include "db/ostrelDb.h"
 #include "db/paths.h"
@@ -44,14 +45,24 @@ private:
     Result check(long handle, char const* name) const;
     Result write(long handle, char const* name, unsigned int pKey, int size, unsigned char const* value,
                  ostrelValueType type);
+    bool load(const Paths& paths, const FileCalls& files);
+    bool mayChange();
+    bool bringUpToDate();
+    bool append(const std::string& transaction, size_t lines);
+    bool makeRoom();
     bool rewrite();
+    bool tryRewrite();
+    void take(const Transaction& transaction) noexcept;
 
     const bool mayCreate_;
     // False: changes that were read may have found nothing to apply to; a rewrite would forget them.
     bool mayRewrite_ = true;
-    File lock_;  // before the log: nothing is read without it
+    Lock lock_;
+    bool mustCompare_ = false;  // another process may have had the lock since the live file was read
     LiveLog log_;
     Model model_;
+    std::string dropped_;  // lines of the live file that did not fit: the next rewrite leaves them out
+    std::optional<uint64_t> freeWhenFull_;  // bytes on the disk when a rewrite did not make room
     std::optional<Transaction> open_;
     long handle_ = 0;  // of the open transaction, or the last one
 };

@@ -23,8 +23,9 @@ auto retried(Call call) {
 
 }  // namespace
 
-const FileCalls systemFiles = {openFile, ::close, ::read,  ::write,  ::fdatasync, ::fsync,  ::ftruncate,
-                               ::fstat,  ::stat,  ::flock, ::rename, ::link,      ::unlink, ::mkdir};
+const FileCalls systemFiles = {openFile,    ::close, ::read,   ::write,  ::fdatasync, ::fsync,
+                               ::ftruncate, ::fstat, ::fchown, ::fchmod, ::stat,      ::statvfs,
+                               ::readlink,  ::flock, ::rename, ::link,   ::unlink,    ::mkdir};
 
 File::File(File&& other) noexcept : calls_(other.calls_), fd_(std::exchange(other.fd_, -1)) {}
 
@@ -37,9 +38,9 @@ File& File::operator=(File&& other) noexcept {
     return *this;
 }
 
-bool File::open(const std::string& path, int flags) {
+bool File::open(const std::string& path, int flags, mode_t mode) {
     close();
-    fd_ = retried([&] { return calls_->open(path.c_str(), flags | O_CLOEXEC, 0644); });
+    fd_ = retried([&] { return calls_->open(path.c_str(), flags | O_CLOEXEC, mode); });
     return isOpen();
 }
 
@@ -87,6 +88,19 @@ bool File::truncate(off_t size) {
 
 bool File::status(struct stat& result) const { return calls_->fstat(fd_, &result) == 0; }
 
+bool File::becomeLike(const struct stat& other) {
+    constexpr mode_t permissions = 07777;
+    struct stat mine {};
+    if (!status(mine))
+        return false;
+    const bool isTheirs = mine.st_uid == other.st_uid && mine.st_gid == other.st_gid;
+    if (!isTheirs && calls_->fchown(fd_, other.st_uid, other.st_gid) != 0)
+        return false;
+    // A change of the owner takes bits away.
+    const bool isSame = isTheirs && (mine.st_mode & permissions) == (other.st_mode & permissions);
+    return isSame || calls_->fchmod(fd_, other.st_mode & permissions) == 0;
+}
+
 bool File::lock() {
     return retried([&] { return calls_->flock(fd_, LOCK_EX | LOCK_NB); }) == 0;
 }
@@ -128,17 +142,34 @@ bool makeDirectories(const FileCalls& calls, const std::string& directory) {
 bool copyFile(const FileCalls& calls, const std::string& source, const std::string& target) {
     File from(calls);
     std::string text;
-    if (!from.open(source, O_RDONLY) || !from.readAll(text))
+    struct stat status {};
+    if (!from.open(source, O_RDONLY) || !from.status(status) || !from.readAll(text))
         return false;
     File to(calls);
-    if (!to.open(target, O_WRONLY | O_CREAT | O_EXCL))
+    if (!to.open(target, O_WRONLY | O_CREAT | O_EXCL, 0600))
         return false;
-    if (to.writeAll(text) && to.sync())
+    if (to.becomeLike(status) && to.writeAll(text) && to.sync())
         return true;
     const int kept = errno;
     calls.unlink(target.c_str());
     errno = kept;
     return false;
+}
+
+const char* kindOf(mode_t mode) {
+    switch (mode & S_IFMT) {
+        case S_IFDIR:
+            return "a folder";
+        case S_IFIFO:
+            return "a FIFO";
+        case S_IFSOCK:
+            return "a socket";
+        case S_IFCHR:
+        case S_IFBLK:
+            return "a device";
+        default:
+            return "no file";
+    }
 }
 
 }  // namespace store

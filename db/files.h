@@ -5,6 +5,7 @@
 #pragma once
 
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/types.h>
 
 #include <string>
@@ -21,7 +22,11 @@ struct FileCalls {
     int (*fsync)(int fd);
     int (*ftruncate)(int fd, off_t size);
     int (*fstat)(int fd, struct stat* status);
+    int (*fchown)(int fd, uid_t owner, gid_t group);
+    int (*fchmod)(int fd, mode_t mode);
     int (*stat)(const char* path, struct stat* status);
+    int (*statvfs)(const char* path, struct statvfs* status);
+    ssize_t (*readlink)(const char* path, char* target, size_t room);
     int (*flock)(int fd, int operation);
     int (*rename)(const char* from, const char* to);
     int (*link)(const char* from, const char* to);
@@ -41,8 +46,8 @@ public:
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 
-    // O_CLOEXEC is added; a file that is created gets the mode 0644.
-    bool open(const std::string& path, int flags);
+    // O_CLOEXEC is added; a file that is created gets the mode.
+    bool open(const std::string& path, int flags, mode_t mode = 0644);
     void close();
     bool isOpen() const { return fd_ >= 0; }
 
@@ -54,6 +59,9 @@ public:
     bool sync();
     bool truncate(off_t size);
     bool status(struct stat& result) const;
+    // Gets the owner, group and mode of the other file. Nothing is asked of the system that is so already:
+    // not all file systems know them.
+    bool becomeLike(const struct stat& other);
     // LOCK_EX, without waiting.
     bool lock();
 
@@ -69,7 +77,10 @@ bool syncDirectory(const FileCalls& calls, const std::string& directory);
 bool syncDirectories(const FileCalls& calls, const std::string& directory);
 // Makes every missing level. They are durable after syncDirectories().
 bool makeDirectories(const FileCalls& calls, const std::string& directory);
-// Never replaces target, and is durable in itself (its directory entry is not).
+// Never replaces target, and is durable in itself (its directory entry is not). Owner and mode are the
+// source's.
 bool copyFile(const FileCalls& calls, const std::string& source, const std::string& target);
+// In words, with an article: what a file that is no regular one is.
+const char* kindOf(mode_t mode);
 
 }  // namespace store

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "db/grammar.h"
+#include "db/text.h"
 
 namespace store {
 
@@ -27,8 +28,8 @@ struct LinePlace {
 template <class Use>
 void forEachLine(const SourceText& source, Use use) {
     std::string_view rest = source.text;
-    if (source.firstLine == 1 && rest.starts_with("\xEF\xBB\xBF"))
-        rest.remove_prefix(3);
+    if (source.firstLine == 1)
+        rest.remove_prefix(byteOrderMarkSize(rest));
     Line line;
     for (size_t number = source.firstLine; !rest.empty(); ++number) {
         const std::string_view text = rest.substr(0, std::min(rest.find('\n'), rest.size()));

@@ -15,22 +15,44 @@ constexpr std::string_view opening = "@commit ";
 constexpr std::string_view timePattern = "dddd-dd-ddTdd:dd:ddZ";
 constexpr size_t crcDigits = 8;
 
-constexpr std::array<uint32_t, 256> makeCrcTable() {
-    std::array<uint32_t, 256> table{};
-    for (uint32_t i = 0; i < table.size(); ++i) {
+constexpr size_t crcStep = 8;
+// Of a byte with 0, 1, ... bytes behind it.
+using CrcTables = std::array<std::array<uint32_t, 256>, crcStep>;
+
+constexpr CrcTables makeCrcTables() {
+    CrcTables tables{};
+    for (uint32_t i = 0; i < tables[0].size(); ++i) {
         uint32_t crc = i;
         for (int bit = 0; bit < 8; ++bit)
             crc = (crc & 1U) != 0 ? crc >> 1U ^ 0xEDB88320U : crc >> 1U;
-        table[i] = crc;
+        tables[0][i] = crc;
     }
-    return table;
+    for (size_t behind = 1; behind < tables.size(); ++behind) {
+        for (size_t i = 0; i < tables[0].size(); ++i) {
+            const uint32_t before = tables[behind - 1][i];
+            tables[behind][i] = before >> 8U ^ tables[0][before & 0xFFU];
+        }
+    }
+    return tables;
 }
 
-std::string hexCrc(std::string_view bytes) {
-    std::array<char, crcDigits> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), crc32(bytes), 16).ptr;
-    const std::string hex(digits.data(), end);
-    return std::string(crcDigits - hex.size(), '0') + hex;
+bool isReturnBeforeBreak(std::string_view text, size_t at) {
+    return text[at] == '\r' && (at + 1 == text.size() || text[at + 1] == '\n');
+}
+
+// Of one line.
+std::string_view withoutReturn(std::string_view line) {
+    return line.ends_with('\r') ? line.substr(0, line.size() - 1) : line;
+}
+
+std::string withoutReturns(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (size_t at = 0; at < text.size(); ++at) {
+        if (!isReturnBeforeBreak(text, at))
+            result += text[at];
+    }
+    return result;
 }
 
 struct Closing {
@@ -75,17 +97,33 @@ std::optional<Closing> takeClosing(std::string_view text) {
                : std::nullopt;
 }
 
+// The place behind the closing line, which is a part of the text.
+size_t endOf(std::string_view text, const Closing& closing) {
+    return static_cast<size_t>(closing.crc.data() + closing.crc.size() - text.data());
+}
+
+size_t lineBreakSize(std::string_view text) {
+    return text.starts_with("\r\n") ? 2 : text.starts_with('\n') || text == "\r" ? 1 : 0;
+}
+
 std::optional<Closing> parseClosing(std::string_view line) {
     const std::optional<Closing> closing = takeClosing(line);
     return closing && closing->crc.end() == line.end() ? closing : std::nullopt;
 }
 
-// Does the closing line, the last of the transaction's text, vouch for it?
-bool isGood(std::string_view transaction, std::string_view line, uint64_t lastNumber) {
+// Does the closing line, with which the transaction's text ends, vouch for it?
+bool isGoodAsItStands(std::string_view transaction, uint64_t lastNumber) {
+    const std::string_view line = transaction.substr(transaction.rfind('\n') + 1);
     const std::optional<Closing> closing = parseClosing(line);
     return closing && (closing->number == lastNumber + 1 || (lastNumber == 0 && closing->number != 0)) &&
            closing->bytes == transaction.size() - line.size() &&
            closing->crc == hexCrc(transaction.substr(0, transaction.size() - crcDigits));
+}
+
+bool isGood(std::string_view transaction, uint64_t lastNumber) {
+    return isGoodAsItStands(transaction, lastNumber) ||
+           (transaction.find('\r') != std::string_view::npos &&
+            isGoodAsItStands(withoutReturns(transaction), lastNumber));
 }
 
 // An append that a crash cut short leaves whole lines of changes and perhaps a piece of one more. Anything
@@ -94,14 +132,22 @@ bool isGood(std::string_view transaction, std::string_view line, uint64_t lastNu
 bool isTorn(std::string_view rest) {
     Line change;
     for (size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
-        const std::string_view line = rest.substr(0, end);
+        const std::string_view line = withoutReturn(rest.substr(0, end));
         const size_t at = line.find(opening);
         const bool hidesClosing = at != std::string_view::npos && parseClosing(line.substr(at));
         if (line.starts_with('@') || hidesClosing || !parseLine(line, change).ok())
             return false;
         rest.remove_prefix(end + 1);
     }
-    return rest.empty() || !parseClosing(rest.substr(0, rest.size() - 1));
+    return rest.empty() ||
+           (!parseClosing(withoutReturn(rest)) && !parseClosing(rest.substr(0, rest.size() - 1)));
+}
+
+// Where the text begins that the closing line at the place counts; begin when that counts more.
+size_t countBack(std::string_view text, size_t begin, size_t at, uint64_t bytes) {
+    for (; bytes > 0 && at > begin; --at)
+        bytes -= isReturnBeforeBreak(text, at - 1) ? 0U : 1U;
+    return at;
 }
 
 // The piece from begin on that the closing line at the place closes. Without a fault it may begin later.
@@ -112,22 +158,43 @@ LogPiece closePiece(std::string_view text, size_t begin, size_t at) {
         return {begin, at, lineEnd, 0, {"the closing line is damaged"}};
     if (closing->bytes > at - begin)
         return {begin, at, lineEnd, 0, {"the closing line counts more bytes than stand before it"}};
-    const size_t first = at - closing->bytes;
-    const auto crcAt = static_cast<size_t>(closing->crc.data() - text.data());
-    if (hexCrc(text.substr(first, crcAt - first)) != closing->crc)
+    size_t first = at - closing->bytes;
+    const size_t crcAt = endOf(text, *closing) - crcDigits;
+    bool isGood = hexCrc(text.substr(first, crcAt - first)) == closing->crc;
+    if (!isGood && text.substr(begin, at - begin).find('\r') != std::string_view::npos) {
+        first = countBack(text, begin, at, closing->bytes);
+        isGood = hexCrc(withoutReturns(text.substr(first, crcAt - first))) == closing->crc;
+    }
+    if (!isGood)
         return {begin, at, lineEnd, 0, {"the checksum is wrong"}};
-    const size_t end = crcAt + crcDigits;
-    return {first, at, end + (text.substr(end).starts_with('\n') ? 1 : 0), closing->number, {}};
+    const size_t end = endOf(text, *closing);
+    return {first, at, end + lineBreakSize(text.substr(end)), closing->number, {}};
 }
 
 }  // namespace
 
 uint32_t crc32(std::string_view bytes) {
-    static constexpr std::array<uint32_t, 256> table = makeCrcTable();
+    static constexpr CrcTables tables = makeCrcTables();
     uint32_t crc = 0xFFFFFFFFU;
+    // Eight look-ups that do not wait for each other: a start reads the whole live file.
+    for (; bytes.size() >= crcStep; bytes.remove_prefix(crcStep)) {
+        uint32_t next = 0;
+        for (size_t i = 0; i < crcStep; ++i) {
+            const uint32_t old = i < sizeof crc ? crc >> (8 * i) : 0;
+            next ^= tables[crcStep - 1 - i][(old ^ static_cast<unsigned char>(bytes[i])) & 0xFFU];
+        }
+        crc = next;
+    }
     for (const char c : bytes)
-        crc = table[(crc ^ static_cast<unsigned char>(c)) & 0xFFU] ^ crc >> 8U;
+        crc = tables[0][(crc ^ static_cast<unsigned char>(c)) & 0xFFU] ^ crc >> 8U;
     return ~crc;
+}
+
+std::string hexCrc(std::string_view bytes) {
+    std::array<char, crcDigits> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), crc32(bytes), 16).ptr;
+    const std::string hex(digits.data(), end);
+    return std::string(crcDigits - hex.size(), '0') + hex;
 }
 
 void closeTransaction(std::string& lines, uint64_t number, time_t now) {
@@ -149,24 +216,31 @@ void closeTransaction(std::string& lines, uint64_t number, time_t now) {
 
 LogScan scanLog(std::string_view text) {
     LogScan scan;
+    scan.goodBytes = byteOrderMarkSize(text);
     size_t lines = 0;  // of the transaction being read
-    for (size_t at = 0; at < text.size();) {
-        const size_t end = text.find('\n', at);
-        if (end == std::string_view::npos)
-            break;
-        const std::string_view line = text.substr(at, end - at);
-        at = end + 1;
-        if (!line.starts_with('@')) {
+    for (size_t at = scan.goodBytes; at < text.size();) {
+        if (text[at] != '@') {
+            at = std::min(text.find('\n', at), text.size() - 1) + 1;
             ++lines;
             continue;
         }
-        if (!isGood(text.substr(scan.goodBytes, end - scan.goodBytes), line, scan.lastNumber))
+        const std::optional<Closing> closing = takeClosing(text.substr(at));
+        if (!closing)
             break;
-        scan.lastNumber = parseClosing(line)->number;
+        at = endOf(text, *closing);
+        if (!isGood(text.substr(scan.goodBytes, at - scan.goodBytes), scan.lastNumber))
+            break;
+        at += lineBreakSize(text.substr(at));
+        scan.lastNumber = closing->number;
         scan.goodBytes = at;
         scan.goodLines += lines;
         ++scan.transactions;
         lines = 0;
+        // A lost line break, of an editor or of an append that a power cut took back, costs nothing. What is
+        // no closing line's end begins no transaction, though.
+        scan.lacksNewline = text[at - 1] != '\n';
+        if (scan.lacksNewline)
+            break;
     }
     scan.badLine = scan.goodLines + scan.transactions + 1;
     if (scan.goodBytes < text.size())
@@ -177,10 +251,10 @@ LogScan scanLog(std::string_view text) {
 std::vector<LogPiece> splitLog(std::string_view text) {
     constexpr Result unclosed = {"the transaction has no closing line"};
     std::vector<LogPiece> pieces;
-    size_t begin = 0;
+    size_t begin = byteOrderMarkSize(text);
     for (size_t at = text.find('@'); at != std::string_view::npos; at = text.find('@', at)) {
         // Elsewhere it is a value's, which may look like anything.
-        if (at != 0 && text[at - 1] != '\n') {
+        if (at != byteOrderMarkSize(text) && text[at - 1] != '\n') {
             ++at;
             continue;
         }

@@ -1,6 +1,8 @@
 // The live file as a log of transactions: each is its lines and a closing line that vouches for them,
 //   @commit NUMBER TIME BYTES CRC
-// Pure functions on text.
+// Editors put a byte order mark in front of a file, carriage returns before its line breaks, or no line break
+// at its end. That costs no transaction: what is counted and checked is the text without. Pure functions on
+// text.
 #pragma once
 
 #include <cstddef>
@@ -15,6 +17,8 @@
 namespace store {
 
 uint32_t crc32(std::string_view bytes);
+// In eight hexadecimal digits.
+std::string hexCrc(std::string_view bytes);
 
 // Appends the closing line. BYTES counts what stands before it; CRC is the CRC-32 of all up to the CRC
 // itself.
@@ -28,11 +32,12 @@ struct LogScan {
     };
 
     End end = End::whole;
-    size_t goodBytes = 0;     // of the good transactions at the front
-    size_t goodLines = 0;     // in them, without closing lines
-    size_t transactions = 0;  // of them
-    uint64_t lastNumber = 0;  // of the last of them; 0: there is none
-    size_t badLine = 0;       // the line, from 1, that the rest starts with
+    size_t goodBytes = 0;       // of the good transactions at the front
+    size_t goodLines = 0;       // in them, without closing lines
+    size_t transactions = 0;    // of them
+    uint64_t lastNumber = 0;    // of the last of them; 0: there is none
+    size_t badLine = 0;         // the line, from 1, that the rest starts with
+    bool lacksNewline = false;  // the last of them has no line break behind it
 };
 
 LogScan scanLog(std::string_view text);

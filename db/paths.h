@@ -9,6 +9,7 @@ struct Paths {
     std::string defaults;
     std::string live;
     std::string templates;
+    std::string root = {};  // links are followed inside this folder; empty: as the system does
 };
 
 constexpr char fixedDefaults[] = "/vemra/default/ostrDbDflt.txt";

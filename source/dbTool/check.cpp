@@ -16,7 +16,7 @@ public:
         Faults faults;
         snapshot_.loadFactory(model, faults);
         snapshot_.loadLive(model, faults);
-        for (const Fault& fault : faults.rows)
+        for (const Fault& fault : faults.rows())
             fault.kind == store::LineFault::bad ? finding(fault.place()) : note(fault.place());
     }
 
@@ -42,10 +42,12 @@ private:
         const std::string_view rest = std::string_view(snapshot_.live()).substr(scan.goodBytes);
         uint64_t last = scan.lastNumber;
         size_t whole = 0;
+        size_t next = scan.badLine;
         for (const store::LogPiece& piece : store::splitLog(rest)) {
-            const size_t line = scan.badLine + breaks(rest.substr(0, piece.closing));
-            lines({snapshot_.paths().live, rest.substr(piece.begin, piece.closing - piece.begin),
-                   scan.badLine + breaks(rest.substr(0, piece.begin))});
+            const std::string_view text = rest.substr(piece.begin, piece.closing - piece.begin);
+            lines({snapshot_.paths().live, text, next});
+            const size_t line = next + breaks(text);
+            next = line + breaks(rest.substr(piece.closing, piece.end - piece.closing));
             if (!piece.fault.ok()) {
                 finding(at(line) + piece.fault.refusal);
             } else {

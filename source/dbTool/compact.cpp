@@ -6,11 +6,11 @@
 #include "dbTool/writer.h"
 
 void compact(const store::Paths& paths, bool force) {
-    if (isMissing(paths.live)) {
+    if (isMissing(livePlace(paths))) {
         std::cout << paths.live << ": there is no such file; nothing to do\n";
         return;
     }
-    Writer writer(paths.live);
+    Writer writer(paths);
     const Snapshot snapshot(paths);
     requireSound(snapshot);
     Faults ignored;

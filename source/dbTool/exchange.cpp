@@ -84,14 +84,14 @@ Status importChanges(const store::Paths& paths, const ImportOptions& options) {
     const std::string text = readInput(options.file);
     std::optional<Writer> writer;
     if (!options.dryRun)
-        writer.emplace(paths.live);
+        writer.emplace(paths);
     const Snapshot snapshot(paths);
     requireSound(snapshot);
     store::Model model;
     loadPresent(snapshot, options, model);
     Faults faults;
     const size_t lines = apply({options.file == "-" ? "standard input" : options.file, text}, model, faults);
-    for (const Fault& fault : faults.rows)
+    for (const Fault& fault : faults.rows())
         std::cerr << "ostrelDbTool: " << fault.whole() << '\n';
     if (faults.losses() != 0) {
         std::cerr << "ostrelDbTool: nothing is imported\n";

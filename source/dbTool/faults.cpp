@@ -10,17 +10,20 @@ std::string Fault::place() const {
 }
 
 void Faults::fault(const store::LinePlace& place, store::LineFault fault, const char* reason) {
-    rows.push_back({place.path, place.number, reason, std::string(place.text), fault});
+    add({place.path, place.number, reason, std::string(place.text), fault});
 }
 
-size_t Faults::losses() const { return static_cast<size_t>(std::ranges::count_if(rows, &Fault::isLoss)); }
+void Faults::add(Fault fault) {
+    losses_ += fault.isLoss() ? 1U : 0U;
+    rows_.push_back(std::move(fault));
+}
 
 std::string counted(size_t count, const std::string& noun) {
     return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }
 
 void requireConsent(const Faults& faults, bool isGiven) {
-    for (const Fault& fault : faults.rows) {
+    for (const Fault& fault : faults.rows()) {
         if (fault.isLoss())
             std::cerr << "ostrelDbTool: " << (isGiven ? "dropped: " : "would be dropped: ") << fault.whole()
                       << '\n';

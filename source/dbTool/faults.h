@@ -25,9 +25,14 @@ class Faults final : public store::LoadReport {
 public:
     void fault(const store::LinePlace& place, store::LineFault fault, const char* reason) override;
 
-    size_t losses() const;
+    void add(Fault fault);
 
-    std::vector<Fault> rows;
+    const std::vector<Fault>& rows() const { return rows_; }
+    size_t losses() const { return losses_; }
+
+private:
+    std::vector<Fault> rows_;
+    size_t losses_ = 0;  // among them
 };
 
 // "1 line", "2 lines".

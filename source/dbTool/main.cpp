@@ -1,9 +1,14 @@
 // ostrelDbTool: checks, shows, moves and repairs the database files without the daemon.
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <functional>
 #include <iostream>
+#include <optional>
 
+#include "db/links.h"
 #include "dbTool/commands.h"
 
 namespace {
@@ -24,13 +29,29 @@ struct Arguments {
     std::function<Status(const store::Paths&)> run;
 };
 
+// An image's links lead to places in the image, not on the machine that builds it.
+std::string inside(const std::string& root, const std::string& fixed) {
+    const std::string path = root + fixed;
+    std::optional<std::string> place = store::followLinks(store::systemFiles, path, root);
+    if (!place)
+        throw Failure(path + ": " + std::strerror(errno));
+    return *std::move(place);
+}
+
 store::Paths pathsOf(const Arguments& words) {
     const auto choose = [&](const std::string& given, const char* fixed) {
-        return given.empty() ? words.root + fixed : given;
+        return !given.empty() ? given : words.root.empty() ? std::string(fixed) : inside(words.root, fixed);
     };
-    return {.defaults = choose(words.paths.defaults, store::fixedDefaults),
-            .live = choose(words.paths.live, store::fixedLive),
-            .templates = choose(words.paths.templates, store::fixedTemplates)};
+    store::Paths paths{.defaults = choose(words.paths.defaults, store::fixedDefaults),
+                       .live = words.paths.live,
+                       .templates = choose(words.paths.templates, store::fixedTemplates)};
+    if (paths.live.empty()) {
+        // The live file itself may be a link, beside which the lock is; only its folder must be in the image.
+        const std::filesystem::path live(store::fixedLive);
+        paths.live = choose("", live.parent_path().c_str()) + '/' + live.filename().string();
+        paths.root = words.root;
+    }
+    return paths;
 }
 
 template <class Use>

@@ -29,9 +29,9 @@ Salvage salvageOnto(const DamagedFile& file, bool singleLines, store::Model& mod
     return salvage({file.path, rest, file.scan.badLine}, file.scan.lastNumber, singleLines, model);
 }
 
-void reportSound(const std::string& path) {
-    std::cout << path << " is sound\n";
-    const std::filesystem::path live(path);
+void reportSound(const store::Paths& paths) {
+    std::cout << paths.live << " is sound\n";
+    const std::filesystem::path live(livePlace(paths));
     const std::string kept = live.filename().string() + ".damaged-";
     std::error_code none;
     for (const auto& entry : std::filesystem::directory_iterator(live.parent_path(), none)) {
@@ -41,7 +41,7 @@ void reportSound(const std::string& path) {
 }
 
 size_t print(const Faults& faults) {
-    for (const Fault& fault : faults.rows) {
+    for (const Fault& fault : faults.rows()) {
         if (fault.isLoss())
             std::cout << fault.whole() << '\n';
     }
@@ -101,7 +101,7 @@ Status repairLive(const Snapshot& snapshot, Writer* writer, bool singleLines) {
         case store::LogScan::End::damaged:
             return rewriteLive(snapshot, file, writer, singleLines);
         default:
-            reportSound(file.path);
+            reportSound(snapshot.paths());
             return Status::done;
     }
 }
@@ -171,8 +171,8 @@ bool isSameFile(const std::string& left, const std::string& right) {
 }  // namespace
 
 Status repair(const store::Paths& paths, const RepairOptions& options) {
-    const bool isOfLive = options.file.empty() || isSameFile(options.file, paths.live);
-    if (isMissing(paths.live)) {
+    const bool isOfLive = options.file.empty() || isSameFile(options.file, livePlace(paths));
+    if (isMissing(livePlace(paths))) {
         if (!isOfLive)
             throw Failure(paths.live +
                           ": there is no such file; put a copy of the kept one there and repair that");
@@ -181,7 +181,7 @@ Status repair(const store::Paths& paths, const RepairOptions& options) {
     }
     std::optional<Writer> lock;
     if (!options.dryRun)
-        lock.emplace(paths.live);
+        lock.emplace(paths);
     Writer* writer = lock ? &*lock : nullptr;
     const Snapshot snapshot(paths);
     return isOfLive ? repairLive(snapshot, writer, options.lines)

@@ -30,10 +30,9 @@ private:
     void takeWhole(const store::LogPiece& piece, const store::SourceText& text) {
         const uint64_t missing = piece.number - result_.lastNumber - 1;
         if (missing > broken_) {
-            result_.faults.rows.push_back(
-                {text.path, text.firstLine,
-                 counted(missing - broken_, "transaction") + " before this line missing", "",
-                 store::LineFault::bad});
+            result_.faults.add({text.path, text.firstLine,
+                                counted(missing - broken_, "transaction") + " before this line missing", "",
+                                store::LineFault::bad});
         }
         loadChanges(text, model_, result_.faults);
         result_.lastNumber = piece.number;

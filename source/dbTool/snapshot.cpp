@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "db/files.h"
+#include "db/links.h"
 #include "dbTool/failure.h"
 #include "dbTool/faults.h"
 
@@ -27,6 +28,26 @@ bool isMissing(const std::string& path) {
     return !std::filesystem::exists(path, error) && !error;
 }
 
+std::string livePlace(const store::Paths& paths) {
+    std::optional<std::string> place = store::followLinks(store::systemFiles, paths.live, paths.root);
+    if (!place)
+        throw Failure(paths.live + ": " + std::strerror(errno));
+    return *std::move(place);
+}
+
+namespace {
+
+// To open what is no file may block.
+std::optional<std::string> readLive(const store::Paths& paths) {
+    const std::string place = livePlace(paths);
+    struct stat status {};
+    if (stat(place.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+        throw Failure("cannot read " + paths.live + ": it is " + store::kindOf(status.st_mode));
+    return readFile(place);
+}
+
+}  // namespace
+
 Snapshot::Snapshot(store::Paths paths) : paths_(std::move(paths)) {
     const auto read = [this](const std::string& path) {
         std::optional<std::string> text = readFile(path);
@@ -36,7 +57,7 @@ Snapshot::Snapshot(store::Paths paths) : paths_(std::move(paths)) {
     };
     templates_ = read(paths_.templates);
     defaults_ = read(paths_.defaults);
-    live_ = readFile(paths_.live).value_or("");
+    live_ = readLive(paths_).value_or("");
     scan_ = store::scanLog(live_);
 }
 

@@ -18,6 +18,9 @@ std::optional<std::string> readFile(const std::string& path);
 // False also when nobody can tell.
 bool isMissing(const std::string& path);
 
+// Where the live file is, links followed. Throws Failure when they go round in a circle.
+std::string livePlace(const store::Paths& paths);
+
 class Snapshot {
 public:
     // A missing file counts as empty. Throws Failure when one cannot be read.

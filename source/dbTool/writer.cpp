@@ -5,49 +5,45 @@
 #include <iostream>
 
 #include "db/grammar.h"
-#include "db/lock.h"
 #include "dbTool/failure.h"
 
 namespace {
 
-void requireUnchanged(store::LiveLog& log, const Snapshot& snapshot) {
+// What the log is about to change is what the snapshot holds.
+void takeOver(store::LiveLog& log, const Snapshot& snapshot, const store::LogScan& scan) {
     if (log.read() != snapshot.live())
         throw Failure(log.path() + " was changed by someone else meanwhile");
+    log.recover(scan, snapshot.live());
+    log.settle();
 }
 
 }  // namespace
 
-Writer::Writer(const std::string& livePath) : lock_(store::systemFiles) {
-    const std::string directory = store::directoryOf(livePath);
-    if (!makeDirectories(store::systemFiles, directory))
-        throw Failure("cannot make " + directory + ": " + std::strerror(errno));
-    if (tryLock(lock_, livePath))
+Writer::Writer(const store::Paths& paths) : lock_(store::systemFiles, paths.live) {
+    if (lock_.take())
         return;
-    if (lock_.isOpen() && errno == EWOULDBLOCK)
+    if (errno == EWOULDBLOCK)
         throw Failure("a daemon has the database; stop it first, or make the change through it",
                       Status::inUse);
-    // Unlike the daemon, the tool can do without a write.
-    throw Failure("cannot lock " + livePath + ".lock: " + std::strerror(errno));
+    throw Failure("cannot lock " + lock_.path() + ": " + std::strerror(errno));
 }
 
 void Writer::cutTornTail(const Snapshot& snapshot) {
     const std::string& path = snapshot.paths().live;
-    store::LiveLog log(store::systemFiles, path);
-    requireUnchanged(log, snapshot);
-    log.recover(snapshot.scan());
+    store::LiveLog log(store::systemFiles, path, snapshot.paths().root);
+    takeOver(log, snapshot, snapshot.scan());
     if (!log.isTrusted())
         throw Failure(path + " could not be cut back");
 }
 
 void Writer::write(const Snapshot& snapshot, const store::Model& model, uint64_t lastNumber, bool keep) {
     const std::string& path = snapshot.paths().live;
-    store::LiveLog log(store::systemFiles, path);
-    requireUnchanged(log, snapshot);
+    store::LiveLog log(store::systemFiles, path, snapshot.paths().root);
     // The whole file is replaced: there is no tail to cut, and what is to be kept says the caller.
     store::LogScan scan = snapshot.scan();
     scan.end = store::LogScan::End::whole;
     scan.lastNumber = lastNumber;
-    log.recover(scan);
+    takeOver(log, snapshot, scan);
     if (keep)
         log.keepAtRewrite();
     store::LineWriter lines;

@@ -1,15 +1,15 @@
 // The right to write the live file, and the writing.
 #pragma once
 
-#include "db/files.h"
 #include "db/liveLog.h"
+#include "db/lock.h"
 #include "dbTool/snapshot.h"
 
 class Writer {
 public:
     // Takes the store's lock for the object's life; a snapshot that is taken after that stays true. Throws
     // Failure: Status::inUse when a daemon has the lock.
-    explicit Writer(const std::string& livePath);
+    explicit Writer(const store::Paths& paths);
 
     // Replaces the live file by the model's changes, durably. lastNumber: of the last transaction so far; the
     // new one counts on from it. keep: the old file stays beside as ostrdb.txt.damaged-N. Throws Failure.
@@ -19,7 +19,7 @@ public:
     void cutTornTail(const Snapshot& snapshot);
 
 private:
-    store::File lock_;
+    store::Lock lock_;
 };
 
 // Throws Failure when the live file is damaged: what stands behind the damage would be lost by a rewrite.

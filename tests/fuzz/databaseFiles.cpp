@@ -23,16 +23,18 @@ public:
         loadDefaults({"", defaults}, model_, *this);
         loadChanges({"", changes}, model_, *this);
         model_.visitChanges(writer_);
+        require(writer_.lines == model_.changes() && writer_.text.size() == model_.changedBytes(),
+                "the changes are as long as they count");
         model_.visitCells(*this);
     }
     void fault(const LinePlace&, LineFault, const char*) override {}
     void instance(const RowKey& key, const InstanceCell& cell) override {
         add(std::string(key.name), cell.owner, cell);
-        cell.present ? writer_.instance(key, cell) : writer_.removed(key);
+        cell.present ? writer_.instance(key, cell) : writer_.removed(key, Origin::unknown);
     }
     void cell(const RowKey& key, const Cell& cell) override {
         add(key.wholeName(), key.index, cell);
-        cell.present ? writer_.value(key, cell) : writer_.erased(key);
+        cell.present ? writer_.value(key, cell) : writer_.erased(key, Origin::unknown);
     }
     bool operator==(const Contents& other) const { return writer_.text == other.writer_.text; }
 
@@ -127,7 +129,7 @@ std::string closeTransactions(const std::string& input) {
     }
     live += input.substr(input.rfind('\x1D') + 1);
     require(scanLog(live).goodBytes >= good, "good transactions count");
-    size_t end = 0;
+    size_t end = byteOrderMarkSize(live);
     for (const LogPiece& piece : splitLog(live)) {
         require(piece.begin == end && piece.closing <= piece.end && (end >= good || piece.number != 0),
                 "the pieces of a log are all of it");
@@ -146,6 +148,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::istringstream parts(std::string(data, data + size));
     for (std::string* part : {&store.templates, &store.defaults, &changes, &operations})
         std::getline(parts, *part, '\x1C');
+    // A missing file is another matter: changes that it may explain are not forgotten.
+    for (std::string* part : {&store.templates, &store.defaults})
+        part->append(part->empty() ? 1 : 0, '\n');
     std::string live = closeTransactions(changes);
     store.disk.write(liveFile, live);
     live.resize(scanLog(live).goodBytes);

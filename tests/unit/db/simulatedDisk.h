@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -68,7 +70,51 @@ public:
 
         bool hasFailed() const { return first != 0 && calls >= first; }
     } faults;
-    bool hasLinks = true;
+    bool hasLinks = true;  // hard ones
+    std::map<std::string, std::string> symlinks;
+    bool isLockedElsewhere = false;
+    bool isReadOnly = false;  // nothing can be created
+    std::function<void(const std::string&)> beforeWrite;
+    // For the bytes of all files; at first without a limit.
+    size_t capacity = SIZE_MAX;
+
+    size_t usedBytes() const {
+        std::set<NodePtr> nodes;
+        for (const auto& [path, node] : names_)
+            nodes.insert(node);
+        size_t used = 0;
+        for (const NodePtr& node : nodes)
+            used += node->bytes.size();
+        return used;
+    }
+    size_t freeBytes() const {
+        return capacity == SIZE_MAX ? capacity : capacity - std::min(usedBytes(), capacity);
+    }
+    // With all that is in it, durably.
+    void removeFolder(const std::string& folder) {
+        for (Names* names : {&names_, &forcedNames_})
+            std::erase_if(*names, [&](const auto& entry) {
+                return entry.first == folder || entry.first.starts_with(folder + '/');
+            });
+    }
+    void addFolder(const std::string& folder) {
+        for (size_t slash = folder.find('/', 1);; slash = folder.find('/', slash + 1)) {
+            const NodePtr node = std::make_shared<Node>(Node{.isFolder = true});
+            names_.try_emplace(folder.substr(0, slash), node);
+            forcedNames_.try_emplace(folder.substr(0, slash), node);
+            if (slash == std::string::npos)
+                return;
+        }
+    }
+    bool isFolder(const std::string& path) const { return find(path) && find(path)->isFolder; }
+    bool isFile(const std::string& path) const { return find(path) && !find(path)->isFolder; }
+    // From outside, in the same file.
+    void change(const std::string& path, const std::string& bytes) {
+        find(path)->bytes = find(path)->forced = bytes;
+        find(path)->unforced.clear();
+    }
+    mode_t modeOf(const std::string& path) const { return find(path)->mode; }
+    void setMode(const std::string& path, mode_t mode) { find(path)->mode = mode; }
 
 private:
     struct Change {
@@ -81,6 +127,7 @@ private:
         std::string bytes{};
         std::string forced{};
         std::vector<Change> unforced{};
+        mode_t mode = 0644;
     };
     using NodePtr = std::shared_ptr<Node>;
     // Of one folder when it is a change, which is made whole or not at all; null: the name goes.
@@ -147,7 +194,7 @@ private:
             NodePtr& copy = copies[node];
             if (!copy) {
                 const std::string kept = node == changed ? bytes : flushed(*node);
-                copy = std::make_shared<Node>(Node{node->isFolder, kept, kept, {}});
+                copy = std::make_shared<Node>(Node{node->isFolder, kept, kept, {}, node->mode});
             }
             disk.names_[path] = disk.forcedNames_[path] = copy;
         }
@@ -155,6 +202,8 @@ private:
     }
 
     NodePtr find(const std::string& path) const {
+        if (const auto link = symlinks.find(path); link != symlinks.end())
+            return find(link->second);
         const auto found = names_.find(path);
         return found != names_.end() ? found->second : nullptr;
     }
@@ -200,14 +249,17 @@ private:
         template <auto call>
         static constexpr auto tried = [](auto... arguments) { return fails() ? -1 : call(arguments...); };
 
-        static int open(const char* path, int flags, mode_t) {
+        static int open(const char* path, int flags, mode_t mode) {
             NodePtr node = current->find(path);
             if (node && (flags & O_EXCL) != 0)
                 return failure(EEXIST);
             if (!node && ((flags & O_CREAT) == 0 || !current->find(store::directoryOf(path))))
                 return failure(ENOENT);
+            if (!node && current->isReadOnly)
+                return failure(EROFS);
             if (!node) {
                 node = std::make_shared<Node>();
+                node->mode = mode;
                 current->name({{path, node}});
             }
             if ((flags & O_TRUNC) != 0 && !node->bytes.empty())
@@ -225,9 +277,18 @@ private:
         }
         // Always behind what is there: the store opens what it writes with O_APPEND, or anew.
         static ssize_t write(int fd, const void* bytes, size_t size) {
+            if (current->beforeWrite)
+                current->beforeWrite(current->open_.at(fd).path);
             const bool isFailing = fails();
             const int error = errno;
             size = std::min(size, size_t{600});
+            const size_t free = isFailing ? size : current->freeBytes();
+            if (free < size && !isFailing) {
+                errno = ENOSPC;
+                if (free == 0)
+                    return -1;
+                size = free;
+            }
             const size_t taken = !isFailing ? size : error == EINTR ? 0 : size / 2;
             Node& node = *current->open_.at(fd).node;
             current->change(node,
@@ -255,12 +316,28 @@ private:
             *status = {};
             status->st_ino = reinterpret_cast<ino_t>(node.get());
             status->st_size = static_cast<off_t>(node->bytes.size());
-            status->st_mode = node->isFolder ? S_IFDIR : S_IFREG;
+            status->st_mode = (node->isFolder ? S_IFDIR : S_IFREG) | node->mode;
             return 0;
+        }
+        static int fchown(int, uid_t, gid_t) { return failure(EPERM); }
+        static int fchmod(int fd, mode_t mode) {
+            current->open_.at(fd).node->mode = mode;
+            return 0;
+        }
+        static int statvfs(const char*, struct statvfs* status) {
+            *status = {};
+            status->f_bavail = current->freeBytes();
+            status->f_frsize = 1;
+            return 0;
+        }
+        static ssize_t readlink(const char* path, char* target, size_t room) {
+            const auto link = current->symlinks.find(path);
+            return link != current->symlinks.end() ? static_cast<ssize_t>(link->second.copy(target, room))
+                                                   : failure(EINVAL);
         }
         static int fstat(int fd, struct stat* status) { return tell(current->open_.at(fd).node, status); }
         static int stat(const char* path, struct stat* status) { return tell(current->find(path), status); }
-        static int flock(int, int) { return 0; }
+        static int flock(int, int) { return current->isLockedElsewhere ? failure(EWOULDBLOCK) : 0; }
         static int rename(const char* from, const char* to) {
             const NodePtr node = current->find(from);
             return node ? current->name({{from, nullptr}, {to, node}}) : failure(ENOENT);
@@ -279,10 +356,10 @@ private:
                        ? current->name({{path, std::make_shared<Node>(Node{.isFolder = true})}})
                        : failure(ENOENT);
         }
-        static constexpr store::FileCalls table = {tried<open>,   close,        tried<read>,     write,
-                                                   force,         force,        tried<truncate>, tried<fstat>,
-                                                   tried<stat>,   tried<flock>, tried<rename>,   tried<link>,
-                                                   tried<unlink>, tried<mkdir>};
+        static constexpr store::FileCalls table = {
+            tried<open>,     close,        tried<read>,   write,         force,         force,
+            tried<truncate>, tried<fstat>, fchown,        tried<fchmod>, tried<stat>,   tried<statvfs>,
+            readlink,        tried<flock>, tried<rename>, tried<link>,   tried<unlink>, tried<mkdir>};
     };
 
     Names names_;
