@@ -242,7 +242,7 @@ LogScan scanLog(std::string_view text) {
         if (scan.lacksNewline)
             break;
     }
-    scan.badLine = scan.goodLines + scan.transactions + 1;
+    scan.badLine = scan.goodLines + scan.transactions + (scan.lacksNewline ? 0 : 1);
     if (scan.goodBytes < text.size())
         scan.end = isTorn(text.substr(scan.goodBytes)) ? LogScan::End::torn : LogScan::End::damaged;
     return scan;

@@ -41,6 +41,19 @@ void checkFactoryFile(DoctorReport& report, const char* path) {
         report.ok("factory file", std::string(path) + ": " + std::to_string(size) + " bytes");
 }
 
+// Those whose name is the file's with the suffix and more behind it.
+std::vector<fs::path> filesBeside(const fs::path& file, const std::string& suffix) {
+    std::vector<fs::path> files;
+    std::error_code error;
+    for (fs::directory_iterator entry(file.parent_path(), error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().filename().string().starts_with(file.filename().string() + suffix))
+            files.push_back(entry->path());
+    }
+    std::ranges::sort(files);
+    return files;
+}
+
 void checkLiveFile(DoctorReport& report) {
     const fs::path live = store::fixedLive;
     std::error_code error;
@@ -53,17 +66,15 @@ void checkLiveFile(DoctorReport& report) {
     else
         report.bad("live file", live.string() + ": " + error.message(), "see that the daemon can read it");
 
-    const std::string kept = live.filename().string() + ".damaged-";
-    std::vector<fs::path> files;
-    for (fs::directory_iterator entry(live.parent_path(), error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (entry->path().filename().string().starts_with(kept))
-            files.push_back(entry->path());
-    }
-    std::ranges::sort(files);
-    for (const fs::path& file : files)
+    // The copies are where the file is, when that is a link.
+    const fs::path place = fs::weakly_canonical(live, error);
+    for (const fs::path& file : filesBeside(place, ".damaged-"))
         report.warn("damaged file", file.string() + " was kept: changes of the device may be in it only",
                     "stop the daemon, run ostrelDbTool repair " + file.string() + ", then delete it");
+    for (const fs::path& file : filesBeside(place, ".dropped-"))
+        report.warn("dropped changes", file.string() + " was kept: the firmware did not allow what it says",
+                    "stop the daemon, run ostrelDbTool import " + file.string() +
+                        " when a firmware allows it again, then delete it");
 }
 
 State stateOf(const std::string& line) {

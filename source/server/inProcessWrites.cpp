@@ -58,6 +58,17 @@ void storeWrites(const OstrelValues& values) {
     }
 }
 
+// Without memory, too, nothing stays open: the next transaction would go on with it.
+template <typename Body>
+int inTransaction(long handle, Body body) {
+    try {
+        return body() && database->dataCommit(handle) == 0 ? 1 : 0;
+    } catch (...) {
+        database->dataWriteRollback(handle);
+        throw;
+    }
+}
+
 int applyWrites(const OstrelValues& values) {
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
@@ -65,11 +76,13 @@ int applyWrites(const OstrelValues& values) {
                       "warning, dataStartWriteTransaction returned invalid handle");
         return 0;
     }
-    for (int i = 0; i < values.count; ++i) {
-        if (!OstrelDoWrite(handle, values.values[i]))
-            return 0;
-    }
-    return database->dataCommit(handle) == 0 ? 1 : 0;
+    return inTransaction(handle, [&] {
+        for (int i = 0; i < values.count; ++i) {
+            if (!OstrelDoWrite(handle, values.values[i]))
+                return false;
+        }
+        return true;
+    });
 }
 
 // Applies one removal or instantiation in a transaction of its own.
@@ -79,7 +92,7 @@ int applyOne(const char* function, OstrelValue& operation, bool (*applier)(long,
         OSTREL_LOG_AS(function, logLevel::error, "Cannot start write transaction");
         return 0;
     }
-    return applier(handle, &operation) && database->dataCommit(handle) == 0 ? 1 : 0;
+    return inTransaction(handle, [&] { return applier(handle, &operation); });
 }
 
 int deinstanciate(const char* function, const char* name, unsigned int kind, unsigned int pKey,

@@ -171,6 +171,36 @@ TEST_F(DbTool, WhatIsDumpedAndExportedReadsBack) {
     EXPECT_FALSE(contains(daemon.log(), live + ":")) << daemon.log();
 }
 
+TEST_F(DbTool, LinksOfAnImageStayInTheImage) {
+    const std::string root = "/tmp/image";
+    const std::string exported = tool("export").output;
+    fs::create_directories(root + "/vemra/var");
+    fs::create_directories(root + "/data");
+    fs::copy("/vemra/default", root + "/vemra/default", fs::copy_options::recursive);
+    fs::create_symlink("/data/../../data/live.txt", root + live);
+    const auto importTo = [&](const std::string& place, const std::string& lock) {
+        expect(0, {}, "--root " + root + " import -", exported);
+        expect(0, {"1 good transaction with 9 changes"}, "--root " + root + " check");
+        EXPECT_TRUE(fs::exists(root + place) && fs::exists(root + lock)) << place;
+    };
+    importTo("/data/live.txt", live + ".lock");
+    fs::remove_all(root + "/vemra/var");
+    fs::create_symlink("/data", root + "/vemra/var");
+    importTo("/data/ostrdb.txt", "/data/ostrdb.txt.lock");
+    EXPECT_FALSE(fs::exists("/data"));
+    fs::remove(root + "/vemra/var");
+    fs::create_symlink("var", root + "/vemra/var");
+    expect(1, {"Too many levels of symbolic links"}, "--root " + root + " dump");
+}
+
+TEST_F(DbTool, TakesWhatAnEditorMakesOfTheFile) {
+    writeFile(live, "\xEF\xBB\xBF" + replaced(written.substr(0, written.size() - 1), "\n", "\r\n"));
+    EXPECT_EQ(tool("check"), (Outcome{0, "0 findings, 0 notes; 5 good transactions with 9 changes\n"}));
+    writeFile(live, replaced(readFile(live), "Dword 22", "Dword 23"));
+    expect(1, {":7: the checksum is wrong", "repair can save 2 behind it", "2 findings"}, "check");
+    expect(1, {":5: the checksum is wrong", "2 transactions"}, "repair");
+}
+
 TEST_F(DbTool, RepairSavesWhatItCanAndNamesTheRest) {
     const std::string second = "b Dword 22\nv[2] Dword 20\n";
     const std::string closing =

@@ -1,15 +1,35 @@
 // What was acknowledged is there after any end of the daemon.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "client.h"
 #include "daemon.h"
 
+namespace fs = std::filesystem;
+
 namespace {
+
+const std::string liveFile = "/vemra/var/ostrdb.txt";
 
 class Durability : public testing::Test {
 protected:
-    Durability() { daemon.factory("a Dword 0\nb Dword 0\n"); }
+    Durability() { daemon.factory("a Dword 0\nb Dword 0\ntext String \"\"\nmore String \"\"\n"); }
+
+    bool commit(std::uint32_t number) { return Client().commit({list(6, {dword("a", number)})}); }
+    static std::string writing(const std::string& name, std::size_t size, char letter = 'x') {
+        return list(6, {{.name = name, .value = text(std::string(size, letter)), .type = ostrelTypeString}});
+    }
+    // Restarted, the daemon reads the same.
+    void expectKept(std::uint32_t number) {
+        EXPECT_EQ(daemon.stop(), 0);
+        daemon.start();
+        EXPECT_EQ(Client().number("a"), number);
+    }
+
     Daemon daemon;
 };
 
@@ -28,6 +48,87 @@ TEST_F(Durability, ReadOnlyDiskRefusesCommitsAndServesReads) {
     EXPECT_EQ(Client().number("a"), 3U);
     EXPECT_EQ(daemon.stop(), 0);
     EXPECT_EQ(system("umount /vemra/var"), 0);
+}
+
+// A device with a full disk still boots, and helps itself where it can.
+TEST_F(Durability, FullDiskTakesCommitsWhereMostOfItIsSuperseded) {
+    fs::create_directories("/vemra/var");
+    ASSERT_EQ(system("mount -t tmpfs -o size=128k,mode=755 small /vemra/var"), 0);
+    daemon.start();
+    for (int i = 0; i < 12; ++i)
+        EXPECT_TRUE(Client().commit({writing("text", 4000, i % 2 == 0 ? 'x' : 'y')}));
+    EXPECT_TRUE(Client().commit({writing("text", 0)}));
+    EXPECT_GT(fs::file_size(liveFile), 48000U);
+    // Room for a copy of what is alive, but not for the next two values.
+    EXPECT_NE(system("head -c 1m /dev/zero >/vemra/var/other 2>/dev/null"), 0);
+    fs::resize_file("/vemra/var/other", fs::file_size("/vemra/var/other") - 4096);
+    EXPECT_TRUE(Client().commit({writing("text", 4000), writing("more", 4000)}));
+    EXPECT_LT(fs::file_size(liveFile), 10000U);
+    EXPECT_EQ(daemon.stop(), 0);
+    // Without room for a copy the tool says so, and the daemon serves what there is.
+    EXPECT_NE(system("head -c 1m /dev/zero >>/vemra/var/other 2>/dev/null"), 0);
+    const Outcome compacted = runTool("ostrelDbTool compact");
+    EXPECT_EQ(compacted.status, 1);
+    EXPECT_TRUE(matches(compacted.errors, "it takes [0-9]+ bytes, and 0 are free there")) << compacted.errors;
+    fs::remove(liveFile + ".lock");
+    EXPECT_NE(system("head -c 1m /dev/zero >>/vemra/var/other 2>/dev/null"), 0);
+    daemon.start();
+    EXPECT_EQ(Client().number("a"), 0U);
+    fs::remove("/vemra/var/other");
+    EXPECT_TRUE(commit(5));
+    expectKept(5);
+    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_EQ(system("umount /vemra/var"), 0);
+}
+
+TEST_F(Durability, LiveFileMayBeALinkAndIsNeverOpenedWhenItIsNoFile) {
+    fs::create_directories("/vemra/var");
+    fs::create_symlink("/tmp/data/settings.txt", liveFile);
+    daemon.start();
+    EXPECT_FALSE(commit(1)) << "not mounted";
+    EXPECT_FALSE(fs::exists("/tmp/data"));
+    fs::create_directories("/tmp/data");
+    EXPECT_TRUE(commit(2));
+    expectKept(2);
+    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_EQ(runTool("ostrelDbTool compact").status, 0);
+    EXPECT_TRUE(fs::is_symlink(liveFile));
+    EXPECT_TRUE(contains(readFile("/tmp/data/settings.txt"), "a Dword 2\n"));
+    EXPECT_TRUE(fs::exists(liveFile + ".lock"));
+    for (const char* kind : {"mkfifo ", "mkdir "}) {
+        fs::remove_all(liveFile);
+        ASSERT_EQ(system((kind + liveFile).c_str()), 0);
+        daemon.start();
+        EXPECT_EQ(Client().number("a"), 0U);
+        EXPECT_FALSE(commit(3));
+        EXPECT_EQ(daemon.stop(), 0);
+        EXPECT_EQ(runTool("ostrelDbTool check").status, 1);
+    }
+}
+
+TEST_F(Durability, ChildOfAPluginDoesNotKeepTheDatabase) {
+    daemon.script("p", "watch *\ninit leaveChild 30\n");
+    daemon.start();
+    EXPECT_TRUE(commit(1));
+    expectKept(1);
+}
+
+TEST_F(Durability, ModeOfTheLiveFileIsKept) {
+    daemon.start();
+    EXPECT_TRUE(commit(1));
+    fs::permissions(liveFile, fs::perms(0600));
+    EXPECT_EQ(chown(liveFile.c_str(), 7, 8), 0);
+    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_EQ(runTool("ostrelDbTool compact").status, 0);
+    daemon.start();
+    fs::remove_all("/vemra/var");
+    EXPECT_TRUE(commit(2));
+    struct stat info {};
+    ASSERT_EQ(stat(liveFile.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600U);
+    EXPECT_EQ(info.st_uid, 7U);
+    EXPECT_EQ(info.st_gid, 8U);
+    expectKept(2);
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 //   ENTRY write KEY PKEY NUMBER | ENTRY remove NAME PKEY | ENTRY removeOwner NAME OWNER
 //   ENTRY new TEMPLATE NAME OWNER | ENTRY read KEY PKEY | ENTRY reboot N | ENTRY return N
 //   ENTRY throw | ENTRY throwNumber | ENTRY sleep MILLISECONDS | ENTRY kill (the daemon)
-//   ENTRY odd TYPE | ENTRY fill KEY COUNT | ENTRY fork (a child that returns, too)
+//   ENTRY odd TYPE | ENTRY fill KEY COUNT | ENTRY fork (a child that returns, too) | ENTRY leaveChild SECONDS
 // The lines of an entry are carried out at each of its calls; the script is read again each time. "load" and
 // "getIoFuncs" stand for what comes before the first entry.
 #include <dlfcn.h>
@@ -115,6 +115,13 @@ int carryOut(const std::string& entry, int* reboot = nullptr) {
             if (child == 0)
                 return 1;
             waitpid(child, nullptr, 0);
+            continue;
+        }
+        if (words.at(0) == "leaveChild") {
+            if (fork() == 0) {
+                sleep(number(words.at(1)));
+                _exit(0);
+            }
             continue;
         }
         if (words.at(0) == "sleep")
