@@ -114,18 +114,18 @@ TEST_F(LiveFile, OneThatComesAfterTheStartIsNotReplaced) {
 TEST_F(LiveFile, KeepsItsModeOverARewriteAndItsCopiesHaveIt) {
     open();
     EXPECT_TRUE(change(1));
-    disk.setMode(liveFile, 0600);
+    disk.setMode(liveFile, 0640);
     disk.beforeWrite = [&](const std::string& path) {
-        EXPECT_TRUE(!disk.isFile(path) || disk.modeOf(path) == 0600) << path;
+        EXPECT_TRUE(!disk.isFile(path) || disk.modeOf(path) == 0640) << path;
     };
     EXPECT_TRUE(change(2));
     disk.write(liveFile, "changed by someone");
-    disk.setMode(liveFile, 0600);
+    disk.setMode(liveFile, 0640);
     disk.hasLinks = false;
     EXPECT_TRUE(change(3));
     disk.beforeWrite = nullptr;
-    EXPECT_EQ(disk.modeOf(liveFile), 0600U);
-    EXPECT_EQ(disk.modeOf(liveFile + std::string(".damaged-1")), 0600U);
+    EXPECT_EQ(disk.modeOf(liveFile), 0640U);
+    EXPECT_EQ(disk.modeOf(liveFile + std::string(".damaged-1")), 0640U);
 }
 
 TEST_F(LiveFile, WithoutTheLockAStartChangesNothingAndNoCommitSucceeds) {
@@ -185,7 +185,10 @@ TEST_F(LiveFile, IsMadeAgainWithItsFoldersAlsoByACommitOfNothing) {
     EXPECT_TRUE(change(1));
     for (const char* folder : {"/vemra/var", "/vemra"}) {
         disk.removeFolder(folder);
-        EXPECT_TRUE(change(1)) << "as committed already";
+        disk.isReadOnly = true;
+        EXPECT_FALSE(change(1)) << "as committed already, but nowhere to be found";
+        disk.isReadOnly = false;
+        EXPECT_TRUE(change(1));
         EXPECT_TRUE(contains(live(), "a Dword 1\n"));
         disk.removeFolder(folder);
         EXPECT_TRUE(change(2) && contains(live(), "a Dword 2\n") && change(1));
