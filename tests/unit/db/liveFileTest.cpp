@@ -27,7 +27,12 @@ protected:
 };
 
 TEST_F(LiveFile, IsRewrittenWhenMostOfItsBytesAreSuperseded) {
+    mayCreate = true;
     open();
+    // Lines enough that few of them are dead.
+    for (unsigned int index = 1; index <= 100; ++index)
+        EXPECT_TRUE(set("v", index, index));
+    EXPECT_TRUE(commit());
     for (int i = 0; i < 20; ++i) {
         EXPECT_TRUE(putText(60000 + static_cast<size_t>(i)));
         EXPECT_LT(live().size(), 250000U);
