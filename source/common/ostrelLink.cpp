@@ -58,6 +58,10 @@ private:
     int fd_;
 };
 
+// What the log calls the functions behind the public ones.
+constexpr char sendDataName[] = "sendData";
+constexpr char receiveDataName[] = "receiveData";
+
 bool stopRequested() {
     return ostrelLink::limits.stopRequested != nullptr && ostrelLink::limits.stopRequested->load() != 0;
 }
@@ -179,12 +183,13 @@ bool ostrelLink::sendData(unsigned int nbBytes, unsigned char* bytes) {
 
 bool ostrelLink::waitWritable(Clock::time_point lastProgress) {
     if (stopRequested()) {
-        OSTREL_LOG(logLevel::debug, "[ostrLink::sendData] Stopped while the peer does not read");
+        OSTREL_LOG_AS(sendDataName, logLevel::debug,
+                      "[ostrLink::sendData] Stopped while the peer does not read");
         return false;
     }
     if (limits.stall.count() != 0 && untilLimit(lastProgress).count() <= 0) {
-        OSTREL_LOG(logLevel::error, "[ostrLink::sendData] Peer has taken nothing for %d ms",
-                   static_cast<int>(limits.stall.count()));
+        OSTREL_LOG_AS(sendDataName, logLevel::error, "[ostrLink::sendData] Peer has taken nothing for %d ms",
+                      static_cast<int>(limits.stall.count()));
         return false;
     }
     // The wait is short because the socket takes data long before poll calls it writable.
@@ -200,7 +205,7 @@ bool ostrelLink::receiveData(unsigned int nbBytes, unsigned char* bytes) {
 
 bool ostrelLink::receive(unsigned int nbBytes, unsigned char* bytes, Frame& frame) {
     if (fd == -1) {
-        OSTREL_LOG(logLevel::error, "[ostrLink::rxData] No socket opened");
+        OSTREL_LOG_AS(receiveDataName, logLevel::error, "[ostrLink::rxData] No socket opened");
         return false;
     }
     std::size_t left = nbBytes;
@@ -211,7 +216,7 @@ bool ostrelLink::receive(unsigned int nbBytes, unsigned char* bytes, Frame& fram
             bytes += received;
             frame.begun = true;
         } else if (received == 0 || errno != EAGAIN || !waitReadable(frame)) {
-            OSTREL_LOG(logLevel::debug, "[ostrLink::rxData] Rx Error or socket closed");
+            OSTREL_LOG_AS(receiveDataName, logLevel::debug, "[ostrLink::rxData] Rx Error or socket closed");
             return false;
         }
     }
@@ -228,8 +233,9 @@ bool ostrelLink::waitReadable(Frame& frame) {
             frame.waitingSince = Clock::now();
         timeout = std::min(timeout, untilLimit(*frame.waitingSince));
         if (timeout.count() <= 0) {
-            OSTREL_LOG(logLevel::error, "[ostrLink::rxData] Frame not complete after %d ms",
-                       static_cast<int>(limits.stall.count()));
+            OSTREL_LOG_AS(receiveDataName, logLevel::error,
+                          "[ostrLink::rxData] Frame not complete after %d ms",
+                          static_cast<int>(limits.stall.count()));
             return false;
         }
     }
@@ -239,7 +245,7 @@ bool ostrelLink::waitReadable(Frame& frame) {
     poll(&wait, 1, static_cast<int>(timeout.count()));
     // Urgent data makes the socket readable without a byte to read: waiting on would spin.
     if ((wait.revents & POLLPRI) != 0) {
-        OSTREL_LOG(logLevel::error, "[ostrLink::rxData] Urgent data");
+        OSTREL_LOG_AS(receiveDataName, logLevel::error, "[ostrLink::rxData] Urgent data");
         return false;
     }
     return true;

@@ -4,15 +4,32 @@
 
 #include <chrono>
 #include <optional>
+#include <sstream>
 #include <thread>
 #include <vector>
 
+#include "common/ostrelUtils.h"
 #include "unit/capture.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using Bytes = std::vector<unsigned char>;
+
+// The lines of the body without their prefixes, which must name the public function that a line belongs to.
+template <typename Body>
+std::string linesOf(Body body) {
+    showPrefix = 1;
+    std::istringstream log(outputOf(body));
+    showPrefix = 0;
+    std::string lines;
+    for (std::string line; std::getline(log, line);) {
+        EXPECT_TRUE(!contains(line, "::rxData]") || contains(line, ":receiveData():")) << line;
+        EXPECT_TRUE(!contains(line, "endData]") || contains(line, ":sendData():")) << line;
+        lines += line.substr(line.find_first_not_of(' ', line.find("():") + 3)) + '\n';
+    }
+    return lines;
+}
 
 class Link : public testing::Test {
 protected:
@@ -54,14 +71,22 @@ TEST_F(Link, FramesCarryACounterThatWraps) {
 
 TEST_F(Link, ATooLongFrameAndAPeerThatClosesInsideOneAreFailures) {
     fromPeer({3, 0, 0, 0, 0, 0, 0, 0});
-    EXPECT_EQ(outputOf([&] { EXPECT_FALSE(receive(2)); }),
+    EXPECT_EQ(linesOf([&] { EXPECT_FALSE(receive(2)); }),
               "\033[41m**** ERROR ****\033[m [receive] Buffer too small 3 vs 2\n");
     fromPeer({3, 0, 0, 0, 0, 0, 0, 0, 'a'});
     peer.reset();
-    EXPECT_EQ(outputOf([&] { EXPECT_FALSE(receive(8)); }), "[ostrLink::rxData] Rx Error or socket closed\n");
+    EXPECT_EQ(linesOf([&] { EXPECT_FALSE(receive(8)); }), "[ostrLink::rxData] Rx Error or socket closed\n");
     EXPECT_TRUE(
-        contains(outputOf([&] { EXPECT_FALSE(send({'x'})); }), "[ostrLink::sendData] SendData Error :%w\n"));
+        contains(linesOf([&] { EXPECT_FALSE(send({'x'})); }), "[ostrLink::sendData] SendData Error :%w\n"));
     EXPECT_FALSE(link->usable());
+}
+
+TEST_F(Link, WithoutASocketAllFails) {
+    ostrelLink none;
+    unsigned int word = 0;
+    const std::string lines = linesOf([&] { EXPECT_FALSE(none.read32(&word) || none.write32(word)); });
+    EXPECT_TRUE(contains(lines, "[ostrLink::rxData] No socket opened\n"));
+    EXPECT_TRUE(contains(lines, "[ostrLink::SendData] No socket opened\n"));
 }
 
 // A silent peer is waited for, a begun frame is not, however often a byte of it comes.
@@ -74,7 +99,7 @@ TEST_F(Link, DribbledFrameIsGivenUp) {
         }
     });
     auto start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(contains(outputOf([&] { EXPECT_FALSE(receive(4096)); }),
+    EXPECT_TRUE(contains(linesOf([&] { EXPECT_FALSE(receive(4096)); }),
                          "[ostrLink::rxData] Frame not complete after 200 ms\n"));
     auto took = std::chrono::steady_clock::now() - start;
     EXPECT_TRUE(took > 400ms && took < 2s) << took / 1ms;
@@ -96,7 +121,7 @@ TEST_F(Link, SlowReaderGetsAll) {
     EXPECT_TRUE(send(answer)) << (link.reset(), "the reader must not wait for the rest");
     reader.join();
     ASSERT_TRUE(link);
-    EXPECT_TRUE(contains(outputOf([&] { EXPECT_FALSE(send(answer)); }),
+    EXPECT_TRUE(contains(linesOf([&] { EXPECT_FALSE(send(answer)); }),
                          "[ostrLink::sendData] Peer has taken nothing for 300 ms\n"));
 }
 
