@@ -167,14 +167,14 @@ bool ostrelLink::sendData(unsigned int nbBytes, unsigned char* bytes) {
             continue;
         }
         if (errno != EAGAIN) {
+            sending_ = errno == EPIPE || errno == ECONNRESET ? Sending::peerGone : Sending::givenUp;
             OSTREL_LOG(logLevel::error, "[ostrLink::sendData] SendData Error :%%w");
-            sendFailed_ = true;
             return false;
         }
         if (!lastProgress)
             lastProgress = Clock::now();
         if (!waitWritable(*lastProgress)) {
-            sendFailed_ = true;
+            sending_ = Sending::givenUp;
             return false;
         }
     }

@@ -53,11 +53,16 @@ public:
     // on a socket whose urgent byte made it look readable.
     bool receiveReadyMessage(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer);
 
-    // False once a send has failed: part of a frame may be out, so nothing that follows would be understood.
-    bool usable() const { return !sendFailed_; }
+    // True once a send has found that the peer has closed its end. What it sent before can still be received,
+    // and sending is tried all the same.
+    bool peerGone() const { return sending_ == Sending::peerGone; }
+    // False once a send was given up for another reason, such as a peer that does not read: part of a frame
+    // may be out, so nothing that follows would be understood.
+    bool usable() const { return sending_ != Sending::givenUp; }
 
 private:
     struct Frame;
+    enum class Sending { works, peerGone, givenUp };
 
     bool receive(unsigned int nbBytes, unsigned char* bytes, Frame& frame);
     bool receiveFrame(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer,
@@ -65,7 +70,7 @@ private:
     bool waitReadable(Frame& frame);
     bool waitWritable(std::chrono::steady_clock::time_point lastProgress);
 
-    bool sendFailed_ = false;
+    Sending sending_ = Sending::works;
 };
 
 bool _SetCloseOnExec(int fd);

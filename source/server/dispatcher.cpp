@@ -43,7 +43,8 @@ bool serveConnect(ostrelConnection& connection, Payload payload) {
     return true;
 }
 
-// True unless the answer could not be sent whole: the client could not make sense of what follows.
+// True unless the client did not take the answer: it could not make sense of what follows. One that has
+// closed stays until all is served that it sent before, which may be a whole write sequence.
 bool serveRead(ReadHandler handler, ostrelConnection& connection, Payload payload) {
     Payload body = payload.subspan(codeSize);
     BllGuard guard;

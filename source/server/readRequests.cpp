@@ -105,6 +105,9 @@ int serve(const char* function, Answer (*answerTo)(const Entries&), unsigned int
         bool failed = !answer;
         if (failed)
             answer.emplace(messageCode::failureAnswer);
+        // That it is gone has been logged; each of many requests would say it again.
+        if (link->peerGone())
+            return 0;
         auto list = answer->bytes();
         if (!link->sendMessage(static_cast<unsigned int>(list.size()), list.data())) {
             OSTREL_LOG_AS(function, logLevel::error, "[ostrelEvent:read] Send message failed");

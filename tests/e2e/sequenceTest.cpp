@@ -1,6 +1,7 @@
 // Write sequences: what they apply, undo, refuse and answer.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include "client.h"
 #include "daemon.h"
@@ -10,7 +11,7 @@ namespace {
 class Sequence : public testing::Test {
 protected:
     Sequence() {
-        daemon.factory("a Dword 1\nb Dword 2\ntext String \"old\"\nv[1] Dword 10\n",
+        daemon.factory("a Dword 1\nb Dword 2\nc Dword 3\ntext String \"old\"\nv[1] Dword 10\n",
                        "[wlan]\nssid String \"home\"\nchannel Dword 6\n");
         daemon.start();
         daemon.calls();
@@ -131,6 +132,49 @@ TEST_F(Sequence, SilentClientOutlivesHangUpButNotAQuitSignal) {
     EXPECT_TRUE(contains(daemon.log(), "Received Message error or closed socket,  from client (null)\n"));
     daemon.start();
     EXPECT_EQ(number("a"), 11U);
+}
+
+// The daemon is stopped while the clients send and leave, so that it finds each gone at the first answer.
+TEST_F(Sequence, IsServedBehindAnAnswerThatFindsNobody) {
+    const std::string read = frame(list(20, {question("text")}));
+    const std::string make = frame(list(40, {{.name = "wifi", .owner = web, .tpltName = "wlan"}}));
+    const auto write = [](const std::string& key, std::uint32_t number) {
+        return frame(list(29)) + frame(list(6, {dword(key, number)})) + frame(list(30));
+    };
+    client->number("a");
+    daemon.signal(SIGSTOP);
+    client->sendRaw(read + read + frame(list(46)) + write("a", 11) + read + write("c", 12));
+    client.emplace();
+    client->sendRaw(read + write("b", 22) + frame(list(29)) + make + frame(list(30)));
+    client.reset();
+    const Client deaf;  // closes its receiving half only
+    deaf.sendRaw(read + write("b", 23));
+    shutdown(deaf.fd(), SHUT_RD);
+    daemon.signal(SIGCONT);
+    EXPECT_TRUE(eventually([&] { return number("c") == 12U && number("b") == 23U; }));
+    EXPECT_EQ(number("a"), 11U);
+    EXPECT_EQ(Client().ask(list(46, {question("wifi", web)})), (Reply{47, {{"wifi", word(0)}}}))
+        << "inside a sequence an answer that cannot be sent undoes it";
+    EXPECT_EQ(occurrences(daemon.log(), "[ostrelEvent:read] Send message failed\n"), 3U);
+    EXPECT_EQ(occurrences(daemon.log(), "[ostrLink::sendData] SendData Error :%w\n"), 4U);
+    deaf.sendRaw(write("b", 24));
+    EXPECT_TRUE(eventually([&] { return number("b") == 24U; })) << "the connection stays";
+}
+
+// The client takes a part of an answer and leaves.
+TEST_F(Sequence, IsServedBehindAnAnswerThatIsTakenInPart) {
+    const Entry longText{"text", text(std::string(4000, 'x')), ostrelTypeString};
+    ASSERT_TRUE(client->commit({list(6, {longText})}));
+    const auto descriptors = daemon.usage().descriptors;
+    client->send(list(20, std::vector<Entry>(130, question("text"))));
+    client->send(list(29));
+    client->send(list(6, {dword("a", 11)}));
+    client->send(list(30));
+    char byte = 0;
+    ASSERT_EQ(recv(client->fd(), &byte, 1, 0), 1);
+    client.reset();
+    EXPECT_TRUE(eventually([&] { return number("a") == 11U; }));
+    EXPECT_TRUE(eventually([&] { return daemon.usage().descriptors == descriptors - 1; }));
 }
 
 TEST_F(Sequence, UnknownKeysCanBeCreatedWhenAllowed) {
