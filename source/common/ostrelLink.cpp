@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <utility>
@@ -66,8 +67,8 @@ bool stopRequested() {
     return ostrelLink::limits.stopRequested != nullptr && ostrelLink::limits.stopRequested->load() != 0;
 }
 
-milliseconds untilLimit(Clock::time_point since) {
-    return std::chrono::ceil<milliseconds>(since + ostrelLink::limits.stall - Clock::now());
+milliseconds untilLimit(Clock::time_point since, Clock::time_point now) {
+    return std::chrono::ceil<milliseconds>(since + ostrelLink::limits.stall - now);
 }
 
 }  // namespace
@@ -79,6 +80,20 @@ struct ostrelLink::Frame {
     bool mustBegin = false;  // its first byte must be there already
     bool begun = false;
     std::optional<Clock::time_point> waitingSince{};
+};
+
+// What is known of the frame that is being sent. As above, it costs no look at the clock while it is taken.
+struct ostrelLink::Outgoing {
+    std::uint64_t taken = 0;                          // bytes
+    std::optional<Clock::time_point> firstWait{};     // the first of all
+    std::optional<Clock::time_point> waitingSince{};  // the first since bytes were taken
+
+    // By limits.sendRate.
+    bool isTooSlow(Clock::time_point now) const {
+        const auto late = -untilLimit(*firstWait, now).count();
+        constexpr std::uint64_t perSecond = 1000;
+        return late > 0 && taken * perSecond < static_cast<std::uint64_t>(late) * limits.sendRate;
+    }
 };
 
 LinkLimits ostrelLink::limits;
@@ -152,28 +167,29 @@ bool ostrelLink::connectTo(unsigned int) {
 }
 
 bool ostrelLink::sendData(unsigned int nbBytes, unsigned char* bytes) {
+    Outgoing frame;
+    return send(nbBytes, bytes, frame);
+}
+
+bool ostrelLink::send(unsigned int nbBytes, const void* bytes, Outgoing& frame) {
     if (fd == -1) {
-        OSTREL_LOG(logLevel::error, "[ostrLink::SendData] No socket opened");
+        OSTREL_LOG_AS(sendDataName, logLevel::error, "[ostrLink::SendData] No socket opened");
         return false;
     }
+    const auto* next = static_cast<const unsigned char*>(bytes);
     std::size_t left = nbBytes;
-    std::optional<Clock::time_point> lastProgress;
     while (left > 0) {
-        ssize_t sent = send(fd, bytes, std::min(left, longestPiece), MSG_DONTWAIT | MSG_NOSIGNAL);
+        ssize_t sent = ::send(fd, next, std::min(left, longestPiece), MSG_DONTWAIT | MSG_NOSIGNAL);
         if (sent >= 0) {
             left -= static_cast<std::size_t>(sent);
-            bytes += sent;
-            lastProgress.reset();
-            continue;
-        }
-        if (errno != EAGAIN) {
+            next += sent;
+            frame.taken += static_cast<std::size_t>(sent);
+            frame.waitingSince.reset();
+        } else if (errno != EAGAIN) {
             sending_ = errno == EPIPE || errno == ECONNRESET ? Sending::peerGone : Sending::givenUp;
-            OSTREL_LOG(logLevel::error, "[ostrLink::sendData] SendData Error :%%w");
+            OSTREL_LOG_AS(sendDataName, logLevel::error, "[ostrLink::sendData] SendData Error :%%w");
             return false;
-        }
-        if (!lastProgress)
-            lastProgress = Clock::now();
-        if (!waitWritable(*lastProgress)) {
+        } else if (!waitWritable(frame)) {
             sending_ = Sending::givenUp;
             return false;
         }
@@ -181,16 +197,30 @@ bool ostrelLink::sendData(unsigned int nbBytes, unsigned char* bytes) {
     return true;
 }
 
-bool ostrelLink::waitWritable(Clock::time_point lastProgress) {
+// True when it is worth trying to send again.
+bool ostrelLink::waitWritable(Outgoing& frame) {
     if (stopRequested()) {
         OSTREL_LOG_AS(sendDataName, logLevel::debug,
                       "[ostrLink::sendData] Stopped while the peer does not read");
         return false;
     }
-    if (limits.stall.count() != 0 && untilLimit(lastProgress).count() <= 0) {
-        OSTREL_LOG_AS(sendDataName, logLevel::error, "[ostrLink::sendData] Peer has taken nothing for %d ms",
-                      static_cast<int>(limits.stall.count()));
-        return false;
+    if (limits.stall.count() != 0 || limits.sendRate != 0) {
+        const Clock::time_point now = Clock::now();
+        if (!frame.waitingSince)
+            frame.waitingSince = now;
+        if (!frame.firstWait)
+            frame.firstWait = now;
+        if (limits.stall.count() != 0 && untilLimit(*frame.waitingSince, now).count() <= 0) {
+            OSTREL_LOG_AS(sendDataName, logLevel::error,
+                          "[ostrLink::sendData] Peer has taken nothing for %d ms",
+                          static_cast<int>(limits.stall.count()));
+            return false;
+        }
+        if (frame.isTooSlow(now)) {
+            OSTREL_LOG_AS(sendDataName, logLevel::error,
+                          "[ostrLink::sendData] Peer takes less than %u bytes per second", limits.sendRate);
+            return false;
+        }
     }
     // The wait is short because the socket takes data long before poll calls it writable.
     pollfd wait{fd, POLLOUT, 0};
@@ -231,7 +261,7 @@ bool ostrelLink::waitReadable(Frame& frame) {
     if (frame.limited && frame.begun && limits.stall.count() != 0) {
         if (!frame.waitingSince)
             frame.waitingSince = Clock::now();
-        timeout = std::min(timeout, untilLimit(*frame.waitingSince));
+        timeout = std::min(timeout, untilLimit(*frame.waitingSince, Clock::now()));
         if (timeout.count() <= 0) {
             OSTREL_LOG_AS(receiveDataName, logLevel::error,
                           "[ostrLink::rxData] Frame not complete after %d ms",
@@ -260,16 +290,17 @@ bool ostrelLink::read32(unsigned int* word) {
 }
 
 bool ostrelLink::sendMessage(unsigned int nbBytes, unsigned char* bytes) {
-    if (!write32(nbBytes)) {
+    Outgoing frame;
+    if (!send(sizeof nbBytes, &nbBytes, frame)) {
         OSTREL_LOG(logLevel::debug, "write32(nbBytes) failed");
         return false;
     }
-    if (!write32(ostrCounter)) {
+    if (!send(sizeof ostrCounter, &ostrCounter, frame)) {
         OSTREL_LOG(logLevel::debug, "write32(ostrCounter) failed");
         return false;
     }
     ostrCounter = ostrCounter + 1 < counterEnd ? ostrCounter + 1 : 0;
-    if (!sendData(nbBytes, bytes)) {
+    if (!send(nbBytes, bytes, frame)) {
         OSTREL_LOG(logLevel::debug, "sendData(nbBytes,bytes) failed");
         return false;
     }

@@ -14,6 +14,9 @@ struct LinkLimits {
     // Longest time from a frame's first byte to its last, and longest time in which the peer takes nothing of
     // what is sent to it. 0: no limit.
     std::chrono::milliseconds stall{0};
+    // Bytes per second that the peer must take on average of a frame that takes longer than stall to send, as
+    // soon as it does: not fewer than sendRate for each second behind the first wait and stall. 0: no limit.
+    unsigned int sendRate = 0;
     // Non-zero ends every wait within a second, at once when a signal set it. Borrowed; may be null.
     const std::atomic<int>* stopRequested = nullptr;
 };
@@ -62,13 +65,15 @@ public:
 
 private:
     struct Frame;
+    struct Outgoing;
     enum class Sending { works, peerGone, givenUp };
 
+    bool send(unsigned int nbBytes, const void* bytes, Outgoing& frame);
+    bool waitWritable(Outgoing& frame);
     bool receive(unsigned int nbBytes, unsigned char* bytes, Frame& frame);
     bool receiveFrame(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer,
                       Frame& frame);
     bool waitReadable(Frame& frame);
-    bool waitWritable(std::chrono::steady_clock::time_point lastProgress);
 
     Sending sending_ = Sending::works;
 };

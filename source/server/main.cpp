@@ -22,6 +22,7 @@ constexpr unsigned int port = 9910;
 constexpr int defaultMask = 3;
 constexpr int verboseMask = 7;
 constexpr std::chrono::seconds peerStall{5};
+constexpr unsigned int peerRate = 64 * 1024;
 
 char defaultLogFile[] = "/var/log/ostrel.log";
 
@@ -105,7 +106,7 @@ void openDatabase(const Options& options) {
 
 // From here on clients can connect; they are served once the main loop runs.
 void startServing() {
-    ostrelLink::limits = {peerStall, &quitRequested};
+    ostrelLink::limits = {peerStall, peerRate, &quitRequested};
     if (!chaussette.bindTo(port))
         Die("Cannot bind");
     if (pthread_mutex_init(&bllLock, nullptr) != 0)

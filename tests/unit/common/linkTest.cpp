@@ -105,25 +105,52 @@ TEST_F(Link, DribbledFrameIsGivenUp) {
     EXPECT_TRUE(took > 400ms && took < 2s) << took / 1ms;
 }
 
-// As long as it reads at all.
-TEST_F(Link, SlowReaderGetsAll) {
-    Bytes answer(600000);
-    for (std::size_t i = 0; i < answer.size(); ++i)
-        answer[i] = static_cast<unsigned char>(i % 251);
-    std::jthread reader([&] {
-        Bytes got = atPeer(8);
-        for (got.clear(); got.size() < answer.size(); std::this_thread::sleep_for(15ms)) {
-            const Bytes piece = atPeer(6000);
-            got.insert(got.end(), piece.begin(), piece.end());
-        }
-        EXPECT_TRUE(got == answer);
-    });
-    EXPECT_TRUE(send(answer)) << (link.reset(), "the reader must not wait for the rest");
-    reader.join();
-    ASSERT_TRUE(link);
+class SlowReader : public Link {
+protected:
+    SlowReader() : answer(600000) {
+        for (std::size_t i = 0; i < answer.size(); ++i)
+            answer[i] = static_cast<unsigned char>(i % 251);
+        ostrelLink::limits.stall = 1s;
+    }
+    // Sends the answer to a peer that takes so many bytes every 15 ms at best. Returns what the link logs
+    // when it does not send all; else the peer has got it.
+    std::string sendSlowly(std::size_t portion) {
+        std::jthread reader([&](const std::stop_token& stop) {
+            Bytes got = atPeer(8);
+            for (got.clear(); got.size() < answer.size() && !stop.stop_requested();
+                 std::this_thread::sleep_for(15ms)) {
+                const Bytes piece = atPeer(portion);
+                got.insert(got.end(), piece.begin(), piece.end());
+            }
+            EXPECT_TRUE(stop.stop_requested() || got == answer);
+        });
+        return linesOf([&] {
+            if (!send(answer)) {
+                EXPECT_FALSE(link->usable() || link->peerGone());
+                reader.request_stop();
+            }
+        });
+    }
+
+    Bytes answer;
+};
+
+TEST_F(SlowReader, GetsAllAtTheRateThatIsWanted) {
+    ostrelLink::limits.sendRate = 20000;
+    EXPECT_EQ(sendSlowly(6000), "");
+    ostrelLink::limits.stall = 300ms;
     EXPECT_TRUE(contains(linesOf([&] { EXPECT_FALSE(send(answer)); }),
                          "[ostrLink::sendData] Peer has taken nothing for 300 ms\n"));
     EXPECT_FALSE(link->usable());
+}
+
+// Not in its first second, and what the socket holds counts as taken.
+TEST_F(SlowReader, IsGivenUpBelowThatRate) {
+    const auto start = std::chrono::steady_clock::now();
+    ostrelLink::limits.sendRate = 4000000;
+    EXPECT_TRUE(
+        contains(sendSlowly(1500), "[ostrLink::sendData] Peer takes less than 4000000 bytes per second\n"));
+    EXPECT_GT(std::chrono::steady_clock::now() - start, 1s);
 }
 
 }  // namespace
