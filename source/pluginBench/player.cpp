@@ -16,6 +16,7 @@
 #include "pluginBench/entries.h"
 #include "pluginBench/judge.h"
 #include "pluginBench/room.h"
+#include "server/changeMessages.h"
 #include "server/globals.h"
 #include "server/pluginRecord.h"
 #include "server/plugins.h"
@@ -93,6 +94,7 @@ void Player::start() {
 
 void Player::commit(const Step& step) {
     destroyRecords(listOfChangedStuff);
+    beginSequence();
     long handle = database->dataStartWriteTransaction();
     Changes changes(handle);
     for (const BlockLine& line : step.lines) {

@@ -1,5 +1,6 @@
 #include "server/changeMessages.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -11,6 +12,7 @@
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/sequenceSize.h"
 #include "server/serverModule.h"
 #include "server/transaction.h"
 
@@ -36,68 +38,98 @@ private:
     unsigned int count_ = 0;
 };
 
+// Of the one sequence that is open.
+SequenceSize sequenceSize;
+
+bool admitted(const char* function, bool isTaken) {
+    if (!isTaken)
+        OSTREL_LOG_AS(function, logLevel::error,
+                      "[OstrelServer] The write sequence takes more than %zu bytes", SequenceSize::limit);
+    return isTaken;
+}
+
 // What tells one change message from the others.
 struct Change {
     const char* function;      // the handler's name in the log
     const char* decodeFailed;  // its line
     const char* dumpTag;       // null: the values are not dumped
-    // One database call; its failure is logged.
-    bool (*apply)(const char* function, long handle, OstrelValue& value);
+    bool (*count)(const OstrelValue& value);
+    // One database call.
+    bool (*apply)(long handle, OstrelValue& value);
+    void (*logRefused)(const char* function, const OstrelValue& value);
     // What the changed entry carries beside the name.
     void (*note)(OstrelValue& changed, const OstrelValue& value);
 };
+
+std::size_t instancesOf(const OstrelValue& value, unsigned int owner) {
+    return static_cast<std::size_t>(std::max(0, database->getVectorSize(value.name, owner)));
+}
+
+bool countWrite(const OstrelValue& value) { return sequenceSize.takeWrite(value.name, value.size); }
+// The plain value and the vector's elements.
+bool countErase(const OstrelValue& value) {
+    return sequenceSize.takeRemoval(value.name, 1 + instancesOf(value, 0));
+}
+bool countOne(const OstrelValue& value) { return sequenceSize.takeRemoval(value.name, 1); }
+bool countOwned(const OstrelValue& value) {
+    return sequenceSize.takeRemoval(value.name, instancesOf(value, value.owner));
+}
+
+bool writeValue(long handle, OstrelValue& value) {
+    int size = static_cast<int>(value.size);
+    int result = value.pKey != 0
+                     ? database->reWriteElement(handle, value.name, value.pKey, size, value.value, value.type)
+                     : database->createElement(handle, value.name, size, value.value, value.type);
+    return result != refused;
+}
+
+bool eraseValue(long handle, OstrelValue& value) {
+    return database->destroyElement(handle, value.name) != refused;
+}
+
+bool removeOne(long handle, OstrelValue& value) {
+    return database->removeInstance(handle, value.name, &value.pKey, 1) != refused;
+}
+
+bool removeOwner(long handle, OstrelValue& value) {
+    return database->removeInstances(handle, value.name, value.owner) != refused;
+}
+
+void logRefusedWrite(const char* function, const OstrelValue& value) {
+    if (value.pKey != 0)
+        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataReWrite failed for <%s>!", value.name);
+    else
+        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataWrite failed for <%s>!", value.name);
+}
+
+void logRefusedErase(const char* function, const OstrelValue& value) {
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Erase element failed for <%s>!", value.name);
+}
+
+void logRefusedOne(const char* function, const OstrelValue& value) {
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate failed for <%s _ %X>!", value.name,
+                  value.pKey);
+}
+
+void logRefusedOwner(const char* function, const OstrelValue& value) {
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate owner failed for <%s _ %X>!", value.name,
+                  value.owner);
+}
 
 void noteNothing(OstrelValue&, const OstrelValue&) {}
 void notePKey(OstrelValue& changed, const OstrelValue& value) { changed.pKey = value.pKey; }
 void noteOwner(OstrelValue& changed, const OstrelValue& value) { changed.owner = value.owner; }
 
-bool writeValue(const char* function, long handle, OstrelValue& value) {
-    int size = static_cast<int>(value.size);
-    if (value.pKey != 0) {
-        if (database->reWriteElement(handle, value.name, value.pKey, size, value.value, value.type) !=
-            refused)
-            return true;
-        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataReWrite failed for <%s>!", value.name);
-        return false;
-    }
-    if (database->createElement(handle, value.name, size, value.value, value.type) != refused)
-        return true;
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataWrite failed for <%s>!", value.name);
-    return false;
-}
-
-bool eraseValue(const char* function, long handle, OstrelValue& value) {
-    if (database->destroyElement(handle, value.name) != refused)
-        return true;
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Erase element failed for <%s>!", value.name);
-    return false;
-}
-
-bool removeOne(const char* function, long handle, OstrelValue& value) {
-    if (database->removeInstance(handle, value.name, &value.pKey, 1) != refused)
-        return true;
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate failed for <%s _ %X>!", value.name,
-                  value.pKey);
-    return false;
-}
-
-bool removeOwner(const char* function, long handle, OstrelValue& value) {
-    if (database->removeInstances(handle, value.name, value.owner) != refused)
-        return true;
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate owner failed for <%s _ %X>!", value.name,
-                  value.owner);
-    return false;
-}
-
 // By ChangeKind.
 constexpr Change changes[] = {
-    {"unpackNotifyMessage", "[OstrelServer::unpackNotify] Unmarshall failed", "Notify", writeValue,
-     noteNothing},
-    {"unpackEraseMessage", "[OstrelServer::unpackErase] Unmarshall failed", "Erase", eraseValue, noteNothing},
-    {"unpackDeinstanciateMessage", "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
-     removeOne, notePKey},
+    {"unpackNotifyMessage", "[OstrelServer::unpackNotify] Unmarshall failed", "Notify", countWrite,
+     writeValue, logRefusedWrite, noteNothing},
+    {"unpackEraseMessage", "[OstrelServer::unpackErase] Unmarshall failed", "Erase", countErase, eraseValue,
+     logRefusedErase, noteNothing},
+    {"unpackDeinstanciateMessage", "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr, countOne,
+     removeOne, logRefusedOne, notePKey},
     {"unpackDeinstanciateOwnerMessage", "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
-     removeOwner, noteOwner},
+     countOwned, removeOwner, logRefusedOwner, noteOwner},
 };
 
 const Change& changeOf(ChangeKind kind) { return changes[static_cast<std::size_t>(kind)]; }
@@ -162,11 +194,15 @@ bool answerKeys(ostrelLink* link, std::span<OstrelValue> values, std::vector<uns
 
 }  // namespace
 
+void beginSequence() { sequenceSize = {}; }
+
 bool applyChanges(ChangeKind kind, long handle, std::span<OstrelValue> values) {
     const Change& change = changeOf(kind);
     for (OstrelValue& value : values) {
-        if (!change.apply(change.function, handle, value))
+        if (!admitted(change.function, change.count(value)) || !change.apply(handle, value)) {
+            change.logRefused(change.function, value);
             return false;
+        }
         change.note(addChanged(value.name), value);
     }
     return true;
@@ -175,7 +211,8 @@ bool applyChanges(ChangeKind kind, long handle, std::span<OstrelValue> values) {
 bool instanciateAll(long handle, std::span<OstrelValue> values, std::vector<unsigned int>& keys) {
     for (const OstrelValue& value : values) {
         unsigned int key = 0;
-        if (database->instanciateTmplt(handle, value.tpltName, value.name, value.owner, &key) == refused) {
+        if (!admitted(instanciateName, sequenceSize.takeInstance(value.name, value.tpltName)) ||
+            database->instanciateTmplt(handle, value.tpltName, value.name, value.owner, &key) == refused) {
             OSTREL_LOG_AS(instanciateName, logLevel::error, "[Ostrel] Instanciate failed for <%s/%s>!",
                           value.tpltName, value.name);
             return false;

@@ -12,6 +12,10 @@
 
 class ostrelLink;
 
+// Every change is counted (see SequenceSize), and refused when a sequence takes too much memory. A sequence
+// begins with this.
+void beginSequence();
+
 enum class ChangeKind { write, erase, remove, removeOwned };
 // The same for decoded values, but false leaves the transaction to the caller's rollback.
 bool applyChanges(ChangeKind kind, long handle, std::span<OstrelValue> values);

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <span>
 
 #include "common/marshalling.h"
@@ -31,7 +33,12 @@ bool serveConnect(ostrelConnection& connection, Payload payload) {
                       static_cast<int>(payload.size()));
         return false;
     }
-    auto name = std::make_unique<char[]>(length + 1);
+    std::unique_ptr<char[]> name(new (std::nothrow) char[length + 1]);
+    if (!name) {
+        OSTREL_LOG_AS(popMessageName, logLevel::error, "[ostrServer::PopMessage] Out of memory");
+        return false;
+    }
+    name[length] = '\0';
     std::memcpy(name.get(), payload.data() + nameAt, length);
     {
         BllGuard guard;  // the listener reads the names

@@ -69,6 +69,9 @@ int inTransaction(long handle, Body body) {
     }
 }
 
+// The removal is durable: a plug-in must not be told that it failed, so what is thrown ends the daemon.
+void noteRemoved(const char* name) noexcept { addChanged(name); }
+
 int applyWrites(const OstrelValues& values) {
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
@@ -109,7 +112,7 @@ int deinstanciate(const char* function, const char* name, unsigned int kind, uns
         if (applyOne(function, operation, ostrelDoDeinstanciate) != 1)
             return 0;
         // Told to the plug-ins if a broadcast is still to come: not by the one that is running.
-        addChanged(name);
+        noteRemoved(name);
         return 1;
     });
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <new>
 #include <span>
 
 #include "common/marshalling.h"
@@ -68,9 +69,21 @@ Next serveChange(const ChangeMessage& message, long handle, std::span<unsigned c
     return Next::receive;
 }
 
+void logNoMemory() { OSTREL_LOG_AS(sequenceName, logLevel::error, "[OstrelServer] Out of memory"); }
+
+// What leaves the database has left nothing of the transaction.
+bool commitTransaction(long handle) {
+    try {
+        return database->dataCommit(handle) == 0;
+    } catch (const std::bad_alloc&) {
+        logNoMemory();
+        return false;
+    }
+}
+
 Next commit(long handle) {
     OSTREL_LOG_AS(sequenceName, logLevel::debug, "[ostrServer] Got commit message");
-    if (database->dataCommit(handle) != 0) {
+    if (!commitTransaction(handle)) {
         OSTREL_LOG_AS(sequenceName, logLevel::error, "[ostrelServer] Warning, commit failed");
         return Next::endedFailed;
     }
@@ -125,9 +138,32 @@ Next receiveMessage(long handle, ostrelConnection* connection) {
     return serveMessage(handle, {buffer.data(), size}, connection->link.get());
 }
 
+// The transaction, from its beginning to what ends it or to another start message.
+Next serveTransaction(ostrelConnection* connection) {
+    destroyRecords(listOfChangedStuff);
+    beginSequence();
+    long handle = database->dataStartWriteTransaction();
+    if (handle == invalidTransaction) {
+        OSTREL_LOG_AS(sequenceName, logLevel::error,
+                      "[ostrelServer::HandleWriteSequence] Warning, dataStartWriteTransaction returned "
+                      "invalid handle");
+        return Next::endedFailed;
+    }
+    try {
+        Next next = Next::receive;
+        while (next == Next::receive)
+            next = receiveMessage(handle, connection);
+        return next;
+    } catch (const std::bad_alloc&) {
+        logNoMemory();
+        database->dataWriteRollback(handle);
+        return Next::endedFailed;
+    }
+}
+
 }  // namespace
 
-bool tellCommitted() {
+bool tellCommitted() noexcept {
     // Each broadcast gets the entries as they are when it starts: the first may add to them.
     PluginBroadcastChange(listOfChangedStuff);
     PluginBroadcastTrigger(listOfChangedStuff);
@@ -138,20 +174,8 @@ bool tellCommitted() {
 bool HandleWriteSequence(ostrelConnection* connection) {
     OSTREL_LOG(logLevel::debug, "[OstrelServer] Handle Write Sequence start");
     Next next = Next::reopen;
-    long handle = 0;
-    while (next == Next::receive || next == Next::reopen) {
-        if (next == Next::reopen) {
-            destroyRecords(listOfChangedStuff);
-            handle = database->dataStartWriteTransaction();
-            if (handle == invalidTransaction) {
-                OSTREL_LOG(logLevel::error,
-                           "[ostrelServer::HandleWriteSequence] Warning, dataStartWriteTransaction returned "
-                           "invalid handle");
-                return false;
-            }
-        }
-        next = receiveMessage(handle, connection);
-    }
+    while (next == Next::reopen)
+        next = serveTransaction(connection);
     destroyRecords(listOfChangedStuff);
     return next == Next::endedWell;
 }

@@ -163,7 +163,16 @@ Daemon::Usage Daemon::usage() const {
     std::size_t pages = 0;
     std::ifstream(process / "statm") >> pages >> pages;
     const auto count = std::distance(fs::directory_iterator(process / "fd"), fs::directory_iterator());
-    return {static_cast<std::size_t>(count), pages * 4096};
+    const std::string status = readFile(process / "status");
+    const std::size_t kilobytes = std::stoul(status.substr(status.find("VmHWM:") + 6));
+    return {static_cast<std::size_t>(count), pages * 4096, kilobytes * 1024};
+}
+
+void Daemon::limitMemory(std::size_t more) const {
+    std::size_t pages = 0;
+    std::ifstream("/proc/" + std::to_string(pid_) + "/statm") >> pages;
+    const rlimit limit{pages * 4096 + more, RLIM_INFINITY};
+    EXPECT_EQ(prlimit(pid_, RLIMIT_AS, &limit, nullptr), 0);
 }
 
 std::string Daemon::log() const { return readFile("/tmp/log"); }

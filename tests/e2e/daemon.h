@@ -77,12 +77,15 @@ public:
     // The calls of the scripted plug-ins since the last look, joined by commas.
     std::string calls() const;
 
-    // What it holds just now; memory is what is resident, in bytes.
+    // What it holds just now; memory is what is resident, in bytes, and peak the most of it that ever was.
     struct Usage {
         std::size_t descriptors = 0;
         std::size_t memory = 0;
+        std::size_t peak = 0;
     };
     Usage usage() const;
+    // From now on it gets no more than so many bytes of address space beside what it has.
+    void limitMemory(std::size_t more) const;
 
     // For start().
     bool verbose = true;

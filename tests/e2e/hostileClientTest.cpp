@@ -94,6 +94,85 @@ TEST_F(HostileClients, StallersAreDroppedOneAfterTheOther) {
     EXPECT_EQ(daemon.stop(), 0);
 }
 
+// Sequences without end, of changes that take memory each in another way.
+class Endless : public HostileClients, public testing::WithParamInterface<const char*> {
+protected:
+    // Until the daemon has had enough, or so many messages.
+    static void change(const Client& client, std::uint32_t messages = UINT32_MAX) {
+        const std::string kind = GetParam();
+        const std::vector<Entry> instances(80, {.name = "hall", .owner = 7, .tpltName = "hall"});
+        std::vector<Entry> elements(80, dword("h.list", 9));
+        for (std::uint32_t sent = 0, last = 0; sent < messages; ++sent) {
+            for (Entry& element : elements)
+                element.pKey = ++last;
+            if (kind == "Instances" && !client.ask(list(40, instances)))
+                return;
+            const std::string bytes = frame(kind == "Writes" ? list(6, elements) : list(44, instances));
+            if (kind != "Instances" && ::send(client.fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == -1)
+                return;
+        }
+    }
+    void expectRefusal(const std::string& line) {
+        {
+            const Client client;
+            client.send(list(29));
+            change(client);
+        }
+        EXPECT_TRUE(daemon.logged(line));
+        EXPECT_TRUE(Client().commit({list(6, {dword("h.number", 5)})})) << "others are served";
+        EXPECT_EQ(Client().number("h.list", 2), std::nullopt);
+        EXPECT_EQ(Client().ask(list(46, {question("hall", 7)})), (Reply{47, {{"hall", word(0)}}}));
+    }
+};
+
+TEST_P(Endless, SequenceIsRefused) {
+    daemon.start();
+    const std::size_t before = daemon.usage().memory;
+    expectRefusal("[OstrelServer] The write sequence takes more than 67108864 bytes\n");
+    EXPECT_TRUE(daemon.logged(" failed for <h"));
+    EXPECT_TRUE(isSanitized || daemon.usage().peak <= before + (std::size_t{64} << 20U));
+    const Client client;
+    client.send(list(29));
+    change(client, 1000);
+    client.send(list(29));
+    change(client, 1000);
+    client.send(list(31));
+    EXPECT_EQ(client.number("h.number"), 5U) << "each start begins the count anew";
+}
+
+TEST_P(Endless, SequenceIsRefusedWhenMemoryEnds) {
+    if (isSanitized)
+        GTEST_SKIP() << "the sanitizers take all the address space";
+    daemon.start();
+    daemon.limitMemory(std::size_t{8} << 20U);
+    expectRefusal("[OstrelServer] Out of memory\n");
+    EXPECT_EQ(daemon.stop(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(, Endless, testing::Values("Writes", "Instances", "Removals"),
+                         [](const auto& kind) { return kind.param; });
+
+// 600 times a thousand elements are too many, 300 times are not.
+TEST_F(HostileClients, RemovalsCountWhatTheyRemove) {
+    std::string elements;
+    for (int i = 1; i <= 1000; ++i)
+        elements += "h.many[" + std::to_string(i) + "] Dword 1\n";
+    daemon.factory(elements);
+    daemon.start();
+    const std::string write = frame(list(6, {dword("h.many", 1, 1)}));
+    for (const std::string& removal :
+         {frame(list(44, {{.name = "h.many"}})), write + frame(list(10, {{"h.many"}}))}) {
+        for (int times : {600, 300}) {
+            std::string bytes = frame(list(29));
+            for (int i = 0; i < times; ++i)
+                bytes += removal;
+            const Client client;
+            client.sendRaw(bytes + frame(list(31)));
+            EXPECT_EQ(client.number("h.many", 5), times == 300 ? std::optional(1U) : std::nullopt);
+        }
+    }
+}
+
 // With descriptors for all, then without: those that do not fit wait, and harm nobody.
 TEST_F(HostileClients, TwoThousandComeAtOnceAndGo) {
     for (unsigned int round : {0U, 1U}) {
@@ -102,7 +181,7 @@ TEST_F(HostileClients, TwoThousandComeAtOnceAndGo) {
         {
             GoodClient good(round);
             ASSERT_TRUE(eventually([&] { return good.committed() > 10; }));
-            const auto [before, memory] = daemon.usage();
+            const auto [before, memory, peak] = daemon.usage();
             std::deque<Client> crowd;
             const std::size_t expected = round == 0 ? before + 2000 : daemon.descriptorLimit;
             while (daemon.usage().descriptors < expected && crowd.size() < 15000)

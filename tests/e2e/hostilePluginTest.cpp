@@ -1,6 +1,7 @@
 // Plug-ins with one fault each, beside a good one: the daemon does what the documents say, and nothing is
 // lost.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <chrono>
 #include <optional>
@@ -193,6 +194,19 @@ TEST_F(HostilePlugin, MayHaveHundredsOfTriggersThatWrite) {
     EXPECT_EQ(daemon.calls(), calls);
     EXPECT_TRUE(daemon.logged("[OstrelServer] Trigger t299 works for module t, invoking callback\n"));
     EXPECT_EQ(client->number("other"), 44U);
+}
+
+// What is durable must not be taken for refused: without memory to tell the plug-ins of it the daemon ends.
+TEST_F(HostilePlugin, LeavesNoMemoryBehindACommit) {
+    if (isSanitized)
+        GTEST_SKIP() << "memory that ends is an error of its own there";
+    daemon.plugin("starves", "watch net.ip\nrestart fill many 5000\nrestart starve\n");
+    start();
+    EXPECT_FALSE(commit(5));
+    EXPECT_EQ(daemon.wait(), -SIGABRT);
+    installTheGoodOne();
+    start();
+    EXPECT_EQ(client->number("net.ip"), 5U);
 }
 
 TEST_F(HostilePlugin, MayStoreThousandsOfWritesInInit) {

@@ -6,14 +6,17 @@
 //   ENTRY new TEMPLATE NAME OWNER | ENTRY read KEY PKEY | ENTRY reboot N | ENTRY return N
 //   ENTRY throw | ENTRY throwNumber | ENTRY sleep MILLISECONDS | ENTRY kill (the daemon)
 //   ENTRY odd TYPE | ENTRY fill KEY COUNT | ENTRY fork (a child that returns, too) | ENTRY leaveChild SECONDS
+//   ENTRY starve (leaves the process no memory)
 // The lines of an entry are carried out at each of its calls; the script is read again each time. "load" and
 // "getIoFuncs" stand for what comes before the first entry.
 #include <dlfcn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -81,6 +84,16 @@ int fill(const Words& words) {
     return written;
 }
 
+// Takes what the process has left, in ever smaller pieces.
+void starve() {
+    const rlimit none{1, RLIM_INFINITY};
+    setrlimit(RLIMIT_AS, &none);
+    for (std::size_t size = std::size_t{1} << 20U; size >= 16;) {
+        if (std::malloc(size) == nullptr)
+            size /= 2;
+    }
+}
+
 // What a verb that calls the server gives.
 std::string resultOf(const Words& words) {
     const char* name = words.at(1).c_str();
@@ -110,6 +123,10 @@ int carryOut(const std::string& entry, int* reboot = nullptr) {
             throw 5;
         if (words.at(0) == "kill")
             raise(SIGKILL);
+        if (words.at(0) == "starve") {
+            starve();
+            return 1;
+        }
         if (words.at(0) == "fork") {
             pid_t child = fork();
             if (child == 0)
