@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
@@ -16,6 +17,7 @@
 namespace {
 
 constexpr std::size_t listenerStackSize = 65536;
+constexpr useconds_t memoryRetryUs = 500000;
 
 // An event that one thread sets and another waits for with poll.
 class Event {
@@ -91,17 +93,24 @@ void logConnections() {
     }
 }
 
-void appendConnection(int fd) {
+// The owner of the client is made before the accept, as memory may end.
+void acceptClient() {
     auto connection = std::make_unique<ostrelConnection>();
-    connection->link = std::make_unique<ostrelLink>(fd);
-    connection->fd = fd;
-    BllGuard guard;
-    // exit is running and the list may be gone: the client sees its socket close.
-    if (stopping)
+    connection->link = std::make_unique<ostrelLink>();
+    connection->fd = chaussette.getNewConnection();
+    connection->link->fd = connection->fd;
+    if (connection->fd < 0)
         return;
-    listOfConnection.push_back(connection.get());
-    static_cast<void>(connection.release());
-    logConnections();
+    {
+        BllGuard guard;
+        // exit is running and the list may be gone: the client sees its socket close.
+        if (stopping)
+            return;
+        listOfConnection.push_back(connection.get());
+        static_cast<void>(connection.release());
+        logConnections();
+    }
+    newClients().set();
 }
 
 }  // namespace
@@ -159,11 +168,12 @@ void stopListener() {
 void* listener(void*) {
     isListener = true;
     while (waitForClient()) {
-        int fd = chaussette.getNewConnection();
-        if (fd < 0)
-            continue;
-        appendConnection(fd);
-        newClients().set();
+        try {
+            acceptClient();
+        } catch (const std::bad_alloc&) {
+            OSTREL_LOG(logLevel::error, "[OstrelServer] Out of memory for a new client");
+            usleep(memoryRetryUs);
+        }
     }
     listenerGone = true;
     listenerGone.notify_all();

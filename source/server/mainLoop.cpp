@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <cstdlib>
+#include <new>
 #include <vector>
 
 #include "common/ostrelUtils.h"
@@ -35,13 +36,17 @@ void serveFlags() {
     }
 }
 
-// The first entry is the listener's event, the others are the connections in list order.
+// The first entry is the listener's event, the others are the connections in list order. Those for which
+// there is no memory are waited for when there is, or when an earlier one has gone.
 void collectWaits(std::vector<pollfd>& waits) {
     waits.clear();
     waits.push_back({newClientsFd(), POLLIN, 0});
     BllGuard guard;
-    for (const ostrelConnection* connection : listOfConnection)
-        waits.push_back({connection->fd, POLLIN | POLLPRI, 0});
+    try {
+        for (const ostrelConnection* connection : listOfConnection)
+            waits.push_back({connection->fd, POLLIN | POLLPRI, 0});
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 ostrelConnection* connectionAt(int index) {

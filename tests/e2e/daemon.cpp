@@ -172,7 +172,8 @@ void Daemon::limitMemory(std::size_t more) const {
     std::size_t pages = 0;
     std::ifstream("/proc/" + std::to_string(pid_) + "/statm") >> pages;
     const rlimit limit{pages * 4096 + more, RLIM_INFINITY};
-    EXPECT_EQ(prlimit(pid_, RLIMIT_AS, &limit, nullptr), 0);
+    for (const auto resource : {RLIMIT_AS, RLIMIT_DATA})
+        EXPECT_EQ(prlimit(pid_, resource, &limit, nullptr), 0);
 }
 
 std::string Daemon::log() const { return readFile("/tmp/log"); }

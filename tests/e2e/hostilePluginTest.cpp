@@ -2,8 +2,10 @@
 // lost.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <chrono>
+#include <deque>
 #include <optional>
 
 #include "client.h"
@@ -207,6 +209,30 @@ TEST_F(HostilePlugin, LeavesNoMemoryBehindACommit) {
     installTheGoodOne();
     start();
     EXPECT_EQ(client->number("net.ip"), 5U);
+}
+
+// It waits for memory: who comes meanwhile, or needs more, may be dropped.
+TEST_F(HostilePlugin, LeavesNoMemoryBehindTheLastCall) {
+    if (isSanitized)
+        GTEST_SKIP() << "as above";
+    daemon.verbose = false;
+    daemon.plugin("starves", "triggerOn net.ip\ntrigger starve\n");
+    start();
+    for (const std::string& message : {list(29), list(6, {dword("net.ip", 5)}), list(30)})
+        client->send(message);
+    client->sayName(std::string(4000, 'x'));
+    EXPECT_TRUE(client->closed());
+    std::deque<Client> crowd;
+    EXPECT_TRUE(eventually([&] {
+        for (int i = 0; i < 20; ++i)
+            crowd.emplace_back(SOCK_NONBLOCK);
+        return contains(daemon.log(), "[OstrelServer] Out of memory for a new client\n");
+    }));
+    EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Out of memory\n"));
+    daemon.limitMemory(std::size_t{8} << 20U);
+    crowd.clear();
+    EXPECT_TRUE(eventually([] { return Client().number("net.ip") == 5U; }));
+    EXPECT_EQ(daemon.stop(), 0);
 }
 
 TEST_F(HostilePlugin, MayStoreThousandsOfWritesInInit) {

@@ -87,7 +87,7 @@ int fill(const Words& words) {
 // Takes what the process has left, in ever smaller pieces.
 void starve() {
     const rlimit none{1, RLIM_INFINITY};
-    setrlimit(RLIMIT_AS, &none);
+    setrlimit(RLIMIT_DATA, &none);  // not RLIMIT_AS: other threads would keep what they have reserved
     for (std::size_t size = std::size_t{1} << 20U; size >= 16;) {
         if (std::malloc(size) == nullptr)
             size /= 2;
