@@ -197,7 +197,7 @@ TEST(FailingCalls, LoseNothingAndPass) {
             continue;
         for (bool isLasting : {false, true}) {
             for (size_t number = 0; number < steps.size(); ++number) {
-                for (int call = 1; !testing::Test::HasFailure(); ++call) {
+                for (int call = 1; !testing::Test::HasFailure(); call += isSanitized ? 3 : 1) {
                     SCOPED_TRACE("step " + std::to_string(number) + " call " + std::to_string(call));
                     if (!recovers(number, call, isLasting, error))
                         break;
@@ -206,7 +206,7 @@ TEST(FailingCalls, LoseNothingAndPass) {
             }
         }
     }
-    EXPECT_GT(reached, 300);
+    EXPECT_GT(reached, isSanitized ? 200 : 2000);
     std::cout << reached << " failures\n";
 }
 
