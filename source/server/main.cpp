@@ -9,6 +9,7 @@
 #include "common/cliArgs.h"
 #include "common/ostrelUtils.h"
 #include "server/connections.h"
+#include "server/descriptors.h"
 #include "server/globals.h"
 #include "server/mainLoop.h"
 #include "server/plugins.h"
@@ -65,6 +66,7 @@ void Daemonize() {
     if (child > 0)
         std::exit(0);
     setsid();
+    closeInherited();
     int null = open("/dev/null", O_RDWR);
     if (null < 0)
         std::exit(1);
@@ -85,6 +87,7 @@ void openLog(const Options& options) {
         Daemonize();
         return;
     }
+    hideInherited();
     if (logFileName != nullptr)
         OpenLog(logFileName);
     installQuitHandlers();
@@ -118,6 +121,7 @@ void startServing() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    fillStandardDescriptors();
     Options options;
     if (!parseOptions(argc, argv, options))
         return 0;

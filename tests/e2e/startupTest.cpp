@@ -92,4 +92,30 @@ TEST(Startup, SecondDaemonStopsAndLeavesTheFirstAlone) {
     EXPECT_TRUE(contains(first.output(), "exiting due to signal 2\n"));
 }
 
+// What the daemon's descriptor is open on.
+std::string target(int fd) {
+    return runTool("../../bin/readlink /proc/$(pidof ostrelServer)/fd/" + std::to_string(fd)).output;
+}
+
+// Whatever was open or closed before: nothing but the log gets log lines, and no program a foreign file.
+TEST(Startup, StandardDescriptorsAreThereAndInheritedOnesAreNotPassedOn) {
+    Daemon daemon;
+    daemon.factory("a Dword 1\n");
+    daemon.script("p", "watch *\nrestart execute ls /proc/self/fd >/tmp/fds\n");
+    const auto commit = [] { return eventually([] { return Client().commit({list(6, {dword("a", 2)})}); }); };
+    daemon.launch("-d -v 7</dev/zero <&- >&- 2>&- #");
+    ASSERT_TRUE(commit());
+    for (int fd : {0, 1, 2})
+        EXPECT_EQ(target(fd), "/dev/null\n") << fd;
+    EXPECT_EQ(target(7), "/dev/zero\n") << "may be meant for a plug-in";
+    EXPECT_EQ(readFile("/tmp/fds"), "0\n1\n2\n3\n") << "3 is the folder itself";
+    EXPECT_FALSE(contains(readFile("/vemra/var/ostrdb.txt") + readFile("/vemra/var/ostrdb.txt.lock"), "["));
+    EXPECT_EQ(daemon.stop(), 0);
+    daemon.run("7</dev/zero <&- >&- 2>&- #");
+    ASSERT_TRUE(commit());
+    EXPECT_NE(target(7), "/dev/zero\n");
+    EXPECT_TRUE(contains(readFile("/var/log/ostrel.log"), "starting"));
+    Client().send(list(100));
+}
+
 }  // namespace

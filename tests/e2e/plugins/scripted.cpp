@@ -7,6 +7,7 @@
 //   ENTRY throw | ENTRY throwNumber | ENTRY sleep MILLISECONDS | ENTRY kill (the daemon)
 //   ENTRY odd TYPE | ENTRY fill KEY COUNT | ENTRY fork (a child that returns, too) | ENTRY leaveChild SECONDS
 //   ENTRY starve (leaves the process no memory)
+//   ENTRY execute COMMAND (of the shell)
 // The lines of an entry are carried out at each of its calls; the script is read again each time. "load" and
 // "getIoFuncs" stand for what comes before the first entry.
 #include <dlfcn.h>
@@ -94,9 +95,18 @@ void starve() {
     }
 }
 
+int executeRest(const Words& words) {
+    std::string command;
+    for (std::size_t i = 1; i < words.size(); ++i)
+        command += words[i] + " ";
+    return ostrelExecute("%s", command.c_str());
+}
+
 // What a verb that calls the server gives.
 std::string resultOf(const Words& words) {
     const char* name = words.at(1).c_str();
+    if (words[0] == "execute")
+        return std::to_string(executeRest(words));
     if (words[0] == "odd")
         return std::to_string(useOddArguments(static_cast<ostrelValueType>(number(words[1]))));
     if (words[0] == "fill")

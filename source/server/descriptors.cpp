@@ -1,0 +1,52 @@
+#include "server/descriptors.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <vector>
+
+namespace {
+
+// All above 2 that are open.
+std::vector<int> inherited() {
+    std::vector<int> descriptors;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end; !error && entry != end;
+         entry.increment(error)) {
+        int fd = std::atoi(entry->path().filename().c_str());
+        if (fd > STDERR_FILENO)
+            descriptors.push_back(fd);
+    }
+    return descriptors;
+}
+
+// False on a kernel that does not know the call or the flags.
+bool closeRange(int flags) { return close_range(STDERR_FILENO + 1, ~0U, flags) == 0; }
+
+}  // namespace
+
+void fillStandardDescriptors() {
+    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) != -1)
+            continue;
+        // The lowest free number is this one. Without the device a descriptor that takes no writes will do.
+        if (open("/dev/null", O_RDWR) < 0)
+            static_cast<void>(open("/", O_PATH));
+    }
+}
+
+void closeInherited() {
+    if (closeRange(0))
+        return;
+    for (int fd : inherited())
+        close(fd);
+}
+
+void hideInherited() {
+    if (closeRange(CLOSE_RANGE_CLOEXEC))
+        return;
+    for (int fd : inherited())
+        fcntl(fd, F_SETFD, FD_CLOEXEC);
+}
