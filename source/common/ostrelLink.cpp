@@ -44,7 +44,8 @@ sockaddr_un serverAddress() {
 // Owns a socket until it is taken over by a link.
 class Socket {
 public:
-    Socket() : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {}
+    Socket() : Socket(socket(AF_UNIX, SOCK_STREAM, 0)) {}
+    explicit Socket(int fd) : fd_(fd) {}
     ~Socket() {
         if (fd_ >= 0)
             close(fd_);
@@ -54,6 +55,11 @@ public:
 
     int fd() const { return fd_; }
     int release() { return std::exchange(fd_, -1); }
+    void replace(int fd) {
+        if (fd_ >= 0)
+            close(fd_);
+        fd_ = fd;
+    }
 
 private:
     int fd_;
@@ -62,6 +68,24 @@ private:
 // What the log calls the functions behind the public ones.
 constexpr char sendDataName[] = "sendData";
 constexpr char receiveDataName[] = "receiveData";
+
+// False, with errno set, when there is no client, or not yet a number for the one that client holds then.
+bool acceptInto(Socket& client, int listening) {
+    std::lock_guard guard(ostrelLink::accepting);
+    if (client.fd() < 0) {
+        sockaddr_un peer{};
+        socklen_t peerLength = sizeof peer;
+        // Close-on-exec from the start: the main thread may be starting a program at this very moment.
+        client.replace(accept4(listening, reinterpret_cast<sockaddr*>(&peer), &peerLength, SOCK_CLOEXEC));
+    }
+    if (client.fd() < 0 || client.fd() >= ostrelLink::limits.firstAccepted)
+        return client.fd() >= 0;
+    int moved = fcntl(client.fd(), F_DUPFD_CLOEXEC, ostrelLink::limits.firstAccepted);
+    if (moved < 0)
+        return false;
+    client.replace(moved);
+    return true;
+}
 
 bool stopRequested() {
     return ostrelLink::limits.stopRequested != nullptr && ostrelLink::limits.stopRequested->load() != 0;
@@ -97,6 +121,7 @@ struct ostrelLink::Outgoing {
 };
 
 LinkLimits ostrelLink::limits;
+std::mutex ostrelLink::accepting;
 
 ostrelLink::ostrelLink(int takenFd) : fd(takenFd) {}
 
@@ -132,14 +157,11 @@ bool ostrelLink::bindTo(unsigned int port) {
 }
 
 int ostrelLink::getNewConnection() {
+    Socket client(-1);
     for (;;) {
-        sockaddr_un peer{};
-        socklen_t peerLength = sizeof peer;
-        // Close-on-exec from the start: the main thread may be starting a program at this very moment.
-        int accepted = accept4(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength, SOCK_CLOEXEC);
-        if (accepted >= 0) {
-            OSTREL_LOG(logLevel::debug, "[osrLink:accept] got new incoming connection, fd=%d", accepted);
-            return accepted;
+        if (acceptInto(client, fd)) {
+            OSTREL_LOG(logLevel::debug, "[osrLink:accept] got new incoming connection, fd=%d", client.fd());
+            return client.release();
         }
         if (stopRequested())
             return -1;

@@ -7,9 +7,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 
-// How long a link puts up with its peer. The default is for ever, which suits a client; the server sets both,
-// before it has a second thread.
+// How long a link puts up with its peer, and where it puts one. The default is for ever and anywhere, which
+// suits a client; the server sets all, before it has a second thread.
 struct LinkLimits {
     // Longest time from a frame's first byte to its last, and longest time in which the peer takes nothing of
     // what is sent to it. 0: no limit.
@@ -19,6 +20,8 @@ struct LinkLimits {
     unsigned int sendRate = 0;
     // Non-zero ends every wait within a second, at once when a signal set it. Borrowed; may be null.
     const std::atomic<int>* stopRequested = nullptr;
+    // Accepted sockets get this number or a higher one.
+    int firstAccepted = 0;
 };
 
 class ostrelLink {
@@ -27,6 +30,8 @@ public:
     unsigned int ostrCounter = 0;
 
     static LinkLimits limits;
+    // Held while a client is accepted: until it is released no accepted socket takes a descriptor.
+    static std::mutex accepting;
 
     ostrelLink() = default;
     explicit ostrelLink(int fd);  // taken
@@ -36,8 +41,8 @@ public:
 
     // Replaces the socket file and listens on it. The port is only logged.
     bool bindTo(unsigned int port);
-    // Blocks until a client connects; retries a failing accept twice a second. The caller owns the
-    // descriptor; -1 only when accept fails and a stop is requested.
+    // Blocks until a client connects, with accepting held; retries a failing accept twice a second. The
+    // caller owns the descriptor; -1 only when accept fails and a stop is requested.
     int getNewConnection();
     // The client's side. The port is not used.
     bool connectTo(unsigned int port);

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 
 constexpr char logModule[] = "ostrelUtils";
 
@@ -100,6 +101,23 @@ struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
+// The command for a shell that has the soft limit of descriptors which the daemon was started with, as the
+// programs that the plug-in headers start. The status is that of a shell with the command alone.
+std::string withOldLimit(const char* command) {
+    const char* limit = std::getenv(descriptorLimitVariable);
+    if (limit == nullptr || *limit == '\0' || limit[std::strspn(limit, "0123456789")] != '\0')
+        return command;
+    std::string quoted;
+    for (const char* at = command; *at != '\0'; ++at) {
+        if (*at == '\'')
+            quoted += "'\\'";
+        quoted += *at;
+        if (*at == '\'')
+            quoted += '\'';
+    }
+    return std::string("ulimit -S -n ") + limit + " 2>/dev/null; exec /bin/sh -c '" + quoted + "'";
+}
+
 }  // namespace
 
 const char* printable(const char* text) { return text != nullptr ? text : "(null)"; }
@@ -124,20 +142,28 @@ void ostrelSetPrintLevel(int mask) { printMask = mask; }
 
 void ostrelShowPrefix(int on) { showPrefix = on; }
 
+int openLogFile(const char* path) {
+    // Appends: programs that plug-ins started may still write to a file that is emptied here.
+    return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644);
+}
+
+void useLogFile(int fd, const char* path) {
+    dup2(fd, STDOUT_FILENO);
+    dup2(fd, STDERR_FILENO);
+    if (std::strcmp(path, "/dev/null") != 0)
+        chmod(path, 0644);
+}
+
 int OpenLog(char* path) {
     if (path == nullptr)
         return 0;
-    // Appends: programs that plug-ins started may still write to a file that is emptied here.
-    int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644);
+    int fd = openLogFile(path);
     if (fd < 0)
         std::exit(0);
-    dup2(fd, STDOUT_FILENO);
-    dup2(fd, STDERR_FILENO);
+    useLogFile(fd, path);
     // The open itself lands on 1 or 2 when that descriptor was closed.
     if (fd > STDERR_FILENO)
         close(fd);
-    if (std::strcmp(path, "/dev/null") != 0)
-        chmod(path, 0644);
     return 1;
 }
 
@@ -155,7 +181,7 @@ int ostrelExecute(const char* format, ...) {
     va_end(arguments);
 
     OSTREL_LOG(logLevel::notice, "exec: [%s]", command.data());
-    int status = std::system(command.data());
+    int status = std::system(withOldLimit(command.data()).c_str());
     if (status != 0)
         OSTREL_LOG(logLevel::error, "error: [%s]: %d", command.data(), status);
     return status;

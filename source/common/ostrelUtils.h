@@ -12,8 +12,16 @@
 extern int printMask;
 extern int showPrefix;
 
+// An environment variable: the soft limit of descriptors of the programs that the daemon and its plug-ins
+// start. Without it they have the process's own. The plug-in headers know it, too.
+constexpr char descriptorLimitVariable[] = "OSTREL_DESCRIPTOR_LIMIT";
+
 // A text that may be null, as the log shows it.
 const char* printable(const char* text);
+
+// The two halves of OpenLog: the file, emptied, or -1 with errno set; and what points the outputs at it.
+int openLogFile(const char* path);
+void useLogFile(int fd, const char* path);
 
 // The arguments are not evaluated when the mask hides the level.
 #define OSTREL_LOG(level, ...) OSTREL_LOG_AS(__func__, level, __VA_ARGS__)

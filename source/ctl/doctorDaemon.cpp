@@ -95,7 +95,8 @@ void reportBusy(DoctorReport& report, const DaemonFacts& daemon, bool queueFull)
                isStopped(daemon.process)
                    ? "see the line process"
                    : "some client holds a write sequence, or a plug-in works or is stuck: the last lines of "
-                     "the log (--verbose) name it; end that client, or wait and ask with a longer --timeout");
+                     "the log (--verbose) name it, or that all connections are in use; end that client, or "
+                     "wait and ask with a longer --timeout");
 }
 
 void reportUnreachable(DoctorReport& report, const ostrel::Error& error) {

@@ -2,15 +2,15 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdint>
 #include <cstdlib>
 #include <new>
 
 #include "common/ostrelUtils.h"
+#include "server/descriptors.h"
+#include "server/event.h"
 #include "server/globals.h"
 #include "server/serverModule.h"
 
@@ -18,28 +18,6 @@ namespace {
 
 constexpr std::size_t listenerStackSize = 65536;
 constexpr useconds_t memoryRetryUs = 500000;
-
-// An event that one thread sets and another waits for with poll.
-class Event {
-public:
-    Event() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-        if (fd_ < 0)
-            Die("Cannot create an event");
-    }
-    ~Event() { close(fd_); }
-    Event(const Event&) = delete;
-    Event& operator=(const Event&) = delete;
-
-    int fd() const { return fd_; }
-    void set() const { eventfd_write(fd_, 1); }
-    void clear() const {
-        eventfd_t count = 0;
-        eventfd_read(fd_, &count);
-    }
-
-private:
-    int fd_;
-};
 
 Event& newClients() {
     static Event event;
@@ -51,6 +29,12 @@ Event& stopWanted() {
     return event;
 }
 
+Event& clientLeft() {
+    static Event event;
+    return event;
+}
+
+std::atomic<int> clients{0};  // accepted and not yet closed; the listener adds, the main thread subtracts
 std::atomic<bool> stopping{false};
 std::atomic<bool> listenerGone{false};
 std::atomic<pid_t> listenerProcess{0};  // the process that has the thread; 0 before it is made
@@ -76,11 +60,26 @@ private:
 };
 
 // False when the listener is to leave instead.
-bool waitForClient() {
-    pollfd waits[] = {{chaussette.fd, POLLIN, 0}, {stopWanted().fd(), POLLIN, 0}};
+bool waitFor(int fd) {
+    pollfd waits[] = {{fd, POLLIN, 0}, {stopWanted().fd(), POLLIN, 0}};
     while (poll(waits, 2, -1) < 0) {
     }
     return !stopping;
+}
+
+// Those that come meanwhile wait in the socket's queue. The same.
+bool waitForRoom() {
+    if (clients < mostClients())
+        return !stopping;
+    OSTREL_LOG_AS("listener", logLevel::error,
+                  "[ostrelServer] %d clients are connected: more have to wait until one leaves",
+                  mostClients());
+    while (clients >= mostClients()) {
+        if (!waitFor(clientLeft().fd()))
+            return false;
+        clientLeft().clear();
+    }
+    return true;
 }
 
 void logConnections() {
@@ -108,6 +107,7 @@ void acceptClient() {
             return;
         listOfConnection.push_back(connection.get());
         static_cast<void>(connection.release());
+        ++clients;
         logConnections();
     }
     newClients().set();
@@ -131,6 +131,7 @@ bool startListener() {
     // Made before the handler below is registered, so that they outlive it.
     newClients();
     stopWanted();
+    clientLeft();
 
     sigset_t forMainThread;
     sigset_t before;
@@ -167,7 +168,7 @@ void stopListener() {
 
 void* listener(void*) {
     isListener = true;
-    while (waitForClient()) {
+    while (waitForRoom() && waitFor(chaussette.fd)) {
         try {
             acceptClient();
         } catch (const std::bad_alloc&) {
@@ -186,6 +187,9 @@ void removeCnx(int index) {
     std::unique_ptr<ostrelConnection> connection(*place);
     OSTREL_LOG(logLevel::error, "%s", connection->name ? connection->name.get() : "");
     listOfConnection.erase(place);
+    connection.reset();
+    if (clients.fetch_sub(1) == mostClients())
+        clientLeft().set();
 }
 
 int newClientsFd() { return newClients().fd(); }

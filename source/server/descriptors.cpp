@@ -1,13 +1,25 @@
 #include "server/descriptors.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
 #include <vector>
 
+#include "common/ostrelUtils.h"
+
 namespace {
+
+constexpr rlim_t mostDescriptors = 4096;
+constexpr int enoughForSelect = 2 * FD_SETSIZE;
+constexpr int fewForClientsToLeave = 64;
+
+int descriptorLimit = 0;
 
 // All above 2 that are open.
 std::vector<int> inherited() {
@@ -50,3 +62,19 @@ void hideInherited() {
     for (int fd : inherited())
         fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
+
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    setenv(descriptorLimitVariable, std::to_string(limit.rlim_cur).c_str(), 1);
+    limit.rlim_cur = std::min(limit.rlim_max, mostDescriptors);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    descriptorLimit = static_cast<int>(limit.rlim_cur);
+}
+
+int firstClientDescriptor() {
+    return descriptorLimit >= enoughForSelect ? FD_SETSIZE
+                                              : std::min(fewForClientsToLeave, descriptorLimit / 2);
+}
+
+int mostClients() { return descriptorLimit - firstClientDescriptor(); }

@@ -11,6 +11,7 @@
 #include "server/connections.h"
 #include "server/descriptors.h"
 #include "server/globals.h"
+#include "server/logFile.h"
 #include "server/mainLoop.h"
 #include "server/plugins.h"
 #include "server/serverModule.h"
@@ -109,7 +110,7 @@ void openDatabase(const Options& options) {
 
 // From here on clients can connect; they are served once the main loop runs.
 void startServing() {
-    ostrelLink::limits = {peerStall, peerRate, &quitRequested};
+    ostrelLink::limits = {peerStall, peerRate, &quitRequested, firstClientDescriptor()};
     if (!chaussette.bindTo(port))
         Die("Cannot bind");
     if (pthread_mutex_init(&bllLock, nullptr) != 0)
@@ -125,7 +126,9 @@ int main(int argc, char** argv) {
     Options options;
     if (!parseOptions(argc, argv, options))
         return 0;
+    raiseDescriptorLimit();
     openLog(options);
+    reserveLogDescriptor();
     logStart();
     openDatabase(options);
     startServing();

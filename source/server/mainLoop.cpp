@@ -10,6 +10,7 @@
 #include "server/connections.h"
 #include "server/dispatcher.h"
 #include "server/globals.h"
+#include "server/logFile.h"
 #include "server/plugins.h"
 #include "server/serverModule.h"
 
@@ -31,8 +32,7 @@ void serveFlags() {
     if (logReloadRequested != 0) {
         OSTREL_LOG_AS("main", logLevel::notice, "[ostrelServer] Reloading Log file");
         logReloadRequested = 0;
-        if (logFileName != nullptr)
-            OpenLog(logFileName);
+        reopenLog();
     }
 }
 

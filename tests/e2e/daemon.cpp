@@ -127,7 +127,8 @@ void Daemon::launch(const std::string& options) {
     if (pid_ == 0) {
         if (endsEarly)
             setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-        const rlimit limit{descriptorLimit, descriptorLimit};
+        close_range(STDERR_FILENO + 1, ~0U, 0);
+        const rlimit limit{softDescriptorLimit != 0 ? softDescriptorLimit : descriptorLimit, descriptorLimit};
         if (descriptorLimit != 0)
             setrlimit(RLIMIT_NOFILE, &limit);
         std::string command = "exec /vemra/bin/ostrelServer " + options + " >/tmp/output 2>&1";

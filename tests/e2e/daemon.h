@@ -91,6 +91,7 @@ public:
     bool verbose = true;
     // How many descriptors it may have; 0: as many as the test.
     rlim_t descriptorLimit = 0;
+    rlim_t softDescriptorLimit = 0;  // 0: the same
     // A daemon that ends in the middle of things does not release its memory: leak checks off.
     bool endsEarly = false;
 

@@ -15,12 +15,15 @@ class Exec : public testing::Test {
 protected:
     Exec() {
         daemon.factory("a Dword 1\nb Dword 1\ntext String \"\"\n");
+        daemon.descriptorLimit = 8192;
+        daemon.softDescriptorLimit = 99;
         daemon.noPlugins();
         daemon.plugin("exec", "", IMAGE "/default/ostrPlugins/exec");
         std::filesystem::remove("/tmp/copied");
-        program("/tmp/copy",
-                "echo $OSTREL_RULE $(/vemra/bin/ostrelCtl get a text) >>/tmp/copied\n"
-                "while [ -e /tmp/hold ]; do sleep 0.01; done\nexit 3\n");
+        program(
+            "/tmp/copy",
+            "ulimit -S -n >/tmp/limit\necho $OSTREL_RULE $(/vemra/bin/ostrelCtl get a text) >>/tmp/copied\n"
+            "while [ -e /tmp/hold ]; do sleep 0.01; done\nexit 3\n");
     }
     static void program(const std::string& file, const std::string& script) {
         writeFile(file, "#!/bin/sh\n" + script);
@@ -44,6 +47,7 @@ TEST_F(Exec, RunsOnceForACommitAndOnceMoreForAllThatCameMeanwhile) {
     std::string lines = "copy a Dword 1 text String \"\"\n";
     EXPECT_TRUE(copied(lines)) << "at the start\n" << readFile("/tmp/copied");
     EXPECT_TRUE(daemon.logged("ostrelExecRunner: rule copy: /tmp/copy: exit status 3\n"));
+    EXPECT_EQ(readFile("/tmp/limit"), "99\n") << "the daemon has another";
     writeFile("/tmp/hold", "");
     EXPECT_TRUE(apply("a Dword 2\ntext String \"x\"\n"));
     EXPECT_TRUE(copied(lines += "copy a Dword 2 text String \"x\"\n")) << readFile("/tmp/copied");

@@ -4,7 +4,6 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +17,7 @@
 #include <vector>
 
 #include "ostrel/plugin/file.hpp"
+#include "ostrel/plugin/launch.hpp"
 
 #pragma GCC visibility push(hidden)
 namespace ostrel::plugin {
@@ -57,78 +57,18 @@ inline bool waitForEnd(const Descriptor& process, std::chrono::milliseconds limi
     }
 }
 
-namespace detail {
-
-// The signals are the daemon's own affair: a program gets the defaults, and a process group that can be
-// killed whole.
-class SpawnAttributes {
-public:
-    SpawnAttributes() {
-        posix_spawnattr_init(&attributes_);
-        sigset_t none;
-        sigset_t all;
-        sigemptyset(&none);
-        sigfillset(&all);
-        posix_spawnattr_setsigmask(&attributes_, &none);
-        posix_spawnattr_setsigdefault(&attributes_, &all);
-        posix_spawnattr_setpgroup(&attributes_, 0);
-        posix_spawnattr_setflags(&attributes_,
-                                 POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    }
-    ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-
-    const posix_spawnattr_t* get() const { return &attributes_; }
-
-private:
-    posix_spawnattr_t attributes_{};
-};
-
-// Not a terminal for the input, which would stop a program that reads from it in a group of its own; and no
-// file or lock of the daemon, which a program would hold beyond its end.
-class SpawnFiles {
-public:
-    explicit SpawnFiles(int standardInput) {
-        posix_spawn_file_actions_init(&actions_);
-        if (standardInput < 0)
-            posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        else
-            posix_spawn_file_actions_adddup2(&actions_, standardInput, STDIN_FILENO);
-        posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
-    }
-    ~SpawnFiles() { posix_spawn_file_actions_destroy(&actions_); }
-    SpawnFiles(const SpawnFiles&) = delete;
-    SpawnFiles& operator=(const SpawnFiles&) = delete;
-
-    const posix_spawn_file_actions_t* get() const { return &actions_; }
-
-private:
-    posix_spawn_file_actions_t actions_{};
-};
-
-inline int reap(pid_t child) {
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return status;
-}
-
-}  // namespace detail
-
 // Starts the program (an absolute path, then its arguments; no shell) in a process group of its own. Its
 // standard input is the descriptor, which is borrowed, or without one empty; its outputs are the daemon's
-// log; it gets no other descriptor. The caller waits for it. Throws CommandError.
+// log; it gets no other descriptor. Its soft limit of descriptors is the one that the daemon was started
+// with. The caller waits for it. Throws CommandError.
 inline pid_t spawn(const std::vector<std::string>& command, int standardInput = -1) {
     std::vector<char*> arguments;
     for (const std::string& argument : command)
         arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
-    pid_t child = 0;
-    int error = posix_spawn(&child, command.at(0).c_str(), detail::SpawnFiles(standardInput).get(),
-                            detail::SpawnAttributes().get(), arguments.data(), environ);
-    if (error != 0)
-        throw CommandError(command[0], std::generic_category().message(error));
+    pid_t child = detail::launch(arguments.data(), standardInput);
+    if (child < 0)
+        throw CommandError(command.at(0), std::generic_category().message(errno));
     return child;
 }
 

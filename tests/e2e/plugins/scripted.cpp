@@ -6,8 +6,8 @@
 //   ENTRY new TEMPLATE NAME OWNER | ENTRY read KEY PKEY | ENTRY reboot N | ENTRY return N
 //   ENTRY throw | ENTRY throwNumber | ENTRY sleep MILLISECONDS | ENTRY kill (the daemon)
 //   ENTRY odd TYPE | ENTRY fill KEY COUNT | ENTRY fork (a child that returns, too) | ENTRY leaveChild SECONDS
-//   ENTRY starve (leaves the process no memory)
-//   ENTRY execute COMMAND (of the shell)
+//   ENTRY starve (leaves the process no memory) | ENTRY execute COMMAND (of the shell)
+//   ENTRY hog descriptors (all, until another entry is called)
 // The lines of an entry are carried out at each of its calls; the script is read again each time. "load" and
 // "getIoFuncs" stand for what comes before the first entry.
 #include <dlfcn.h>
@@ -102,9 +102,19 @@ int executeRest(const Words& words) {
     return ostrelExecute("%s", command.c_str());
 }
 
+std::vector<int> hogged;
+
+int hog() {
+    while (hogged.empty() || hogged.back() >= 0)
+        hogged.push_back(dup(STDIN_FILENO));
+    return hogged.back();
+}
+
 // What a verb that calls the server gives.
 std::string resultOf(const Words& words) {
     const char* name = words.at(1).c_str();
+    if (words[0] == "hog")
+        return std::to_string(hog());
     if (words[0] == "execute")
         return std::to_string(executeRest(words));
     if (words[0] == "odd")
@@ -126,6 +136,9 @@ std::string resultOf(const Words& words) {
 // Returns the entry's result.
 int carryOut(const std::string& entry, int* reboot = nullptr) {
     int result = 1;
+    for (int fd : hogged)
+        close(fd);
+    hogged.clear();
     for (const Words& words : linesOf(entry)) {
         if (words.at(0) == "throw")
             throw std::runtime_error("scripted");
