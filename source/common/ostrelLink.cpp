@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,13 +14,13 @@
 
 #include "common/linkModule.h"
 #include "common/ostrelUtils.h"
+#include "common/socketPath.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr char socketPath[] = "/tmp/ostrel.sock";
 constexpr int backlog = 4;
 constexpr unsigned int counterEnd = 0xFF00;
 
@@ -30,16 +29,6 @@ constexpr unsigned int counterEnd = 0xFF00;
 constexpr std::size_t longestPiece = std::size_t{16} * 1024;
 constexpr milliseconds sendRetry{100};
 constexpr milliseconds stopCheck{1000};
-
-// The address ends with the path's last character: no NUL is counted.
-constexpr socklen_t addressLength = offsetof(sockaddr_un, sun_path) + sizeof socketPath - 1;
-
-sockaddr_un serverAddress() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, socketPath, sizeof socketPath);
-    return address;
-}
 
 // Owns a socket until it is taken over by a link.
 class Socket {
@@ -140,9 +129,7 @@ bool ostrelLink::bindTo(unsigned int port) {
         OSTREL_LOG(logLevel::error, "error: socket(): %d", errno);
         return false;
     }
-    unlink(socketPath);
-    sockaddr_un address = serverAddress();
-    if (bind(listening.fd(), reinterpret_cast<const sockaddr*>(&address), addressLength) != 0) {
+    if (!bindToPath(listening.fd())) {
         OSTREL_LOG(logLevel::error, "error: bind(): %d:%s", errno, socketPath);
         return false;
     }

@@ -68,7 +68,7 @@ bool checkSocketFile(DoctorReport& report) {
     }
     if (!S_ISSOCK(info.st_mode)) {
         report.bad("socket", std::string(socketPath) + " is not a socket: the daemon does not run",
-                   "remove it and start ostrelServer");
+                   "start ostrelServer, which moves it aside");
         return false;
     }
     constexpr mode_t everybody = 0777;

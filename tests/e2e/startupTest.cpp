@@ -1,9 +1,12 @@
 // From the command line to the exit status.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "client.h"
 #include "daemon.h"
@@ -31,9 +34,34 @@ TEST(Startup, WhatCannotRunEndsWithItsTextAndStatus) {
     std::filesystem::remove_all("/vemra/default/ostrPlugins");
     expect("-d", 255, "FATAL ERROR :Cannot open plugin dir\n");
     std::filesystem::remove_all("/tmp/ostrel.sock");
-    std::filesystem::create_directories("/tmp/ostrel.sock/in the way");
+    std::filesystem::create_directory("/tmp/ostrel.sock");
+    ASSERT_EQ(mount("in the way", "/tmp/ostrel.sock", "tmpfs", 0, nullptr), 0);
     expect("-d", 255, "error: bind(): 98:/tmp/ostrel.sock\n");
     EXPECT_TRUE(contains(daemon.output(), "FATAL ERROR :Cannot bind\n"));
+    EXPECT_EQ(occurrences(daemon.output(), "bind()"), 1U) << "of all tries";
+    umount("/tmp/ostrel.sock");
+}
+
+// Every local user may put something there.
+TEST(Startup, WhatStandsOrComesAtTheSocketsPathStopsNoStart) {
+    Daemon daemon;
+    std::filesystem::create_directories("/tmp/ostrel.sock/x");
+    daemon.start();
+    const std::string aside =
+        replaced(daemon.log(), "[^]*/tmp/ostrel.sock cannot be removed: it is now ([^\n]*)\n[^]*", "$1");
+    EXPECT_TRUE(matches(aside, "^/tmp/ostrel.sock.aside-[0-9]+$") &&
+                std::filesystem::is_directory(aside + "/x"))
+        << aside;
+    EXPECT_EQ(daemon.stop(), 0);
+    const auto come = [](const std::stop_token& stop) {
+        while (!stop.stop_requested())
+            static_cast<void>(!symlink("/tmp/nowhere", "/tmp/ostrel.sock"));
+    };
+    const std::jthread first(come);
+    for (int i = 0; i < 3; ++i) {
+        daemon.start();
+        EXPECT_EQ(daemon.stop(), 0);
+    }
 }
 
 TEST(Startup, LinesComeInOrderAndSigtermShutsDown) {
