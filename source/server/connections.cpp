@@ -82,6 +82,15 @@ bool waitForRoom() {
     return true;
 }
 
+// In a child that a plug-in forks, which may have other threads' locks held for ever. Clients would wait for
+// answers at its copy of the listening socket when the daemon has gone, and never see that the daemon has
+// closed theirs.
+void leaveSocketsInChild() {
+    close(chaussette.fd);
+    chaussette.fd = -1;
+    close_range(static_cast<unsigned int>(firstClientDescriptor()), ~0U, 0);
+}
+
 void logConnections() {
     if ((printMask & logLevel::debug) == 0)
         return;
@@ -145,6 +154,8 @@ bool startListener() {
     if (result != 0)
         return false;
     listenerProcess = getpid();
+    // Without memory for it a child keeps the sockets, as if there were no handler.
+    pthread_atfork(nullptr, nullptr, leaveSocketsInChild);
     // Runs before the destructors of the globals, which were made earlier.
     std::atexit(stopListener);
     return true;
