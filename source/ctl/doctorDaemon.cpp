@@ -104,7 +104,9 @@ void reportUnreachable(DoctorReport& report, const ostrel::Error& error) {
         case OSTREL_STALE_SOCKET:
         case OSTREL_NOT_RUNNING:
             report.bad("socket", std::string(socketPath) + " is stale: the daemon that made it has ended",
-                       "see how its log ends; then start ostrelServer, which replaces the file");
+                       "see how its log ends; then start ostrelServer, which replaces the file. A plug-in "
+                       "that crashes is named only by --debug --verbose (the last line with >>>); "
+                       "--reduced starts without those that are not essential");
             break;
         default:
             report.bad("socket", std::string(socketPath) + ": " + error.what(), "look at the end of the log");

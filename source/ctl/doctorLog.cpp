@@ -23,7 +23,7 @@ struct Faults {
 
 // The daemon's functions that serve clients. What these log as an error is a client's doing: it came, left,
 // or asked for what is refused.
-constexpr std::array<std::string_view, 16> clientFunctions{"popMessage",
+constexpr std::array<std::string_view, 15> clientFunctions{"popMessage",
                                                            "removeCnx",
                                                            "HandleWriteSequence",
                                                            "unpackReadMessage",
@@ -36,8 +36,7 @@ constexpr std::array<std::string_view, 16> clientFunctions{"popMessage",
                                                            "unpackDeinstanciateOwnerMessage",
                                                            "OstrelUnMarshallParameters",
                                                            "sendData",
-                                                           "waitWritable",
-                                                           "waitReadable",
+                                                           "receiveData",
                                                            "receiveMessage"};
 // But these are the daemon's own.
 constexpr std::array<std::string_view, 3> ownFaults{"[ostrelServer] Warning, commit failed",
@@ -54,8 +53,11 @@ constexpr std::array<Remedy, 6> remedies{{
     {"Cannot open plugin dir", "see the line plug-ins"},
     {"No plugins loaded", "see the lines plug-in; with --reduced at least one must be essential"},
     {"Init failed for plugin",
-     "run ostrelServer -d -v: the last plug-in that it names is the one; correct or remove it"},
-    {"Cannot get", "run ostrelServer -d -v: the last plug-in that it names is the one; correct or remove it"},
+     "run ostrelServer --debug --verbose once: its last line with >>> names the plug-in; correct or remove "
+     "it; --reduced starts without those that are not essential"},
+    {"Cannot get",
+     "run ostrelServer --debug --verbose once: its last line with >>> names the plug-in; correct or remove "
+     "it"},
 }};
 
 const char* adviceFor(std::string_view reason) {
@@ -63,7 +65,7 @@ const char* adviceFor(std::string_view reason) {
         if (reason.starts_with(remedy.reason))
             return remedy.advice;
     }
-    return "run ostrelServer -d -v and read what comes before it";
+    return "run ostrelServer --debug --verbose once and read what comes before it";
 }
 
 // The last lines; the first of them may be cut.

@@ -1,15 +1,18 @@
 #include <dirent.h>
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/pluginFile.h"
 #include "server/pluginRecord.h"
 #include "server/plugins.h"
 #include "server/pluginsModule.h"
@@ -66,6 +69,20 @@ OstrelIoFuncs_t* findTable(void* library, const char* fileName) {
     return table;
 }
 
+// A file that is listed twice, by a link, is one library: what it hands out last may be all that is left of
+// it.
+void shareAnswers(const OstrelClientPlugin& asked) {
+    for (OstrelClientPlugin* plugin : listOfClients) {
+        if (plugin->dlHandle != asked.dlHandle)
+            continue;
+        plugin->moduleName = asked.moduleName;
+        plugin->nbWatchedValues = asked.nbWatchedValues;
+        plugin->watchedValues = asked.watchedValues;
+        plugin->nbTriggers = asked.nbTriggers;
+        plugin->triggerList = asked.triggerList;
+    }
+}
+
 void loadDirectory(int reduced) {
     constexpr char function[] = "loadPlugins";
     Directory directory(opendir(pluginDirectory));
@@ -93,6 +110,7 @@ void loadPlugins(int reduced) {
     OSTREL_LOG(logLevel::debug, "Initializing plugins...");
     for (OstrelClientPlugin* plugin : listOfClients) {
         plugin->initIo();
+        shareAnswers(*plugin);
         OSTREL_LOG(logLevel::debug, "Plugin %s/%s initialized (prio %d)", plugin->shortFileName,
                    printable(plugin->moduleName), static_cast<int>(plugin->loadPriority));
     }
@@ -100,10 +118,11 @@ void loadPlugins(int reduced) {
 
 bool loadOnePlugin(const char* fileName, int reduced) {
     OSTREL_LOG(logLevel::debug, "Loading plugin: %s", fileName);
-    Library library(dlopen(fileName, RTLD_NOW));
+    const char* fault = faultOfPluginFile(fileName);
+    Library library(fault == nullptr ? dlopen(fileName, RTLD_NOW) : nullptr);
     if (!library) {
         OSTREL_LOG(logLevel::error, "error: file %s cannot load as plugin, er=%s", fileName,
-                   printable(dlerror()));
+                   printable(fault != nullptr ? fault : dlerror()));
         return false;
     }
     if (reduced != 0 && dlsym(library.get(), "ostrelClientEssentialFunc") == nullptr) {
@@ -136,8 +155,13 @@ bool sortPlugins() {
 }
 
 void unloadPlugins() {
+    // A file that is listed twice, by a link, is one library with one table, and dies once.
+    std::vector<void*> closed;
     for (OstrelClientPlugin* plugin : listOfClients) {
-        plugin->closeIo();
+        if (std::ranges::find(closed, plugin->dlHandle) == closed.end()) {
+            plugin->closeIo();
+            closed.push_back(plugin->dlHandle);
+        }
         dlclose(plugin->dlHandle);
         delete plugin;
     }

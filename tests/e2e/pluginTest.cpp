@@ -1,8 +1,12 @@
 // The plug-in host: loading, order, broadcasts, and what plug-ins may write when.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "client.h"
 #include "daemon.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -39,6 +43,39 @@ TEST_F(Plugins, LoadAndRestartPrioritiesOrderTheCalls) {
     EXPECT_EQ(daemon.calls(), "b writeConf,a writeConf,b restart,a restart,");
     EXPECT_EQ(daemon.stop(), 0);
     EXPECT_EQ(daemon.calls(), "c die,a die,b die,");
+}
+
+// Cut anywhere: what the loader would map beyond the file's end would end the daemon, and each start after
+// it.
+TEST_F(Plugins, FilesCutShortAreSkipped) {
+    const fs::path folder = "/vemra/default/ostrPlugins";
+    daemon.plugin("good", "watch *\n");
+    const std::string whole = readFile(folder / "good.ostr");
+    const std::size_t sizes[] = {0, 10, 64, 100, 3000, 20000};
+    for (const std::size_t size : sizes)
+        writeFile(folder / ("cut" + std::to_string(size) + ".ostr"), whole.substr(0, size));
+    // Its headers tell nonsense.
+    std::string bent = whole;
+    bent.replace(32, 8, std::string(8, '\xFF'));
+    writeFile(folder / "bent.ostr", bent);
+    ASSERT_EQ(system(("mkfifo " + (folder / "pipe.ostr.old").string()).c_str()), 0);
+    EXPECT_EQ(start(), "good init 5,");
+    EXPECT_EQ(occurrences(daemon.log(), ".ostr cannot load as plugin, er="), std::size(sizes) + 1);
+    EXPECT_TRUE(contains(daemon.log(), "/cut3000.ostr cannot load as plugin, er=the file is cut short\n"));
+}
+
+// Both names are called; there is one library, which dies once.
+TEST_F(Plugins, AFileThatIsListedTwiceDiesOnce) {
+    daemon.plugin("a", "watch other\n");
+    daemon.script("b", "watch other\n");
+    fs::create_symlink("a.ostr", "/vemra/default/ostrPlugins/b.ostr");
+    const std::string calls = start();
+    const std::string name = calls.substr(0, 2);  // by which it was loaded first
+    EXPECT_EQ(calls, name + "init 5," + name + "init 5,");
+    EXPECT_TRUE(write("other", 5));
+    EXPECT_EQ(replaced(daemon.calls(), name, ""), "writeConf,writeConf,restart,restart,");
+    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_EQ(daemon.calls(), name + "die,");
 }
 
 TEST_F(Plugins, RequestsForARebootAreOneLineAndCountAlsoWhenTheRestartFailed) {

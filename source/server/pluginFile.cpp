@@ -1,0 +1,68 @@
+#include "server/pluginFile.h"
+
+#include <elf.h>
+#include <fcntl.h>
+#include <link.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+class OpenFile {
+public:
+    explicit OpenFile(const char* path) : fd_(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
+    ~OpenFile() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+    // Of a regular file; otherwise 0.
+    std::uint64_t size() const {
+        struct stat info {};
+        bool regular = fstat(fd_, &info) == 0 && S_ISREG(info.st_mode);
+        return regular ? static_cast<std::uint64_t>(info.st_size) : 0;
+    }
+
+    // False when the file does not have all of it there.
+    template <typename Record>
+    bool read(std::uint64_t at, Record& record) const {
+        return pread(fd_, &record, sizeof record, static_cast<off_t>(at)) ==
+               static_cast<ssize_t>(sizeof record);
+    }
+
+private:
+    int fd_;
+};
+
+constexpr char cutShort[] = "the file is cut short";
+
+bool isOurs(const ElfW(Ehdr) & header) {
+    constexpr int ownClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
+    return std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 && header.e_ident[EI_CLASS] == ownClass &&
+           header.e_phentsize == sizeof(ElfW(Phdr));
+}
+
+}  // namespace
+
+const char* faultOfPluginFile(const char* path) {
+    OpenFile file(path);
+    const std::uint64_t size = file.size();
+    ElfW(Ehdr) header{};
+    if (size == 0 || !file.read(0, header) || !isOurs(header))
+        return nullptr;
+    for (std::uint64_t i = 0; i < header.e_phnum; ++i) {
+        ElfW(Phdr) segment{};
+        const std::uint64_t at = header.e_phoff + i * sizeof segment;
+        if (at > size || !file.read(at, segment))
+            return cutShort;
+        const bool fits = segment.p_offset <= size && segment.p_filesz <= size - segment.p_offset;
+        if (segment.p_type == PT_LOAD && !fits)
+            return cutShort;
+    }
+    return nullptr;
+}
