@@ -1,4 +1,5 @@
 #include "common/marshalling.h"
+#include "common/logText.h"
 
 #include <array>
 #include <cstring>
@@ -248,7 +249,8 @@ bool OstrelUnMarshallQuestions(unsigned int size, unsigned char* bytes, unsigned
         records[i].setName(text.of(name));
     }
     for (std::uint32_t i = 0; i < entries; ++i)
-        OSTREL_LOG(logLevel::debug, "Question [%02d] <%s>", static_cast<int>(i), records[i].name);
+        OSTREL_LOG(logLevel::debug, "Question [%02d] <%s>", static_cast<int>(i),
+                   LogText(records[i].name).text());
     *count = entries;
     *values = records.release();
     return true;

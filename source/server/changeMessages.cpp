@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "common/logText.h"
 #include "common/marshalling.h"
 #include "common/messageCodes.h"
 #include "common/ostrelLink.h"
@@ -97,23 +98,26 @@ bool removeOwner(long handle, OstrelValue& value) {
 
 void logRefusedWrite(const char* function, const OstrelValue& value) {
     if (value.pKey != 0)
-        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataReWrite failed for <%s>!", value.name);
+        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataReWrite failed for <%s>!",
+                      LogText(value.name).text());
     else
-        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataWrite failed for <%s>!", value.name);
+        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataWrite failed for <%s>!",
+                      LogText(value.name).text());
 }
 
 void logRefusedErase(const char* function, const OstrelValue& value) {
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Erase element failed for <%s>!", value.name);
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Erase element failed for <%s>!",
+                  LogText(value.name).text());
 }
 
 void logRefusedOne(const char* function, const OstrelValue& value) {
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate failed for <%s _ %X>!", value.name,
-                  value.pKey);
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate failed for <%s _ %X>!",
+                  LogText(value.name).text(), value.pKey);
 }
 
 void logRefusedOwner(const char* function, const OstrelValue& value) {
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate owner failed for <%s _ %X>!", value.name,
-                  value.owner);
+    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate owner failed for <%s _ %X>!",
+                  LogText(value.name).text(), value.owner);
 }
 
 void noteNothing(OstrelValue&, const OstrelValue&) {}
@@ -140,7 +144,7 @@ void dump(const Change& change, std::span<OstrelValue> values) {
     for (std::size_t i = 0; i < values.size(); ++i) {
         const OstrelValue& value = values[i];
         OSTREL_LOG_AS(change.function, logLevel::debug, "[%s %1d] %s -> %d :", change.dumpTag,
-                      static_cast<int>(i), value.name, static_cast<int>(value.size));
+                      static_cast<int>(i), LogText(value.name).text(), static_cast<int>(value.size));
         for (unsigned int at = 0; at < value.size; ++at)
             OSTREL_LOG_AS(change.function, logLevel::debug, " %02X", value.value[at]);
         OSTREL_LOG_AS(change.function, logLevel::debug, "%s", "");
@@ -214,7 +218,7 @@ bool instanciateAll(long handle, std::span<OstrelValue> values, std::vector<unsi
         if (!admitted(instanciateName, sequenceSize.takeInstance(value.name, value.tpltName)) ||
             database->instanciateTmplt(handle, value.tpltName, value.name, value.owner, &key) == refused) {
             OSTREL_LOG_AS(instanciateName, logLevel::error, "[Ostrel] Instanciate failed for <%s/%s>!",
-                          value.tpltName, value.name);
+                          LogText(value.tpltName).text(), LogText(value.name).text());
             return false;
         }
         keys.push_back(key);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "server/descriptors.h"
 #include "server/event.h"
@@ -97,7 +98,7 @@ void logConnections() {
     int index = 0;
     for (const ostrelConnection* connection : listOfConnection) {
         OSTREL_LOG_AS("listener", logLevel::debug, "\tCnx:%02d Fd:%02d Name:%s", index++, connection->fd,
-                      printable(connection->name.get()));
+                      LogText(connection->name.get()).text());
     }
 }
 
@@ -196,7 +197,7 @@ void removeCnx(int index) {
     BllGuard guard;
     auto place = listOfConnection.begin() + index;
     std::unique_ptr<ostrelConnection> connection(*place);
-    OSTREL_LOG(logLevel::error, "%s", connection->name ? connection->name.get() : "");
+    OSTREL_LOG(logLevel::error, "%s", connection->name ? LogText(connection->name.get()).text() : "");
     listOfConnection.erase(place);
     connection.reset();
     if (clients.fetch_sub(1) == mostClients())

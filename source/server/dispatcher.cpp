@@ -7,6 +7,7 @@
 #include <new>
 #include <span>
 
+#include "common/logText.h"
 #include "common/marshalling.h"
 #include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
@@ -45,7 +46,7 @@ bool serveConnect(ostrelConnection& connection, Payload payload) {
         connection.name = std::move(name);
     }
     OSTREL_LOG_AS(popMessageName, logLevel::error, "[ostrServer::PopMessage] Got connect from %s",
-                  connection.name.get());
+                  LogText(connection.name.get()).text());
     connection.connected = 1;
     return true;
 }
@@ -74,7 +75,7 @@ bool popMessage(ostrelConnection* connection) {
     unsigned int size = 0;
     if (!connection->link->receiveReadyMessage(buffer.size(), &size, buffer.data())) {
         OSTREL_LOG(logLevel::debug, "received message error or closed socket, from client %s",
-                   printable(connection->name.get()));
+                   LogText(connection->name.get()).text());
         return false;
     }
     if (size < codeSize) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "common/logText.h"
 #include "common/marshalling.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
@@ -41,14 +42,14 @@ int roomFor(ostrelValueType type, int bufferSize) {
 int OstrelClientReadVectorElement_Typed(const char* key, unsigned int index, ostrelValueType type,
                                         unsigned char* buffer, int bufferSize) {
     if (buffer == nullptr || key == nullptr || bufferSize < 1) {
-        OSTREL_LOG(logLevel::error, "error: invalid arguments [key=%s]", printable(key));
+        OSTREL_LOG(logLevel::error, "error: invalid arguments [key=%s]", LogText(key).text());
         return 0;
     }
     // A text that cannot be read is empty.
     buffer[0] = 0;
     int room = roomFor(type, bufferSize);
     if (database->dataRead(committed, key, type, &room, buffer, index) == refused) {
-        OSTREL_LOG(logLevel::error, "error: dataRead(%s)", key);
+        OSTREL_LOG(logLevel::error, "error: dataRead(%s)", LogText(key).text());
         return 0;
     }
     return 1;

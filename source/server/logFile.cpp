@@ -1,18 +1,130 @@
 #include "server/logFile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <mutex>
+#include <string>
 
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/serverModule.h"
 
 namespace {
 
 int reserve = -1;
+
+constexpr off_t longestLog = off_t{8} << 20U;  // bytes
+constexpr off_t keptOfLog = longestLog / 2;
+
+// False when boundLog has looked less than a second ago.
+bool isTimeToLook() {
+    static std::int64_t next = 0;
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    std::int64_t milliseconds = std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+    if (milliseconds < next)
+        return false;
+    next = milliseconds + 1000;
+    return true;
+}
+
+// The log's size; 0 when it is not the file at logFileName.
+off_t sizeOfLog() {
+    struct stat log {};
+    struct stat named {};
+    bool isNamed = logFileName != nullptr && fstat(STDOUT_FILENO, &log) == 0 && S_ISREG(log.st_mode) &&
+                   log.st_size > longestLog && stat(logFileName, &named) == 0 && log.st_dev == named.st_dev &&
+                   log.st_ino == named.st_ino;
+    return isNamed ? log.st_size : 0;
+}
+
+class File {
+public:
+    File(const char* path, int flags) : fd_(open(path, flags | O_CLOEXEC, 0644)) {}
+    ~File() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    int fd() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+bool writeAll(int fd, const char* bytes, std::size_t size) {
+    while (size > 0) {
+        ssize_t written = write(fd, bytes, size);
+        if (written <= 0)
+            return false;
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+// Copies what stands from the first whole line behind begin up to end.
+bool copyLines(int from, int to, off_t begin, off_t end) {
+    std::array<char, std::size_t{64} * 1024> piece{};
+    bool inLine = true;
+    while (begin < end) {
+        ssize_t size = pread(from, piece.data(), piece.size(), begin);
+        if (size <= 0)
+            return size == 0;
+        begin += size;
+        const char* first = piece.data();
+        const char* last = first + size;
+        if (inLine)
+            first = std::find(first, last, '\n');
+        if (first == last)
+            continue;
+        first += inLine ? 1 : 0;
+        inLine = false;
+        if (!writeAll(to, first, static_cast<std::size_t>(last - first)))
+            return false;
+    }
+    return true;
+}
+
+// False, with errno set. Other users may be able to make files beside the log, so nothing that is there
+// already is written to.
+bool keepEnd(off_t size, const std::string& kept) {
+    const std::string fresh = kept + ".new";
+    unlink(fresh.c_str());
+    File log(logFileName, O_RDONLY | O_NONBLOCK);
+    File copy(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+    if (log.fd() < 0 || copy.fd() < 0)
+        return false;
+    fchmod(copy.fd(), 0644);  // as the log
+    if (copyLines(log.fd(), copy.fd(), size - keptOfLog, size) && rename(fresh.c_str(), kept.c_str()) == 0)
+        return true;
+    int error = errno;
+    unlink(fresh.c_str());
+    errno = error;
+    return false;
+}
+
+// The other thread writes no line meanwhile.
+class LogPause {
+public:
+    LogPause() { flockfile(stdout); }
+    ~LogPause() { funlockfile(stdout); }
+    LogPause(const LogPause&) = delete;
+    LogPause& operator=(const LogPause&) = delete;
+};
 
 void takeReserve() { reserve = open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
@@ -36,4 +148,25 @@ void reopenLog() {
     std::lock_guard guard(ostrelLink::accepting);
     close(fd);
     takeReserve();
+}
+
+// Where no copy can be made the log is emptied all the same: a disk that is full is worse.
+void boundLog() {
+    if (!isTimeToLook())
+        return;
+    off_t size = sizeOfLog();
+    if (size == 0)
+        return;
+    const std::string kept = std::string(logFileName) + ".kept";
+    LogPause pause;
+    bool isKept = keepEnd(size, kept);
+    int error = errno;
+    if (ftruncate(STDOUT_FILENO, 0) != 0)
+        return;
+    if (isKept)
+        OSTREL_LOG(logLevel::error, "[ostrelServer] The log had %lld bytes: its end is now %s",
+                   static_cast<long long>(size), kept.c_str());
+    else
+        OSTREL_LOG(logLevel::error, "[ostrelServer] The log had %lld bytes and is lost: %s: %s",
+                   static_cast<long long>(size), kept.c_str(), std::strerror(error));
 }

@@ -59,6 +59,7 @@ ostrelConnection* connectionAt(int index) {
 bool dispatchPass(const std::vector<pollfd>& waits) {
     int index = 0;
     for (auto wait = waits.begin() + 1; wait != waits.end(); ++wait) {
+        boundLog();
         bool listed = true;
         if ((wait->revents & readable) != 0 && !popMessage(connectionAt(index))) {
             removeCnx(index);
@@ -83,6 +84,7 @@ void mainLoop() {
         if (!skipFlags)
             serveFlags();
         skipFlags = false;
+        boundLog();
         state = phase::idle;
         collectWaits(waits);
         bool noClients = waits.size() == 1;

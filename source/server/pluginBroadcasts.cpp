@@ -1,7 +1,9 @@
 #include <algorithm>
 
+#include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/logFile.h"
 #include "server/pluginRecord.h"
 #include "server/plugins.h"
 #include "server/pluginsModule.h"
@@ -71,10 +73,11 @@ int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
 void PluginBroadcastTrigger(std::vector<OstrelValue*> changes) {
     for (OstrelClientPlugin* plugin : listOfClients) {
         for (const OstrelValue* change : changes) {
+            boundLog();
             if (!plugin->matchTriggerName(change->name))
                 continue;
             OSTREL_LOG(logLevel::debug, "[OstrelServer] Trigger %s works for module %s, invoking callback",
-                       change->name, printable(plugin->moduleName));
+                       LogText(change->name).text(), printable(plugin->moduleName));
             plugin->trigger(change->name);
         }
     }

@@ -8,6 +8,7 @@
 #include <new>
 #include <string_view>
 
+#include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "server/pluginsModule.h"
 
@@ -170,7 +171,8 @@ bool OstrelClientPlugin::matchWatchedName(const char* key) {
 bool OstrelClientPlugin::matchTriggerName(const char* key) {
     if (nbTriggers != 0)
         OSTREL_LOG(logLevel::debug, "[Trigger] Plugin : %s searching key %s, nbWatchedValue:%d :: %s",
-                   printable(moduleName), key, static_cast<int>(nbTriggers), printable(triggerList[0]));
+                   printable(moduleName), LogText(key).text(), static_cast<int>(nbTriggers),
+                   printable(triggerList[0]));
     return matchNameInList(key, nbTriggers, triggerList);
 }
 

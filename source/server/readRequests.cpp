@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "common/logText.h"
 #include "common/marshalling.h"
 #include "common/messageCodes.h"
 #include "common/ostrelLink.h"
@@ -45,10 +46,12 @@ bool addValue(ParametersBuilder& answer, const Parameter& entry, std::array<unsi
     StoredValue value = readStored(name.text(), entry.valueAsNumber(), valueRoom, room.data());
     if (!value.read)
         OSTREL_LOG_AS(function, logLevel::error,
-                      "[ostrelReply] OstrelClientReadValue call failed for value=<%s>", name.text());
+                      "[ostrelReply] OstrelClientReadValue call failed for value=<%s>",
+                      LogText(name.text()).text());
     if (!value.typed)
         OSTREL_LOG_AS(function, logLevel::error,
-                      "[ostrelReply] OstrelClientGetType call failed for value=<%s>", name.text());
+                      "[ostrelReply] OstrelClientGetType call failed for value=<%s>",
+                      LogText(name.text()).text());
     if (!value.read || !value.typed)
         return false;
     answer.add({.name = entry.name, .value = {room.data(), value.size}, .type = value.type, .tpltName = {}});
@@ -84,7 +87,7 @@ Answer answerPKeyList(const Entries& entries) {
     KeyName name(first.name);
     if (database->getInstances(name.text(), first.valueAsNumber(), keys.data(), &count) != 0) {
         OSTREL_LOG_AS("unpackGetPKeyListMessage", logLevel::error,
-                      "database->getInstances call failed for value=<%s>", name.text());
+                      "database->getInstances call failed for value=<%s>", LogText(name.text()).text());
         return std::nullopt;
     }
     for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i)

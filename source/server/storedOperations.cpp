@@ -1,5 +1,6 @@
 #include "server/storedOperations.h"
 
+#include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
@@ -68,11 +69,12 @@ bool popBackStoredMessage() {
         if (pass == mostPasses) {
             OSTREL_LOG(logLevel::error,
                        "[ostrelServer::popBackStoredMessage] Replay stopped after %d passes, next is <%s>",
-                       pass, listOfStoredValues.front()->name);
+                       pass, LogText(listOfStoredValues.front()->name).text());
             return false;
         }
         OSTREL_LOG(logLevel::debug, "\t**<%d> Poping Stored Messages :%d, %s", pass,
-                   static_cast<int>(listOfStoredValues.size()), listOfStoredValues.front()->name);
+                   static_cast<int>(listOfStoredValues.size()),
+                   LogText(listOfStoredValues.front()->name).text());
         destroyRecords(listOfChangedStuff);
         if (!applyStored())
             return false;
@@ -88,14 +90,14 @@ bool OstrelDoWrite(long handle, OstrelValue* value) {
         if (database->reWriteElement(handle, value->name, value->pKey, size, value->value, value->type) !=
             refused)
             return true;
-        OSTREL_LOG(logLevel::error, "[Ostrel] DataReWrite failed for <%s>!", value->name);
+        OSTREL_LOG(logLevel::error, "[Ostrel] DataReWrite failed for <%s>!", LogText(value->name).text());
         database->dataWriteRollback(handle);
         return false;
     }
     if (database->createElement(handle, value->name, size, value->value, value->type) != refused)
         return true;
     OSTREL_LOG(logLevel::error, "[ostrelServer::popBackStoredMessage] DataWrite failed for <%s>!",
-               value->name);
+               LogText(value->name).text());
     database->dataWriteRollback(handle);
     destroyRecords(listOfStoredValues);
     return false;
@@ -105,7 +107,7 @@ bool ostrelDoInstanciate(long handle, OstrelValue* value) {
     if (database->instanciateTmplt(handle, value->tpltName, value->name, value->owner, nullptr) != refused)
         return true;
     database->dataWriteRollback(handle);
-    OSTREL_LOG(logLevel::error, "Instanciate <%s> error", value->tpltName);
+    OSTREL_LOG(logLevel::error, "Instanciate <%s> error", LogText(value->tpltName).text());
     return false;
 }
 
@@ -113,14 +115,14 @@ bool ostrelDoDeinstanciate(long handle, OstrelValue* value) {
     if (value->deinstanciateKind == deinstanciateKind::one) {
         if (database->removeInstance(handle, value->name, &value->pKey, 1) != refused)
             return true;
-        OSTREL_LOG(logLevel::error, "Deinstanciate <%s> error", value->name);
+        OSTREL_LOG(logLevel::error, "Deinstanciate <%s> error", LogText(value->name).text());
         database->dataWriteRollback(handle);
         return false;
     }
     if (value->deinstanciateKind == deinstanciateKind::owners) {
         if (database->removeInstances(handle, value->name, value->owner) != refused)
             return true;
-        OSTREL_LOG(logLevel::error, "Deinstanciate owner <%s> error", value->name);
+        OSTREL_LOG(logLevel::error, "Deinstanciate owner <%s> error", LogText(value->name).text());
         database->dataWriteRollback(handle);
         return false;
     }

@@ -5,12 +5,14 @@
 #include <new>
 #include <span>
 
+#include "common/logText.h"
 #include "common/marshalling.h"
 #include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
 #include "server/changeMessages.h"
 #include "server/connections.h"
 #include "server/globals.h"
+#include "server/logFile.h"
 #include "server/plugins.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
@@ -124,7 +126,7 @@ Next receiveMessage(long handle, ostrelConnection* connection) {
         OSTREL_LOG_AS(
             sequenceName, logLevel::error,
             "[ostrServer::HandleWriteSequence] Received Message error or closed socket,  from client %s",
-            printable(connection->name.get()));
+            LogText(connection->name.get()).text());
         database->dataWriteRollback(handle);
         return Next::endedFailed;
     }
@@ -151,8 +153,10 @@ Next serveTransaction(ostrelConnection* connection) {
     }
     try {
         Next next = Next::receive;
-        while (next == Next::receive)
+        while (next == Next::receive) {
+            boundLog();
             next = receiveMessage(handle, connection);
+        }
         return next;
     } catch (const std::bad_alloc&) {
         logNoMemory();

@@ -1,7 +1,9 @@
 // Clients that come, go, stall and misbehave.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "client.h"
@@ -33,6 +35,62 @@ TEST_F(Connections, NamesAreShownVerbatim) {
                              "received message error or closed socket, from client 100%s%n\n",
                              "\033[m 100%s%n\n", "\tCnx:00 Fd:", " Name:(null)\n"})
         EXPECT_TRUE(daemon.logged(part)) << part;
+}
+
+// Every byte of a name may come from anybody: it neither begins a line nor commands a terminal.
+TEST_F(Connections, NamesForgeNoLines) {
+    const std::string name = "x\n[ERR] \x1b[2J\x7f\t\r%s\\\xc3\xa9";
+    const std::string shown = "x\\x0a[ERR] \\x1b[2J\\x7f\\x09\\x0d%s\\\xc3\xa9";
+    {
+        Client client;
+        client.sayName(name);
+        EXPECT_FALSE(client.number(name));
+        EXPECT_TRUE(Client().number("a"));
+    }
+    for (std::uint32_t code : {6U, 10U, 40U, 42U})
+        Client().commit({list(code, {{.name = name, .tpltName = name}})});
+    EXPECT_EQ(daemon.stop(), 0);
+    const std::string log = daemon.log();
+    for (const char* part : {"Got connect from ", "closed socket, from client ", "\033[m ",
+                             " Name:", "value=<", "DataWrite failed for <", "Erase element failed for <",
+                             "Instanciate failed for <", "Deinstanciate failed for <"})
+        EXPECT_TRUE(contains(log, part + shown)) << part;
+}
+
+// A flood of names, of any user: the daemon bounds its log, also while one client keeps it busy.
+TEST_F(Connections, TheLogIsBoundedAndItsEndKept) {
+    const Client client;
+    const auto flood = [&](const std::string& message, const std::string& firstLine) {
+        EXPECT_TRUE(eventually(
+            [&] {
+                for (int i = 0; i < 1000; ++i)
+                    client.send(message);
+                return contains(daemon.log().substr(0, 300), firstLine);
+            },
+            60s))
+            << firstLine;
+    };
+    const std::string name = word(1) + word(4000) + std::string(4000, 'n');
+    flood(name, " bytes: its end is now /tmp/log.kept\n");
+    const std::string kept = readFile("/tmp/log.kept");
+    EXPECT_TRUE(kept.starts_with("[") && kept.ends_with("\n"));
+    EXPECT_TRUE(kept.size() > (3U << 20U) && kept.size() <= (4U << 20U)) << kept.size();
+
+    // What others may have prepared beside it.
+    writeFile("/tmp/precious", "precious");
+    ASSERT_EQ(symlink("/tmp/precious", "/tmp/log.kept.new"), 0);
+    std::filesystem::remove("/tmp/log.kept");
+    std::filesystem::create_directories("/tmp/log.kept/x");
+    flood(name, " bytes and is lost: /tmp/log.kept: Is a directory\n");
+    EXPECT_TRUE(readFile("/tmp/precious") == "precious");
+
+    std::filesystem::remove_all("/tmp/log.kept");
+    client.send(list(29));
+    flood(list(29), " bytes: its end is now /tmp/log.kept\n");
+    EXPECT_TRUE(std::filesystem::exists("/tmp/log.kept")) << "in a sequence";
+    client.send(list(31));
+    EXPECT_EQ(client.number("a"), 1U);
+    EXPECT_EQ(daemon.stop(), 0);
 }
 
 TEST_F(Connections, UnknownCodesKeepTheConnection) {
