@@ -81,7 +81,8 @@ std::string lastLines(const std::string& text) {
 }
 
 Daemon::Daemon() {
-    for (const char* path : {"/vemra/var", "/tmp/log", "/tmp/output", "/tmp/calls", "/tmp/ostrel.sock"})
+    for (const char* path :
+         {"/vemra/var", "/tmp/log", "/tmp/log.kept", "/tmp/output", "/tmp/calls", "/tmp/ostrel.sock"})
         fs::remove_all(path);
     factory("");
     noPlugins();
@@ -180,7 +181,7 @@ void Daemon::limitMemory(std::size_t more) const {
 std::string Daemon::log() const { return readFile("/tmp/log"); }
 
 bool Daemon::logged(const std::string& part) const {
-    return eventually([&] { return contains(log(), part); });
+    return eventually([&] { return contains(readFile("/tmp/log.kept") + log(), part); });
 }
 
 std::string Daemon::output() const { return readFile("/tmp/output"); }

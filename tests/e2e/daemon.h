@@ -71,6 +71,7 @@ public:
     int stop();
 
     std::string log() const;
+    // Also in what was kept of a long one.
     bool logged(const std::string& part) const;
     // What launch and run saw on standard output.
     std::string output() const;

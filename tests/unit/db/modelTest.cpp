@@ -211,7 +211,7 @@ private:
             // The power fails with the disk: what nobody was told of may be there, but wholly.
             const auto open = model_->open;
             restartNow();
-            cameBack = !isDone && !agrees(model_->committed, 0);
+            cameBack = !isDone && (!agrees(model_->committed, 0) || hasGivenKeys(*open));
             model_->open = open;
         }
         if (draw.isOpen && (isDone || cameBack))
@@ -221,6 +221,21 @@ private:
         if (isFaulty || oneIn(3))
             check(model_->committed, 0);
         return {isDone, draw.isOpen && (isDone || !isFaulty)};
+    }
+
+    // Does the store count on from primary keys that only this state has given?
+    bool hasGivenKeys(const State& state) {
+        return std::ranges::any_of(state.lastKeys, [&](const auto& structure) {
+            const auto& [name, last] = structure;
+            const auto known = model_->committed.lastKeys.find(name);
+            if (known != model_->committed.lastKeys.end() && known->second == last)
+                return false;
+            const long handle = db->dataStartWriteTransaction();
+            unsigned int next = 0;
+            db->instanciateTmplt(handle, "#", name.c_str(), 0, &next);
+            db->dataWriteRollback(handle);
+            return next == last + 1;
+        });
     }
 
     Outcome look(const Draw& draw) {
