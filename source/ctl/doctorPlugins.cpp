@@ -76,6 +76,30 @@ Finding reportUnusable(const fs::path& plugin, const Words& words) {
     return bad(plugin, "lacks the entry " + missing, skipped);
 }
 
+bool isUsable(const Words& words) {
+    for (const char* entry : {"table", "init", "restart", "getWatchedValues"}) {
+        auto word = words.find(entry);
+        if (word == words.end() || word->second != "present")
+            return false;
+    }
+    return words.contains("unloads");
+}
+
+Finding reportSymbols(const fs::path& plugin, const Words& words) {
+    const std::string advice =
+        "build it with ostrel_add_plugin, or with -fvisibility=hidden and what pkg-config --libs "
+        "ostrelPlugin says";
+    auto shared = words.find("shares");
+    auto plain = words.find("exports");
+    const std::string more =
+        plain == words.end() ? "" : "exports more than the daemon asks for: " + plain->second;
+    if (shared == words.end())
+        return finding(plugin, State::warn, more, advice);
+    return bad(plugin,
+               "may have to share with other plug-ins: " + shared->second + (more.empty() ? "" : "; " + more),
+               advice);
+}
+
 Finding judge(const fs::path& plugin, const ChildResult& probe, const Words& words) {
     const std::string fatal =
         "it takes the daemon with it: remove it from " + std::string(pluginFolder) + ", then correct it";
@@ -94,8 +118,10 @@ Finding judge(const fs::path& plugin, const ChildResult& probe, const Words& wor
         return bad(plugin,
                    "ends the process " + placeOf(words) + " (status " + std::to_string(probe.number) + ")",
                    fatal);
-    if (probe.number != 0)
+    if (!isUsable(words))
         return reportUnusable(plugin, words);
+    if (words.contains("shares") || words.contains("exports"))
+        return reportSymbols(plugin, words);
     return finding(plugin, State::ok,
                    "loads; load priority " + words.at("loadPriority") + ", restart priority " +
                        words.at("restartPriority") + (words.at("essential") == "yes" ? "; essential" : ""),
@@ -147,13 +173,12 @@ void checkPlugins(DoctorReport& report, const fs::path& programs) {
             return;
         }
         Words words = parse(probe.output);
-        Finding verdict = judge(plugin, probe, words);
-        bool works = verdict.state == State::ok;
-        if (works)
-            ++usable;
-        if (works && words.at("essential") == "yes")
+        report.add(judge(plugin, probe, words));
+        if (probe.end != ChildResult::End::exited || !isUsable(words))
+            continue;
+        ++usable;
+        if (words.at("essential") == "yes")
             ++essential;
-        report.add(std::move(verdict));
     }
     summarise(report, plugins.size(), usable, essential);
 }

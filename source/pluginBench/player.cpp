@@ -19,6 +19,7 @@
 #include "server/changeMessages.h"
 #include "server/globals.h"
 #include "server/pluginRecord.h"
+#include "server/pluginSymbols.h"
 #include "server/plugins.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"
@@ -38,6 +39,7 @@ public:
 private:
     void playStep(const Step& step);
     void start();
+    void lookAtSymbols() const;
     void commit(const Step& step);
     void stop();
     void writeFile(const Step& step) const;
@@ -68,6 +70,14 @@ void Player::checkReplay(bool ended) const {
         fault("a change that was stored for later is not carried out: " + log_.lastError(logBegin_));
 }
 
+void Player::lookAtSymbols() const {
+    const ExtraSymbols extra = readExtraSymbols(plugin_).value_or(ExtraSymbols());
+    if (!extra.plain.empty())
+        announce("  exports besides            " + blankSeparated(extra.plain));
+    if (!extra.shared.empty())
+        fault("may have to share with other plug-ins: " + blankSeparated(extra.shared));
+}
+
 void Player::start() {
     configuration_.keyCreateAllowed = scenario_.keyCreateAllowed;
     database = std::make_unique<ostrelDb>(&configuration_).release();
@@ -84,6 +94,7 @@ void Player::start() {
         report_.tell(event::done, "1");
         std::exit(1);
     }
+    lookAtSymbols();
     OstrelClientPlugin& plugin = *listOfClients.front();
     watchEntries(plugin, report_);
     plugin.initIo();

@@ -11,11 +11,13 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "common/ostrelUtils.h"
 #include "ostrel/plugin.h"
+#include "server/pluginSymbols.h"
 
 namespace {
 
@@ -24,7 +26,7 @@ constexpr int exitUnusable = 1;
 constexpr int exitUsage = 2;
 constexpr char usage[] =
     "usage: ostrelPluginProbe PLUGIN\n"
-    "Exit status: 0 the server could use it; 1 it could not; 2 wrong usage.\n";
+    "Exit status: 0 the server could use it; 1 it could not, or shares symbols with others; 2 wrong usage.\n";
 
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -84,6 +86,17 @@ bool probeTable(std::FILE* output, OstrelIoFuncs_t* (*getIoFuncs)()) {
     return false;
 }
 
+// True when no other plug-in can get into this one's way by its symbols. Last, as it may be long.
+bool describeSymbols(std::FILE* output, const std::string& path) {
+    const std::optional<ExtraSymbols> extra = readExtraSymbols(path);
+    print(output, "symbols", extra ? "read" : "unreadable");
+    if (extra && !extra->plain.empty())
+        print(output, "exports", blankSeparated(extra->plain));
+    if (extra && !extra->shared.empty())
+        print(output, "shares", blankSeparated(extra->shared));
+    return !extra || extra->shared.empty();
+}
+
 bool probe(std::FILE* output, const std::string& path) {
     Library library(dlopen(path.c_str(), RTLD_NOW));
     print(output, "loads", library ? "yes" : printable(dlerror()));
@@ -96,7 +109,7 @@ bool probe(std::FILE* output, const std::string& path) {
     bool usable = getIoFuncs != nullptr && probeTable(output, getIoFuncs);
     library.reset();
     print(output, "unloads", "yes");
-    return usable;
+    return describeSymbols(output, path) && usable;
 }
 
 }  // namespace

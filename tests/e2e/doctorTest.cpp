@@ -72,7 +72,7 @@ TEST_F(Doctor, LooksIntoABusyDaemonItsLogAndItsPlugins) {
     daemon.plugin("nullRestart", "null restart\n");
     daemon.plugin("throwsAtLoad", "load throw\n");
     daemon.plugin("hangsAtLoad", "load sleep 100000\n");
-    for (const char* object : {"noExport", "undefinedSymbol"})
+    for (const char* object : {"noExport", "undefinedSymbol", "collides"})
         daemon.plugin(object, "", object);
     Client holder;
     holder.send(list(29));
@@ -87,7 +87,10 @@ TEST_F(Doctor, LooksIntoABusyDaemonItsLogAndItsPlugins) {
          "BAD .* nullRestart.ostr lacks the entry restart", "BAD .* noExport.ostr does not export",
          "BAD .* does not load: undefined symbol: nobodyDefines",
          "BAD .* throwsAtLoad.ostr crashes when it is loaded .signal 6.",
-         "BAD .* hangsAtLoad.ostr does not come back", "OK    plug-ins        1 of 7"});
+         "BAD .* hangsAtLoad.ostr does not come back",
+         "BAD .* collides.ostr may have to share with other plug-ins: _Z4weakPjPPPc _ZN6Shared4nameE; "
+         "exports more than the daemon asks for: _Z5plainPi\n",
+         "OK    plug-ins        2 of 8"});
 }
 
 TEST_F(Doctor, ChecksFilesAndDisks) {
