@@ -128,6 +128,22 @@ Finding judge(const fs::path& plugin, const ChildResult& probe, const Words& wor
                    "");
 }
 
+// Names of plug-ins by their priority.
+using Places = std::map<std::string, std::vector<std::string>>;
+
+// The daemon's order of the others is their priorities'.
+void reportTies(DoctorReport& report, const std::string& kind, const Places& places) {
+    for (const auto& [priority, names] : places) {
+        if (names.size() < 2)
+            continue;
+        std::string list;
+        for (const std::string& name : names)
+            list += (list.empty() ? "" : ", ") + name;
+        report.ok("plug-ins", list + " have the " + kind + " priority " + priority +
+                                  ": their order is the folder's, which differs between file systems");
+    }
+}
+
 // In the order of their names. The daemon tries whatever ends in the suffix, folders too.
 std::vector<fs::path> listPlugins(std::error_code& error) {
     std::vector<fs::path> plugins;
@@ -163,6 +179,8 @@ void checkPlugins(DoctorReport& report, const fs::path& programs) {
     }
     std::size_t usable = 0;
     std::size_t essential = 0;
+    Places loading;
+    Places restarting;
     for (const fs::path& plugin : plugins) {
         ChildResult probe = runChild({programs / "ostrelPluginProbe", plugin}, probeLimit);
         if (probe.end == ChildResult::End::notStarted) {
@@ -179,6 +197,10 @@ void checkPlugins(DoctorReport& report, const fs::path& programs) {
         ++usable;
         if (words.at("essential") == "yes")
             ++essential;
+        loading[words.at("loadPriority")].push_back(plugin.filename());
+        restarting[words.at("restartPriority")].push_back(plugin.filename());
     }
+    reportTies(report, "load", loading);
+    reportTies(report, "restart", restarting);
     summarise(report, plugins.size(), usable, essential);
 }

@@ -72,6 +72,8 @@ TEST_F(Doctor, LooksIntoABusyDaemonItsLogAndItsPlugins) {
     daemon.plugin("nullRestart", "null restart\n");
     daemon.plugin("throwsAtLoad", "load throw\n");
     daemon.plugin("hangsAtLoad", "load sleep 100000\n");
+    // Neither order is the daemon's own to say.
+    daemon.plugin("tie", "restartPriority 9\n");
     for (const char* object : {"noExport", "undefinedSymbol", "collides"})
         daemon.plugin(object, "", object);
     Client holder;
@@ -90,7 +92,9 @@ TEST_F(Doctor, LooksIntoABusyDaemonItsLogAndItsPlugins) {
          "BAD .* hangsAtLoad.ostr does not come back",
          "BAD .* collides.ostr may have to share with other plug-ins: _Z4weakPjPPPc _ZN6Shared4nameE; "
          "exports more than the daemon asks for: _Z5plainPi\n",
-         "OK    plug-ins        2 of 8"});
+         "OK    plug-ins        collides.ostr, p.ostr, tie.ostr have the load priority 0: their order",
+         "OK    plug-ins        collides.ostr, p.ostr have the restart priority 0",
+         "OK    plug-ins        3 of 9"});
 }
 
 TEST_F(Doctor, ChecksFilesAndDisks) {
