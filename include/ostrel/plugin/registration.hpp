@@ -9,14 +9,14 @@
 #include <utility>
 #include <vector>
 
-#include "ostrel/plugin/phase.hpp"
+#include "ostrel/plugin/shape.hpp"
 
 // Makes the class the plug-in of this shared object. Once, outside of any namespace. What the class has:
 //
 //   static constexpr char name[]         the module's name in the log; the only one that must be there
 //   watched, triggers                    patterns: a static array or any range of texts, or a function that
-//                                        returns one; nothing is matched without them. triggers needs
-//                                        trigger()
+//                                        returns one. watched needs writeConf() or restart(), triggers needs
+//                                        trigger(), and the other way round
 //   writeConf()                          rewrites the service's configuration
 //   restart() or restart(bool& reboot)   restarts the service
 //   init()                               brings the service to the state of the database. Without it, the
@@ -25,6 +25,8 @@
 //   trigger(const char* key)             reacts to one changed key
 //   die()                                tidies up
 //   static constexpr unsigned int loadPriority, restartPriority     50 without them
+//
+// All of them are public and none is overloaded; what cannot work is an error that names the mistake.
 //
 // The functions return nothing or whether they succeeded. What they throw is logged and counts as a failure.
 // The object is made when the daemon calls init, and destroyed behind die; when the daemon ends in another
@@ -48,45 +50,6 @@
 #pragma GCC visibility push(hidden)
 namespace ostrel::plugin {
 namespace detail {
-
-template <template <typename> class What, typename Class, typename = void>
-struct Has : std::false_type {};
-template <template <typename> class What, typename Class>
-struct Has<What, Class, std::void_t<What<Class>>> : std::true_type {};
-
-template <typename Class>
-using WatchedOf = decltype(std::declval<Class&>().watched);
-template <typename Class>
-using WatchedFunctionOf = decltype(std::declval<Class&>().watched());
-template <typename Class>
-using TriggersOf = decltype(std::declval<Class&>().triggers);
-template <typename Class>
-using TriggersFunctionOf = decltype(std::declval<Class&>().triggers());
-template <typename Class>
-using InitOf = decltype(std::declval<Class&>().init());
-template <typename Class>
-using DieOf = decltype(std::declval<Class&>().die());
-template <typename Class>
-using WriteConfOf = decltype(std::declval<Class&>().writeConf());
-template <typename Class>
-using RestartOf = decltype(std::declval<Class&>().restart());
-template <typename Class>
-using RebootOf = decltype(std::declval<Class&>().restart(std::declval<bool&>()));
-template <typename Class>
-using TriggerOf = decltype(std::declval<Class&>().trigger(std::declval<const char*>()));
-// By its name alone: of other arguments it would be left out in silence.
-template <typename Class>
-using AnyInitOf = decltype(&Class::init);
-template <typename Class>
-using AnyDieOf = decltype(&Class::die);
-template <typename Class>
-using AnyWriteConfOf = decltype(&Class::writeConf);
-template <typename Class>
-using AnyRestartOf = decltype(&Class::restart);
-template <typename Class>
-using LoadPriorityOf = decltype(Class::loadPriority);
-template <typename Class>
-using RestartPriorityOf = decltype(Class::restartPriority);
 
 // Patterns in the shape that the daemon takes.
 class Patterns {
@@ -130,17 +93,19 @@ int enter(Phase phase, const char* entry, Work work) noexcept {
 
 template <typename Class>
 class Entries {
+    using Its = Shape<Class>;
+
 public:
     static OstrelIoFuncs_t* table(const char* file) {
         static OstrelIoFuncs_t entries = {
             file,
             init,
             die,
-            Has<WriteConfOf, Class>::value ? writeConf : nullptr,
+            Its::hasWriteConf ? writeConf : nullptr,
             restart,
             getWatchedValues,
-            Has<TriggerOf, Class>::value ? getTriggerList : nullptr,
-            Has<TriggerOf, Class>::value ? trigger : nullptr,
+            Its::hasTrigger ? getTriggerList : nullptr,
+            Its::hasTrigger ? trigger : nullptr,
             loadPriority(),
             restartPriority(),
         };
@@ -148,24 +113,13 @@ public:
     }
 
 private:
-    static constexpr bool hasTriggers =
-        Has<TriggersOf, Class>::value || Has<TriggersFunctionOf, Class>::value;
-    static_assert(hasTriggers == Has<TriggerOf, Class>::value, "triggers and trigger() need each other");
-    static_assert(Has<InitOf, Class>::value || !Has<AnyInitOf, Class>::value, "init() has no argument");
-    static_assert(Has<DieOf, Class>::value || !Has<AnyDieOf, Class>::value, "die() has no argument");
-    static_assert(Has<WriteConfOf, Class>::value || !Has<AnyWriteConfOf, Class>::value,
-                  "writeConf() has no argument");
-    static_assert(Has<RestartOf, Class>::value || Has<RebootOf, Class>::value ||
-                      !Has<AnyRestartOf, Class>::value,
-                  "restart() has no argument or a bool& reboot");
-
     static int init(int, char** name) {
         // The daemon only reads it.
         *name = const_cast<char*>(static_cast<const char*>(Class::name));
         moduleName = *name;
         return enter(Phase::init, "init", [] {
             object_ = std::make_unique<Class>().release();
-            if constexpr (Has<InitOf, Class>::value) {
+            if constexpr (Its::hasInit) {
                 return object_->init();
             } else {
                 writeConf();
@@ -178,24 +132,24 @@ private:
     static int die() {
         return enter(Phase::die, "die", [] {
             std::unique_ptr<Class> object(std::exchange(object_, nullptr));
-            if constexpr (Has<DieOf, Class>::value)
+            if constexpr (Its::hasDie)
                 return object->die();
         });
     }
 
     static int writeConf() {
         return enter(Phase::writeConf, "writeConf", [] {
-            if constexpr (Has<WriteConfOf, Class>::value)
+            if constexpr (Its::hasWriteConf)
                 return object_->writeConf();
         });
     }
 
-    static int restart(int* reboot) {
-        return enter(Phase::restart, "restart", [reboot] {
-            if constexpr (Has<RebootOf, Class>::value) {
+    static int restart([[maybe_unused]] int* reboot) {
+        return enter(Phase::restart, "restart", [&] {
+            if constexpr (Its::takesReboot) {
                 Reboot wanted(reboot);
                 return object_->restart(wanted.wanted);
-            } else if constexpr (Has<RestartOf, Class>::value) {
+            } else if constexpr (Its::hasRestart) {
                 return object_->restart();
             }
         });
@@ -203,27 +157,27 @@ private:
 
     static int trigger([[maybe_unused]] const char* key) {
         return enter(Phase::trigger, "trigger", [&] {
-            if constexpr (Has<TriggerOf, Class>::value)
+            if constexpr (Its::hasTrigger)
                 return object_->trigger(key);
         });
     }
 
     static int getWatchedValues(unsigned int* count, char*** patterns) {
         return enter(Phase::init, "getWatchedValues", [&] {
-            if constexpr (Has<WatchedFunctionOf, Class>::value)
+            if constexpr (Its::givesWatched)
                 watched_.assign(object_->watched());
-            else if constexpr (Has<WatchedOf, Class>::value)
-                watched_.assign(Class::watched);
+            else if constexpr (Its::hasWatched)
+                watched_.assign(object_->watched);
             watched_.handOut(count, patterns);
         });
     }
 
     static int getTriggerList(unsigned int* count, char*** patterns) {
         return enter(Phase::init, "getTriggerList", [&] {
-            if constexpr (Has<TriggersFunctionOf, Class>::value)
+            if constexpr (Its::givesTriggers)
                 triggers_.assign(object_->triggers());
-            else if constexpr (Has<TriggersOf, Class>::value)
-                triggers_.assign(Class::triggers);
+            else if constexpr (Its::hasTriggers)
+                triggers_.assign(object_->triggers);
             triggers_.handOut(count, patterns);
         });
     }
