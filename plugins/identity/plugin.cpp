@@ -21,6 +21,14 @@ void replaceFile(const std::string& path, const std::string& content) {
     noteIf(ostrel::plugin::replaceFile(path, content), path);
 }
 
+// Of a device that takes its name from the database; else empty.
+std::string lastGoodHostName() {
+    if (ostrel::plugin::readString("system.hostName").value_or("").empty())
+        return "";
+    std::string name = ostrel::plugin::readFile("/etc/hostname").value_or("");
+    return name.substr(0, name.find('\n'));
+}
+
 std::string kernelsHostName() {
     std::array<char, 256> name{};
     gethostname(name.data(), name.size() - 1);
@@ -40,6 +48,7 @@ public:
     static constexpr unsigned int restartPriority = 40;
 
     void writeConf() {
+        hostName_ = lastGoodHostName();
         // All of it is checked before the first file is written.
         Identity identity = readIdentity();
         if (!identity.hostName.empty()) {
@@ -63,7 +72,7 @@ public:
     }
 
 private:
-    // What stands in the files; empty: none of ours. A restart follows also a writeConf that failed.
+    // What stands in the files, also when they could not be written anew; empty: none of ours.
     std::string hostName_;
 };
 

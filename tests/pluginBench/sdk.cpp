@@ -10,16 +10,20 @@ struct Sdk {
     static constexpr const char* watched[] = {"text", "count"};
     static constexpr const char* triggers[] = {"run.*", "write"};
 
-    // Fails at the start, when there is no text: the daemon starts all the same.
-    void writeConf() {
+    // Fails when there is no good text: the daemon starts all the same, and the service with the last one.
+    bool writeConf() {
         if (plugin::Change().setDword("count", 7).write() || plugin::makeInstance("t", "s", "own"))
             throw std::logic_error("wrote");
+        if (plugin::readString("text") == "bad")
+            return false;
         bool changed = plugin::replaceFile("/run/link", plugin::readLine("text").value() + '\n');
         plugin::logNotice(changed ? "has changed" : "has not changed");
+        return true;
     }
 
     // Each of these writes calls it again, until there is nothing left to write.
     void restart(bool& reboot) {
+        plugin::replaceFile("/run/served", plugin::readFile("/run/link").value_or("none\n"));
         reboot = plugin::readBool("reboot").value_or(false);
         if (!plugin::Change().setDword("count", 7).setString("copy", "x", 2).writeIfDifferent() || reboot)
             throw std::runtime_error("not restarted");

@@ -20,8 +20,9 @@
 //   writeConf()                          rewrites the service's configuration
 //   restart() or restart(bool& reboot)   restarts the service
 //   init()                               brings the service to the state of the database. Without it, the
-//                                        two above are called, and their failure is logged and no more: a
-//                                        failed init ends the daemon
+//                                        two above are called, restart also when writeConf failed: the
+//                                        service comes up with its last good configuration. Their failure is
+//                                        logged and no more: a failed init ends the daemon
 //   trigger(const char* key)             reacts to one changed key
 //   die()                                tidies up
 //   static constexpr unsigned int loadPriority, restartPriority     50 without them
@@ -119,14 +120,22 @@ private:
         moduleName = *name;
         return enter(Phase::init, "init", [] {
             object_ = std::make_unique<Class>().release();
-            if constexpr (Its::hasInit) {
+            if constexpr (Its::hasInit)
                 return object_->init();
-            } else {
-                writeConf();
-                int reboot = 0;
-                restart(&reboot);
-            }
+            else
+                comeUp();
         });
+    }
+
+    // What fails is reported and no more: the others of the appliance need their daemon, and this service its
+    // last good configuration.
+    static void comeUp() {
+        int reboot = 0;
+        if (writeConf() != 1)
+            ostrelPrintLine(1, moduleName, 0, "init",
+                            "error: writeConf failed, the service has its last good configuration");
+        if (restart(&reboot) != 1)
+            ostrelPrintLine(1, moduleName, 0, "init", "error: restart failed, the service may not run");
     }
 
     static int die() {
