@@ -8,12 +8,13 @@
 #include <array>
 #include <chrono>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <optional>
-#include <thread>
 
 #include "ctl/childProcess.h"
 #include "db/grammar.h"
+#include "pluginBench/clients.h"
 #include "server/globals.h"
 
 namespace pluginBench {
@@ -23,6 +24,7 @@ using Clock = std::chrono::steady_clock;
 using Kind = Expectation::Kind;
 
 constexpr std::chrono::milliseconds pause{20};
+constexpr std::chrono::milliseconds runCheck{2};
 
 // Nothing when the file cannot be read.
 std::optional<std::string> contentOf(const std::string& path) {
@@ -163,7 +165,13 @@ std::string Judge::problemOfRun(const std::string& command) const {
     struct sigaction usual {};
     usual.sa_handler = SIG_DFL;
     sigaction(SIGCHLD, &usual, &before);
-    ChildResult result = runChild({"/bin/sh", "-c", command}, scenario_.deadline);
+    // It may be a client itself.
+    auto run = std::async(std::launch::async, [&] {
+        return runChild({"/bin/sh", "-c", command}, scenario_.deadline);
+    });
+    while (run.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+        serveClients(report_, runCheck);
+    const ChildResult result = run.get();
     sigaction(SIGCHLD, &before, nullptr);
     if (result.end == ChildResult::End::exited && result.number == 0)
         return {};
@@ -179,6 +187,9 @@ std::string Judge::problemOfRun(const std::string& command) const {
 }
 
 std::string Judge::problemOf(const Expectation& expectation) const {
+    auto contains = [&](const LogLine& line) {
+        return line.text.find(expectation.subject) != std::string::npos;
+    };
     switch (expectation.kind) {
         case Kind::value:
         case Kind::noValue:
@@ -186,7 +197,7 @@ std::string Judge::problemOf(const Expectation& expectation) const {
         case Kind::run:
             return problemOfRun(expectation.subject);
         case Kind::log:
-            return log_.since(logBegin_).find(expectation.subject) != std::string::npos
+            return std::ranges::any_of(log_.lines(logBegin_), contains)
                        ? ""
                        : "the step has no such text in its log";
         default:
@@ -199,7 +210,7 @@ void Judge::observe(const Expectation& expectation) const {
     auto limit = Clock::now() + scenario_.deadline;
     std::string problem = problemOf(expectation);
     while (!problem.empty() && Clock::now() < limit) {
-        std::this_thread::sleep_for(pause);
+        serveClients(report_, pause);
         problem = problemOf(expectation);
     }
     if (problem.empty())

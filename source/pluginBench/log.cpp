@@ -4,19 +4,92 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <string_view>
+#include <optional>
 #include <system_error>
+
+#include "common/ostrelUtils.h"
 
 namespace pluginBench {
 namespace {
 
-// What begins an error's line in the log, and what is shown for it.
+using Level = LogLine::Level;
+
+// What begins an error's text.
 constexpr std::string_view errorTag = "\033[41m**** ERROR ****\033[m ";
-constexpr std::string_view shownTag = "ERROR ";
+// The place where texts begin, unless what stands before them is longer.
+constexpr std::size_t prefixWidth = 65;
+constexpr std::string_view gap = "  ";
+
+std::optional<Level> levelOf(std::string_view line) {
+    constexpr std::pair<std::string_view, Level> levels[] = {{"[ERR] ", Level::error},
+                                                             {"[NOT] ", Level::notice},
+                                                             {"[DBG] ", Level::other},
+                                                             {"[---] ", Level::other}};
+    for (const auto& [tag, level] : levels) {
+        if (line.starts_with(tag))
+            return level;
+    }
+    return std::nullopt;
+}
+
+// Takes what stands before the mark, and the mark; nothing when there is none.
+std::optional<std::string_view> takeUntil(std::string_view& rest, std::string_view mark) {
+    const std::size_t end = rest.find(mark);
+    if (end == std::string_view::npos)
+        return std::nullopt;
+    std::string_view taken = rest.substr(0, end);
+    rest.remove_prefix(end + mark.size());
+    return taken;
+}
+
+// [LEVEL] TIME:MODULE:LINE:FUNCTION():  TEXT
+LogLine parseLine(std::string_view line) {
+    const std::optional<Level> level = levelOf(line);
+    std::string_view rest = line;
+    LogLine parsed;
+    std::optional<std::string_view> time = takeUntil(rest, ":");
+    std::optional<std::string_view> module = takeUntil(rest, ":");
+    std::optional<std::string_view> number = takeUntil(rest, ":");
+    std::optional<std::string_view> function = takeUntil(rest, "():");
+    const std::size_t place = std::max(prefixWidth, line.size() - rest.size());
+    if (!level || !time || !module || !number || !function ||
+        line.substr(std::min(place, line.size()), 2) != gap) {
+        parsed.text = line;
+        return parsed;
+    }
+    parsed.level = *level;
+    parsed.module = *module;
+    parsed.function = *function;
+    line.remove_prefix(place + gap.size());
+    if (line.starts_with(errorTag))
+        line.remove_prefix(errorTag.size());
+    parsed.text = line;
+    return parsed;
+}
 
 }  // namespace
+
+std::string described(const LogLine& line) {
+    return line.level == Level::none ? line.text : line.module + ':' + line.function + "(): " + line.text;
+}
+
+std::string shown(const LogLine& line) {
+    const char* level = line.level == Level::error ? "ERROR  " : line.level == Level::none ? "" : "notice ";
+    return level + described(line);
+}
+
+std::vector<LogLine> parseLog(std::string_view text) {
+    std::vector<LogLine> lines;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        lines.push_back(parseLine(text.substr(0, end)));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return lines;
+}
 
 Log::Log() : file_(memfd_create("log", MFD_CLOEXEC)) {
     if (file_.get() < 0)
@@ -29,6 +102,7 @@ void Log::take() const {
     fcntl(file_.get(), F_SETFL, O_APPEND);
     dup2(file_.get(), STDOUT_FILENO);
     dup2(file_.get(), STDERR_FILENO);
+    ostrelShowPrefix(1);
 }
 
 std::size_t Log::size() const {
@@ -38,24 +112,22 @@ std::size_t Log::size() const {
     return static_cast<std::size_t>(status.st_size);
 }
 
-std::string Log::since(std::size_t begin) const {
-    const std::size_t end = size();
+std::vector<LogLine> Log::lines(std::size_t begin, std::size_t end) const {
+    end = std::min(end, size());
     begin = begin > end ? 0 : begin;
     std::string text(end - begin, '\0');
     ssize_t length = pread(file_.get(), text.data(), text.size(), static_cast<off_t>(begin));
     text.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
-    for (std::size_t at = 0; (at = text.find(errorTag, at)) != std::string::npos;)
-        text.replace(at, errorTag.size(), shownTag);
-    return text;
+    return parseLog(text);
 }
 
 std::string Log::lastError(std::size_t begin) const {
-    std::string text = since(begin);
-    std::size_t error = text.rfind(shownTag);
-    if (error == std::string::npos)
-        return {};
-    error += shownTag.size();
-    return text.substr(error, text.find('\n', error) - error);
+    std::string text;
+    for (LogLine& line : lines(begin)) {
+        if (line.level == Level::error)
+            text = std::move(line.text);
+    }
+    return text;
 }
 
 }  // namespace pluginBench

@@ -12,6 +12,7 @@
 
 #include "common/ostrelUtils.h"
 #include "pluginBench/changes.h"
+#include "pluginBench/clients.h"
 #include "pluginBench/descriptor.h"
 #include "pluginBench/entries.h"
 #include "pluginBench/judge.h"
@@ -37,14 +38,15 @@ public:
     void play(std::span<const Step> steps);
 
 private:
-    void playStep(const Step& step);
+    // place: among the scenario's steps, or behind them.
+    void playStep(const Step& step, std::size_t place);
+    void judgeServed(const Step& step) const;
     void start();
     void lookAtSymbols() const;
     void commit(const Step& step);
     void stop();
     void writeFile(const Step& step) const;
-    // The line of a step's beginning.
-    void announce(const std::string& text) const { report_.tell(event::print, text); }
+    void tell(const std::string& text) const { report_.tell(event::print, text); }
     void fault(const std::string& text) const { report_.tell(event::fault, text); }
     void checkReplay(bool ended) const;
 
@@ -73,7 +75,7 @@ void Player::checkReplay(bool ended) const {
 void Player::lookAtSymbols() const {
     const ExtraSymbols extra = readExtraSymbols(plugin_).value_or(ExtraSymbols());
     if (!extra.plain.empty())
-        announce("  exports besides            " + blankSeparated(extra.plain));
+        tell("  exports besides            " + blankSeparated(extra.plain));
     if (!extra.shared.empty())
         fault("may have to share with other plug-ins: " + blankSeparated(extra.shared));
 }
@@ -83,6 +85,7 @@ void Player::start() {
     database = std::make_unique<ostrelDb>(&configuration_).release();
     if (std::string error = log_.lastError(logBegin_); !error.empty())
         throw ScenarioError(scenario_.path + ": " + error);
+    openSocket();
     state = phase::loading;
     bool loaded = false;
     {
@@ -128,6 +131,7 @@ void Player::stop() {
         Watched unloading(report_, "unloading it");
         unloadPlugins();
     }
+    closeSocket();
     delete std::exchange(database, nullptr);
     destroyRecords(listOfStoredValues);
     destroyRecords(listOfChangedStuff);
@@ -141,38 +145,47 @@ void Player::writeFile(const Step& step) const {
     }
 }
 
-void Player::playStep(const Step& step) {
+// What clients changed while the step was waited for is nothing that the step calls.
+void Player::judgeServed(const Step& step) const {
+    for (const Callback& callback : endSeeing().callbacks) {
+        if (callback.fails && !callback.throws)
+            fault(scenario_.placed(step.number, shown(callback) + " after a client's change"));
+    }
+}
+
+void Player::playStep(const Step& step, std::size_t place) {
+    constexpr const char* words[] = {"start", "commit", "stop", "file "};
+    const std::string title = words[static_cast<std::size_t>(step.kind)] + step.path + " (line " +
+                              std::to_string(step.number) + ')';
     logBegin_ = log_.size();
+    report_.tell(event::step, std::to_string(place) + ' ' + std::to_string(logBegin_) + ' ' + title);
+    tell(title);
     beginSeeing(fatalEntry(step));
-    const std::string line = " (line " + std::to_string(step.number) + ')';
     switch (step.kind) {
         case Step::Kind::start:
-            announce("start" + line);
             start();
             break;
         case Step::Kind::commit:
-            announce("commit" + line);
             commit(step);
             break;
         case Step::Kind::stop:
-            announce("stop" + line);
             stop();
             break;
         case Step::Kind::file:
-            announce("file " + step.path + line);
             writeFile(step);
     }
     Judge(scenario_, report_, log_, logBegin_).judge(step, endSeeing());
+    judgeServed(step);
 }
 
 void Player::play(std::span<const Step> steps) {
     for (const Step& step : steps)
-        playStep(step);
+        playStep(step, static_cast<std::size_t>(&step - scenario_.steps.data()));
     if (database != nullptr) {
         Step last;
         last.kind = Step::Kind::stop;
         last.number = steps.back().number;
-        playStep(last);
+        playStep(last, scenario_.steps.size());
     }
 }
 
@@ -187,6 +200,9 @@ void play(const Scenario& scenario, std::size_t first, const std::string& plugin
     constexpr int errorsAndNotices = 3;
     ostrelSetPrintLevel(errorsAndNotices);
     log.take();
+    // Where the room has ostrelCtl.
+    const char* path = std::getenv("PATH");
+    setenv("PATH", (std::string(roomPrograms) + ':' + (path != nullptr ? path : "/usr/bin:/bin")).c_str(), 1);
     try {
         Player(scenario, plugin, report, log)
             .play(std::span(scenario.steps).subspan(first, scenario.lifeFrom(first)));

@@ -12,6 +12,7 @@ namespace pluginBench {
 // The first byte of a line; the text follows.
 namespace event {
 constexpr char print = 'L';     // text for the reader
+constexpr char step = 'S';      // one begins; see Review::begin
 constexpr char begin = 'B';     // what may crash, hang or end the process; the deadline runs from here
 constexpr char end = 'E';       // it came back
 constexpr char fault = 'F';     // the plug-in fails

@@ -62,12 +62,12 @@ void show(const fs::path& from, const fs::path& place) {
             "showing " + from.string());
 }
 
-void showReadOnly(const fs::path& from, const fs::path& place) {
+void showReadOnly(const fs::path& from, const fs::path& place, std::uint64_t more = MOUNT_ATTR_NODEV) {
     if (!fs::exists(from))
         return;
     show(from, place);
     mount_attr attributes{};
-    attributes.attr_set = MOUNT_ATTR_RDONLY | MOUNT_ATTR_NODEV;
+    attributes.attr_set = MOUNT_ATTR_RDONLY | more;
     require(mount_setattr(AT_FDCWD, place.c_str(), AT_RECURSIVE, &attributes, sizeof attributes),
             "making " + from.string() + " read-only");
 }
@@ -103,7 +103,8 @@ void makeDevices() {
             continue;
         const fs::path place = root / "dev" / name;
         writeText(place, "");
-        show(device, place);
+        // Its owner and its mode are the machine's.
+        showReadOnly(device, place, 0);
     }
     fs::create_symlink("/proc/self/fd", root / "dev/fd");
     fs::create_symlink("fd/0", root / "dev/stdin");
@@ -167,6 +168,36 @@ void makePrivate(const Scenario& scenario) {
     }
 }
 
+// The program that stands beside the bench or, as the bench is a developer's, where a device has it; empty
+// when there is none.
+fs::path findProgram(const char* name) {
+    std::error_code error;
+    for (const fs::path& folder :
+         {fs::read_symlink("/proc/self/exe", error).parent_path(), fs::path(roomPrograms)}) {
+        if (fs::is_regular_file(folder / name, error))
+            return folder / name;
+    }
+    return {};
+}
+
+// Copies: a scenario may put others in their places.
+void copyPrograms() {
+    const fs::path place = root / fs::path(roomPrograms).relative_path();
+    fs::create_directories(place);
+    for (const char* name : {"ostrelCtl", "ostrelExecRunner"}) {
+        const fs::path program = findProgram(name);
+        if (program.empty())
+            continue;
+        fs::copy_file(program, place / name);
+        // The client's library, where it looks for that.
+        const fs::path library = fs::path("..") / LIBRARY_FOLDER / "libostrelClient.so.0";
+        std::error_code none;
+        fs::create_directories((place / library).parent_path());
+        fs::copy_file(program.parent_path() / library, place / library, fs::copy_options::skip_existing,
+                      none);
+    }
+}
+
 void changeRoot() {
     require(chdir(root.c_str()), root);
     require(syscall(SYS_pivot_root, ".", "mnt"), "changing the root folder");
@@ -223,6 +254,7 @@ std::string Room::enter(const Scenario& scenario, const std::string& plugin) con
     makeFolders();
     makePrivate(scenario);
     const fs::path place = fs::path("vemra/default/ostrPlugins") / fs::path(plugin).filename();
+    copyPrograms();
     fs::copy_file(plugin, root / place, fs::copy_options::overwrite_existing);
     changeRoot();
     startLoopback();

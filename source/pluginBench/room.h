@@ -12,6 +12,9 @@
 
 namespace pluginBench {
 
+// The folder in the room with what plug-ins and their scripts call of the system's own.
+constexpr char roomPrograms[] = "/vemra/bin";
+
 class Room {
 public:
     Room();

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "db/grammar.h"
+#include "db/text.h"
 
 namespace pluginBench {
 namespace {
@@ -62,7 +63,7 @@ void readObservation(Expectation& expectation, const std::string& word, std::str
     } else if (word == "line") {
         expectation.kind = Kind::line;
         expectation.subject = readPath(takeWord(rest));
-        expectation.content = required(rest, "the line's text");
+        expectation.content = readText(required(rest, "the line's text"));
     } else if (word == "run" || word == "log") {
         expectation.kind = word == "run" ? Kind::run : Kind::log;
         expectation.subject = required(rest, word == "run" ? "the command" : "the text");
@@ -100,6 +101,17 @@ std::string readPath(std::string_view text) {
     if (!text.starts_with('/') || (std::string(text) + '/').find("/../") != std::string::npos)
         throw Mistake("a path begins with / and has no .. in it");
     return std::string(text);
+}
+
+std::string readText(std::string_view text) {
+    store::Cursor cursor(text);
+    if (!cursor.at('"'))
+        return std::string(text);
+    std::string quoted;
+    requireAccepted(cursor.takeQuoted(quoted).refusal);
+    if (!cursor.atEnd())
+        throw Mistake("the text goes on behind its quotes; one that begins with a quote stands in quotes");
+    return quoted;
 }
 
 Expectation readExpectation(std::string_view rest, const TakeBlock& takeBlock) {

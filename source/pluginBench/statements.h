@@ -24,6 +24,9 @@ std::string takeWord(std::string_view& text);
 void requireEnd(std::string_view rest);
 std::string readPath(std::string_view text);
 
+// A text in the quotes of the database files, or as it stands when it does not begin with one.
+std::string readText(std::string_view text);
+
 // Takes the block that follows the statement, whose rest may end in the block's closing word.
 using TakeBlock = std::function<std::string(std::string_view& rest)>;
 // rest: what follows "expect". Throws Mistake.

@@ -14,12 +14,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "pluginBench/judge.h"
 #include "pluginBench/log.h"
 #include "pluginBench/player.h"
 #include "pluginBench/report.h"
+#include "pluginBench/review.h"
 #include "pluginBench/room.h"
 
 namespace pluginBench {
@@ -37,9 +40,6 @@ constexpr int endedDaemon = 255;
 // What the end of the process says when all has been played.
 constexpr char endOfProcess[] = "exit";
 constexpr std::chrono::milliseconds leastForEnd{5000};
-
-// Of a failed run; the rest of a log is for --verbose.
-constexpr std::size_t shownLog = 16000;
 
 // The process that waits is the first one of the room: those that lost their parent are its children, too.
 // Returns what wait(2) tells.
@@ -107,11 +107,12 @@ void playLives(const Scenario& scenario, const std::string& plugin, const Report
 
 class Watcher {
 public:
-    Watcher(const Scenario& scenario, const Log& log) : scenario_(scenario), log_(log) {}
+    Watcher(const Scenario& scenario, const Log& log)
+        : scenario_(scenario), log_(log), review_(scenario, log) {}
 
     // Takes what comes from the pipe until the process has ended, or must be ended.
     void follow(int pipe);
-    int verdict(bool verbose) const;
+    int verdict(bool verbose);
 
 private:
     // False: nothing more is to be waited for.
@@ -126,12 +127,13 @@ private:
     std::string running_;  // what may hang; empty: nothing of the plug-in
     Clock::time_point since_;
     std::optional<int> doneStatus_;
-    int faults_ = 0;
+    Review review_;
+    std::vector<std::string> faults_{};
     bool unplayable_ = false;
 };
 
 void Watcher::fault(const std::string& text) {
-    ++faults_;
+    faults_.push_back(text);
     std::printf("FAILED: %s\n", text.c_str());
 }
 
@@ -172,6 +174,9 @@ bool Watcher::take(char event, const std::string& text) {
     switch (event) {
         case event::print:
             std::puts(text.c_str());
+            return true;
+        case event::step:
+            review_.begin(text);
             return true;
         case event::begin:
             running_ = text;
@@ -218,19 +223,17 @@ void Watcher::follow(int pipe) {
     }
 }
 
-int Watcher::verdict(bool verbose) const {
-    std::string log = log_.since(0);
-    if (!verbose && log.size() > shownLog)
-        log.erase(0, log.find('\n', log.size() - shownLog) + 1);
-    if ((verbose || faults_ != 0) && !log.empty())
-        std::printf("log:\n%s%s", log.c_str(), log.ends_with('\n') ? "" : "\n");
+int Watcher::verdict(bool verbose) {
+    const int faults = review_.judge(faults_) + static_cast<int>(faults_.size());
+    if (verbose || faults != 0)
+        review_.print(verbose);
     if (unplayable_)
         return unplayable;
-    if (faults_ == 0)
+    if (faults == 0)
         std::puts("passed");
     else
-        std::printf("failed: %d fault%s\n", faults_, faults_ == 1 ? "" : "s");
-    return faults_ == 0 ? allWell : failed;
+        std::printf("failed: %d fault%s\n", faults, faults == 1 ? "" : "s");
+    return faults == 0 ? allWell : failed;
 }
 
 }  // namespace

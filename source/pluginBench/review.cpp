@@ -1,0 +1,99 @@
+#include "pluginBench/review.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+
+namespace pluginBench {
+namespace {
+
+// Of a failed run; the rest of a log is for --verbose.
+constexpr std::size_t shownLog = 16000;
+
+// What the C++ layer says of a write where the daemon would end.
+constexpr std::string_view leftOut = "error: a write in writeConf is left out";
+
+// The daemon tells of clients that come and go at the level of errors.
+bool isNews(const LogLine& line) {
+    return line.function == "removeCnx" ||
+           (line.function == "popMessage" && line.text.find("Got connect from ") != std::string::npos);
+}
+
+// The host's words for a failure of an entry, which the bench sees itself.
+bool isHosts(const LogLine& line) {
+    constexpr std::string_view texts[] = {
+        "[Warning] writeConf failed for client :", "[Warning] restart failed for client :",
+        "() threw an exception: ", " but no patterns", "value in its writing state !"};
+    auto isIn = [&](std::string_view text) { return line.text.find(text) != std::string::npos; };
+    return (line.module == "ostrelPlugins" || line.module == "ostrelServer") &&
+           std::ranges::any_of(texts, isIn);
+}
+
+}  // namespace
+
+void Review::begin(const std::string& told) {
+    Part part{};
+    const char* end = told.data() + told.size();
+    const char* rest = std::from_chars(told.data(), end, part.step).ptr;
+    rest = std::from_chars(std::min(rest + 1, end), end, part.logBegin).ptr;
+    part.title.assign(std::min(rest + 1, end), end);
+    parts_.push_back(std::move(part));
+}
+
+std::string Review::failureOf(const Part& part, const LogLine& line,
+                              const std::vector<std::string>& faults) const {
+    if (line.level != LogLine::Level::error || isHosts(line))
+        return {};
+    const std::size_t last = scenario_.steps.size() - 1;
+    const std::size_t number = scenario_.steps[std::min(part.step, last)].number;
+    if (line.text.starts_with(leftOut))
+        return scenario_.placed(number, "changes the database in writeConf: " + described(line));
+    auto tells = [&](const std::string& fault) { return fault.find(line.text) != std::string::npos; };
+    auto names = [&](const Expectation& expectation) {
+        return expectation.kind == Expectation::Kind::log &&
+               line.text.find(expectation.subject) != std::string::npos;
+    };
+    const bool known = std::ranges::any_of(faults, tells) ||
+                       (part.step <= last && std::ranges::any_of(scenario_.steps[part.step].expected, names));
+    return known ? "" : scenario_.placed(number, "no \"expect log\" names the error " + described(line));
+}
+
+int Review::judge(const std::vector<std::string>& faults) {
+    int failing = 0;
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+        Part& part = parts_[i];
+        part.lines =
+            log_.lines(part.logBegin, i + 1 < parts_.size() ? parts_[i + 1].logBegin : std::string::npos);
+        for (LogLine& line : part.lines) {
+            if (isNews(line))
+                line.level = LogLine::Level::notice;
+            part.failures.push_back(failureOf(part, line, faults));
+            failing += part.failures.back().empty() ? 0 : 1;
+        }
+    }
+    return failing;
+}
+
+void Review::print(bool all) const {
+    std::size_t length = 0;
+    for (const Part& part : parts_) {
+        for (const LogLine& line : part.lines)
+            length += shown(line).size();
+    }
+    std::size_t passed = 0;
+    for (const Part& part : parts_) {
+        const std::string heading = "log of " + part.title + ":\n";
+        const char* title = heading.c_str();
+        for (std::size_t i = 0; i < part.lines.size(); ++i) {
+            const std::string& failure = part.failures[i];
+            const std::string line = failure.empty() ? "  " + shown(part.lines[i]) : "FAILED: " + failure;
+            passed += shown(part.lines[i]).size();
+            if (!all && failure.empty() && length - passed > shownLog)
+                continue;
+            std::printf("%s%s\n", title, line.c_str());
+            title = "";
+        }
+    }
+}
+
+}  // namespace pluginBench
