@@ -139,8 +139,8 @@ void reportTies(DoctorReport& report, const std::string& kind, const Places& pla
         std::string list;
         for (const std::string& name : names)
             list += (list.empty() ? "" : ", ") + name;
-        report.ok("plug-ins", list + " have the " + kind + " priority " + priority +
-                                  ": their order is the folder's, which differs between file systems");
+        list.append(" have the ").append(kind).append(" priority ").append(priority);
+        report.ok("plug-ins", list + ": their order is the folder's, which differs between file systems");
     }
 }
 

@@ -124,7 +124,7 @@ bool isLibrarys(const std::string& name) {
 // The plug-in's own first.
 void order(std::vector<std::string>& names) {
     std::ranges::sort(names, {}, [](const std::string& name) { return std::pair(isLibrarys(name), name); });
-    names.erase(std::ranges::unique(names).begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
 }
 
 }  // namespace

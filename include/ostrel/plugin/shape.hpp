@@ -48,6 +48,7 @@ using RestartPriorityOf = decltype(Class::restartPriority);
 
 // For a name: Single_NAME, when it is public and stands for one thing only; isNamed_NAME, whatever its
 // access: a second one makes it ambiguous. Of a final class that cannot be asked.
+// NOLINTBEGIN(bugprone-macro-parentheses): a member's name has none.
 #define OSTREL_PLUGIN_NAME(name)                                                          \
     template <typename Class>                                                             \
     using Single_##name = decltype(&Class::name);                                         \
@@ -78,6 +79,7 @@ OSTREL_PLUGIN_NAME(loadPriority)
 OSTREL_PLUGIN_NAME(restartPriority)
 #pragma GCC diagnostic pop
 #undef OSTREL_PLUGIN_NAME
+// NOLINTEND(bugprone-macro-parentheses)
 
 // Looked for only where the right name is missing: a class may use others as it likes.
 #define OSTREL_PLUGIN_MISTAKE(wrong) \
