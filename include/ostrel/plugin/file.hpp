@@ -1,4 +1,5 @@
-// Small files, read and replaced whole. Failures throw std::system_error with the path. Any thread.
+// Small files, read and replaced whole. Failures throw std::system_error with the path. Any thread. Nothing
+// waits for somebody at the other end of a FIFO or a device.
 #ifndef OSTREL_PLUGIN_FILE_HPP
 #define OSTREL_PLUGIN_FILE_HPP
 
@@ -50,10 +51,32 @@ namespace detail {
 }
 
 inline Descriptor openFile(const std::string& path, int flags, mode_t mode = 0) {
-    Descriptor file(open(path.c_str(), flags | O_CLOEXEC, mode));
+    Descriptor file(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, mode));
     if (!file)
         failFile(path);
     return file;
+}
+
+inline const char* kindOf(mode_t mode) {
+    switch (mode & S_IFMT) {
+        case S_IFDIR:
+            return "a directory";
+        case S_IFCHR:
+            return "a character device";
+        case S_IFBLK:
+            return "a block device";
+        case S_IFIFO:
+            return "a FIFO";
+        case S_IFSOCK:
+            return "a socket";
+        default:
+            return "of an unknown kind";
+    }
+}
+
+[[noreturn]] inline void refuseKind(const std::string& path, mode_t mode) {
+    throw std::system_error(EINVAL, std::generic_category(),
+                            path + " is " + kindOf(mode) + ", not a regular file");
 }
 
 inline void sync(const Descriptor& file, const std::string& path) {
@@ -106,14 +129,19 @@ inline void renameTo(const std::string& target, const std::string& fresh) {
 
 }  // namespace detail
 
-// Nothing when there is no such file, or when the process that a file in /proc tells of has just ended.
+// Nothing when there is no such file, or when the process that a file in /proc tells of has just ended. A
+// FIFO is refused.
 inline std::optional<std::string> readFile(const std::string& path) {
-    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file) {
         if (errno == ENOENT)
             return std::nullopt;
         detail::failFile(path);
     }
+    // It would read as empty while nobody writes to it.
+    struct stat info {};
+    if (fstat(file.get(), &info) == 0 && S_ISFIFO(info.st_mode))
+        detail::refuseKind(path, info.st_mode);
     std::string content;
     std::array<char, 4096> piece;
     for (;;) {
@@ -131,13 +159,16 @@ inline std::optional<std::string> readFile(const std::string& path) {
 
 // Gives the file that content, unless it has it. True when it changed. At any moment, also after a power cut,
 // the path holds the old content or the new one. A link is followed; a file that is there keeps its owner,
-// group and permissions.
+// group and permissions. What is there and no regular file, such as /dev/null at the end of a link, is
+// refused.
 inline bool replaceFile(const std::string& path, std::string_view content, mode_t newFileMode = 0644) {
-    if (readFile(path) == content)
-        return false;
     std::string target = detail::resolved(path);
     struct stat old {};
     bool isThere = stat(target.c_str(), &old) == 0;
+    if (isThere && !S_ISREG(old.st_mode))
+        detail::refuseKind(target == path ? path : path + " leads to " + target + ", which", old.st_mode);
+    if (readFile(path) == content)
+        return false;
     mode_t mode = isThere ? old.st_mode & 07777U : newFileMode;
     std::string fresh = target + ".new";
     // One that a power cut left over.
@@ -159,17 +190,25 @@ inline bool replaceFile(const std::string& path, std::string_view content, mode_
 }
 
 // Makes the path a symbolic link to the target, unless it is. True when it changed. What was there, a link or
-// a file, is replaced in one step.
+// a regular file, is replaced in one step; anything else is refused.
 inline bool replaceLink(const std::string& path, const std::string& target) {
     std::array<char, 4096> old;
     ssize_t size = readlink(path.c_str(), old.data(), old.size());
     if (size >= 0 && std::string_view(old.data(), static_cast<std::size_t>(size)) == target)
         return false;
+    struct stat there {};
+    if (size < 0 && lstat(path.c_str(), &there) == 0 && !S_ISREG(there.st_mode))
+        detail::refuseKind(path, there.st_mode);
     std::string fresh = path + ".new";
     unlink(fresh.c_str());
     if (symlink(target.c_str(), fresh.c_str()) != 0)
         detail::failFile(fresh);
-    detail::renameTo(path, fresh);
+    try {
+        detail::renameTo(path, fresh);
+    } catch (...) {
+        unlink(fresh.c_str());
+        throw;
+    }
     return true;
 }
 
