@@ -63,6 +63,13 @@ std::vector<Host> readHosts() {
 
 bool isHostName(std::string_view text) { return isLabel(text) && text.find('_') == std::string_view::npos; }
 
+std::string lowered(std::string name) {
+    std::ranges::transform(name, name.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    });
+    return name;
+}
+
 const std::string& domainNameOf(const Setting& setting) {
     if (!isDomainName(setting.value))
         throw ostrel::plugin::BadValue(setting.key, setting.index, "not a domain name");

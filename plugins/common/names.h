@@ -31,6 +31,9 @@ std::vector<Host> readHosts();
 // Letters, digits and hyphens, at most 63, with no hyphen at an end.
 bool isHostName(std::string_view text);
 
+// The same name, as case means nothing in one.
+std::string lowered(std::string name);
+
 // The value, or BadValue when it is not that: nothing else gets into a line. Domain names may have
 // underscores, too.
 const std::string& domainNameOf(const Setting& setting);

@@ -21,12 +21,13 @@ constexpr char head[] =
     "user=root\n"
     "group=\n";
 
-// A host is found by its whole name and by its own.
+// A host is found by its whole name and by its own. Lowered, as dnsmasq compares names, and takes one with
+// capitals for one in need of a translation, which some do not stand.
 std::string hostRecord(const Host& host, const std::string& domain) {
     std::string hostNames = names::wholeNameOf(host.name, domain);
     if (!domain.empty())
         hostNames += ',' + host.name.value;
-    return "host-record=" + hostNames + ',' + addressOf(host.address) + '\n';
+    return "host-record=" + names::lowered(hostNames) + ',' + addressOf(host.address) + '\n';
 }
 
 }  // namespace
@@ -35,7 +36,7 @@ std::string render(const Settings& settings) {
     std::string text = std::string(head) + "pid-file=" + pidFile + '\n';
     std::string domain;
     if (!settings.domain.value.empty()) {
-        domain = domainNameOf(settings.domain);
+        domain = names::lowered(domainNameOf(settings.domain));
         // Names of the own domain are never asked for elsewhere.
         text += "domain=" + domain + "\nlocal=/" + domain + "/\n";
     }

@@ -4,16 +4,25 @@
 // and a mark that says that it runs with the configuration file as that is now.
 #pragma once
 
+#include <string>
+
 namespace dnsmasq {
 
-// Before the configuration is replaced: a crash in between then restarts a service that is current, never the
-// other way round.
-void markStale();
+// Throws std::runtime_error when dnsmasq does not accept the configuration; its own words about it are in the
+// log, and the text stays in the candidate file. Takes at most about 3 s.
+void checkConfiguration(const std::string& text);
 
+// Keeps the one that was in use, to come back to.
+void replaceConfiguration(const std::string& text);
+
+bool isRunning();
+// With the configuration file as it is now.
 bool isCurrent();
 
-// Stops the service if it runs, and starts it. Takes at most about 5 s. Throws std::runtime_error when it
-// does not run afterwards; dnsmasq's own words about it are in the log.
+// Stops the service if it runs, and starts it; if it does not come up, with the last good configuration,
+// which is then in use again. Takes at most about 12 s. Throws std::runtime_error when it does not run
+// afterwards, or not with the configuration that was in use before; dnsmasq's own words about it are in the
+// log.
 void restartService();
 
 }  // namespace dnsmasq
