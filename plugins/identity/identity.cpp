@@ -21,19 +21,31 @@ constexpr char hostsHead[] =
     "127.0.0.1 localhost\n"
     "::1 localhost ip6-localhost ip6-loopback\n";
 
-std::string hostsLine(const std::string& address, const names::Setting& name, const std::string& domain) {
-    std::string line = address + ' ' + names::wholeNameOf(name, domain);
-    return domain.empty() ? line + '\n' : line + ' ' + name.value + '\n';
+// The names of a line, separated by blanks.
+std::string namesOf(const names::Setting& name, const std::string& domain) {
+    std::string whole = names::wholeNameOf(name, domain);
+    return domain.empty() ? whole : whole + ' ' + name.value;
+}
+
+// What the device's own programs go by: another address for it would lead them astray.
+bool isOwnName(const std::string& name, const std::string& ownNames) {
+    std::string own = " localhost ip6-localhost ip6-loopback " + names::lowered(ownNames) + ' ';
+    return own.find(' ' + names::lowered(name) + ' ') != std::string::npos;
 }
 
 std::string renderHosts(const names::Setting& ownName) {
     names::Setting domain = names::readDomain();
     if (!domain.value.empty())
         names::domainNameOf(domain);
+    std::string ownNames = namesOf(ownName, domain.value);
     // The own name is found also where no interface has an address.
-    std::string text = hostsHead + hostsLine("127.0.1.1", ownName, domain.value);
-    for (const names::Host& host : names::readHosts())
-        text += hostsLine(names::addressOf(host.address), host.name, domain.value);
+    std::string text = hostsHead + ("127.0.1.1 " + ownNames + '\n');
+    for (const names::Host& host : names::readHosts()) {
+        std::string hostNames = namesOf(host.name, domain.value);
+        if (isOwnName(host.name.value, ownNames))
+            throw BadValue(host.name.key, host.name.index, "a name of the device itself");
+        text += names::addressOf(host.address) + ' ' + hostNames + '\n';
+    }
     return text;
 }
 
