@@ -58,6 +58,7 @@ private:
     }
 
     void handOver() {
+        runner_.waitForEnded();
         if (duties_.empty() || !makeServing())
             return;
         noteWhatIsRead();

@@ -18,8 +18,11 @@ bool Runner::isServing() const {
     return socket_ && poll(&end, 1, 0) == 0;
 }
 
-void Runner::start() {
+void Runner::waitForEnded() {
     std::erase_if(processes_, [](pid_t process) { return waitpid(process, nullptr, WNOHANG) != 0; });
+}
+
+void Runner::start() {
     // Of packets: a request is taken whole or not at all.
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)

@@ -17,6 +17,8 @@ class Runner {
 public:
     // False when none was started, or the last one has ended or takes no more requests.
     bool isServing() const;
+    // Lets go of those that have ended, which are zombies until then.
+    void waitForEnded();
     // Starts one in the place of a former. Throws CommandError, std::system_error.
     void start();
     // Asks it to run the rule's command. False when it has not taken the request.

@@ -1,5 +1,6 @@
 // The plug-in exec with its runner: commands beside the daemon.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
@@ -8,6 +9,8 @@
 #include "daemon.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 bool apply(const std::string& batch) { return runTool("ostrelCtl apply -", batch).status == 0; }
 
@@ -19,15 +22,24 @@ protected:
         daemon.softDescriptorLimit = 99;
         daemon.noPlugins();
         daemon.plugin("exec", "", IMAGE "/default/ostrPlugins/exec");
-        std::filesystem::remove("/tmp/copied");
-        program(
-            "/tmp/copy",
-            "ulimit -S -n >/tmp/limit\necho $OSTREL_RULE $(/vemra/bin/ostrelCtl get a text) >>/tmp/copied\n"
-            "while [ -e /tmp/hold ]; do sleep 0.01; done\nexit 3\n");
+        for (const char* left : {"copied", "leaders", "alive", "services", "children"})
+            fs::remove(std::string("/tmp/") + left);
+        program("/tmp/copy",
+                "ulimit -S -n >/tmp/limit\necho $OSTREL_RULE $(/vemra/bin/ostrelCtl get a text) >>/tmp/copied\n"
+                "while [ -e /tmp/hold ]; do sleep 0.01; done\nexit 3\n");
     }
+    // What a test leaves running would hold up the next one's commands.
+    ~Exec() override {
+        std::system(
+            "exec 2>/dev/null; kill -KILL $(pidof ostrelExecRunner) $(cat /tmp/services);"
+            "for i in /run/ostrel-exec/*; do read -r boot pid rest <$i; kill -KILL -$pid; done;"
+            "rm -r /run/ostrel-exec");
+    }
+    Exec(const Exec&) = delete;
+    Exec& operator=(const Exec&) = delete;
     static void program(const std::string& file, const std::string& script) {
         writeFile(file, "#!/bin/sh\n" + script);
-        std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+        fs::permissions(file, fs::perms::owner_all);
     }
     void start(const std::string& rules) {
         writeFile("/vemra/default/exec.conf", rules);
@@ -53,10 +65,10 @@ TEST_F(Exec, RunsOnceForACommitAndOnceMoreForAllThatCameMeanwhile) {
     EXPECT_TRUE(copied(lines += "copy a Dword 2 text String \"x\"\n")) << readFile("/tmp/copied");
     for (int i = 3; i <= 5; ++i)
         EXPECT_TRUE(apply("a Dword " + std::to_string(i) + "\n"));
-    std::filesystem::rename("/tmp/log", "/tmp/log.1");
+    fs::rename("/tmp/log", "/tmp/log.1");
     daemon.signal(SIGHUP);
-    EXPECT_TRUE(eventually([] { return std::filesystem::exists("/tmp/log"); }));
-    std::filesystem::remove("/tmp/hold");
+    EXPECT_TRUE(eventually([] { return fs::exists("/tmp/log"); }));
+    fs::remove("/tmp/hold");
     EXPECT_TRUE(copied(lines += "copy a Dword 5 text String \"x\"\n")) << readFile("/tmp/copied");
     EXPECT_TRUE(daemon.logged("exit status 3\n")) << "in the new log";
     EXPECT_TRUE(apply("b Dword 2\n"));
@@ -80,6 +92,64 @@ TEST_F(Exec, RunnerThatDoesNotKeepUpLosesNoRule) {
     EXPECT_TRUE(apply(batch + "b Dword 2\n"));
     EXPECT_EQ(std::system("kill -CONT $(pidof ostrelExecRunner)"), 0);
     EXPECT_TRUE(copied(line + "copy a Dword 2 text String \"\"\n")) << readFile("/tmp/copied");
+}
+
+TEST_F(Exec, SuccessorOfAKilledRunnerEndsWhatThatRanAndNothingElse) {
+    // Says whether the first of its kind still is there; one that could not print any more would end.
+    program("/tmp/hang",
+            "trap '' TERM; umask >/tmp/umask\n"
+            "[ -e /tmp/leaders ] && { cat /proc/$(head -n 1 /tmp/leaders)/cmdline; echo end; } >/tmp/alive\n"
+            "echo $$ >>/tmp/leaders; while echo tick; do sleep 0.02; done\n");
+    program("/tmp/serve", "(while echo serving; do sleep 0.02; done) &\necho $! >>/tmp/services\n");
+    const mode_t mask = umask(0);
+    start("[hang]\nwatch=b\nrun=/tmp/hang\n[serve]\nwatch=text\nrun=/tmp/serve\n");
+    umask(mask);
+    EXPECT_TRUE(eventually([&] { return daemon.logged("tick\n") && daemon.logged("serving\n"); }));
+    EXPECT_EQ(readFile("/tmp/umask"), "0022\n");
+    EXPECT_TRUE(eventually([] { return !fs::exists("/run/ostrel-exec/rule.serve"); })) << "it has ended";
+    EXPECT_EQ(std::system("kill -KILL $(pidof ostrelExecRunner);"
+                          "while pidof ostrelExecRunner; do sleep 0.01; done"),
+              0);
+    const std::string before = daemon.log();
+    EXPECT_TRUE(eventually([&] {
+        const std::string since = daemon.log().substr(before.size());
+        return occurrences(since, "tick\n") > 5 && occurrences(since, "serving\n") > 5;
+    })) << "what has lost its runner prints on";
+    // Of a process with another start time; of an earlier boot.
+    EXPECT_EQ(std::system(
+                  "setsid sleep 600 & echo $! >>/tmp/services; cd /run/ostrel-exec; set -- $(cat rule.hang);"
+                  "echo $1 $(tail -n 1 /tmp/services) $3 /x >rule.gone; sed s/^./x/ rule.hang >rule..."),
+              0);
+    EXPECT_TRUE(apply("b Dword 2\n"));
+    EXPECT_TRUE(eventually([] { return contains(readFile("/tmp/alive"), "end\n"); }));
+    EXPECT_EQ(readFile("/tmp/alive"), "end\n") << "no second beside it";
+    EXPECT_TRUE(daemon.logged("rule hang: /tmp/hang: was left by a runner that was killed, it is stopped\n"));
+    EXPECT_EQ(occurrences(daemon.log(), "was left"), 1U);
+    EXPECT_EQ(std::system("kill -0 $(head -n 2 /tmp/services) && ls /run/ostrel-exec >/tmp/records;"
+                          "! ps --ppid $(pidof ostrelServer),$(pidof ostrelExecRunner) -o stat= | grep Z"),
+              0);
+    EXPECT_EQ(readFile("/tmp/records"), "rule.hang\n");
+    EXPECT_TRUE(eventually([] { return occurrences(readFile("/tmp/services"), "\n") == 3; }));
+}
+
+TEST_F(Exec, OutputIsCutAndStandsInFrontOfTheEnd) {
+    program("/tmp/copy",
+            "head -c 65536 /dev/zero | tr '\\0' '#'; head -c 3000000 /dev/zero | tr '\\0' '%'; exit 3\n");
+    program("/tmp/why", "echo because; exit 4\n");
+    start(std::string(copyRule) + "[why]\nwatch=b\nrun=/tmp/why\n[no]\nwatch=b\nrun=/tmp/no\n");
+    for (const char* end : {"copy: /tmp/copy: exit status 3", "why: /tmp/why: exit status 4",
+                            "no: /tmp/no: No such file or directory"})
+        EXPECT_TRUE(eventually([&] { return daemon.logged(end + std::string("\n")); })) << end;
+    // The rules print side by side.
+    const std::string log = daemon.log();
+    EXPECT_EQ(occurrences(log, "#"), 65536U);
+    EXPECT_EQ(occurrences(log, "%"), 0U);
+    const std::size_t cut =
+        log.find("ostrelExecRunner: rule copy: /tmp/copy: printed over 64 KiB, the rest is");
+    EXPECT_LT(log.rfind('#'), cut);
+    EXPECT_LT(cut, log.find("exit status 3"));
+    EXPECT_LT(log.find("because"), log.find("exit status 4"));
+    EXPECT_TRUE(eventually([] { return fs::is_empty("/run/ostrel-exec"); }));
 }
 
 TEST_F(Exec, HangingCommandIsKilledWithItsGroupAndOutlivedByNoSecond) {

@@ -1,5 +1,6 @@
 #include "exec/runner/jobs.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -10,12 +11,20 @@
 #include <ostrel/plugin/command.hpp>
 #include <utility>
 
+#include "exec/runner/launch.h"
+#include "exec/runner/output.h"
+
 namespace exec {
 namespace {
 
 // Long enough for the requests that one commit with several keys brings, which are then one.
 constexpr std::chrono::milliseconds settling{20};
 constexpr std::chrono::seconds killDelay{2};
+// How long an end waits for what was printed, so that it stands behind that in the log; longer, and another
+// process writes to it still.
+constexpr std::chrono::seconds copyLimit{1};
+// Nobody tells of the end of what is no child.
+constexpr std::chrono::milliseconds leftCheck{50};
 
 void report(const std::string& rule, const std::string& text) {
     std::fprintf(stderr, "ostrelExecRunner: rule %s: %s\n", rule.c_str(), text.c_str());
@@ -66,43 +75,94 @@ void Jobs::startDue() {
 
 void Jobs::start(Job& job) {
     job.due.reset();
-    setenv("OSTREL_RULE", job.request.rule.c_str(), 1);
+    const Request& request = job.request;
+    job.program = request.command.front();
+    setenv("OSTREL_RULE", request.rule.c_str(), 1);
     try {
-        job.process = ostrel::plugin::spawn(job.request.command);
+        Output output = openOutput(request.rule, job.program);
+        job.copier = output.process;
+        job.process = launch(request.command, output.end.get(),
+                             [&](pid_t process) { records_.write(request.rule, job.program, process); });
     } catch (const ostrel::plugin::CommandError& error) {
-        report(job.request.rule, error.what());
+        report(request.rule, error.what());
+        records_.remove(request.rule);
+        end(job);
         return;
     }
-    job.limit = Clock::now() + job.request.deadline;
+    job.limit = Clock::now() + request.deadline;
     job.isStopped = false;
 }
 
+void Jobs::endWhatIsLeft() {
+    for (LeftCommand& left : records_.leftCommands()) {
+        Job& job = jobs_[left.rule];
+        job.request.rule = left.rule;
+        job.program = left.program;
+        job.process = left.leader.process;
+        job.left = std::move(left);
+        terminate(job, "was left by a runner that was killed");
+    }
+}
+
+bool Jobs::hasEnded(const Job& job) {
+    if (job.left) {
+        pollfd state{job.left->process.get(), POLLIN, 0};
+        return poll(&state, 1, 0) > 0;
+    }
+    siginfo_t ended{};
+    return waitid(P_PID, static_cast<id_t>(job.process), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           ended.si_pid == job.process;
+}
+
+// Before a child is waited for: its number, and so its group's, cannot be another's yet. That of a process
+// which is no child can, if nobody of its group is left.
+void Jobs::killRest(const Job& job) {
+    if (!job.left || !isAnothers(job.left->leader))
+        kill(-job.process, SIGKILL);
+}
+
+bool Jobs::isCopied(Job& job) {
+    if (job.copier != 0 && waitpid(job.copier, nullptr, WNOHANG) != 0)
+        job.copier = 0;
+    return job.copier == 0;
+}
+
 void Jobs::collect() {
+    std::erase_if(copiers_, [](pid_t copier) { return waitpid(copier, nullptr, WNOHANG) != 0; });
     for (auto& [rule, job] : jobs_) {
-        siginfo_t ended{};
-        if (job.process != 0 &&
-            waitid(P_PID, static_cast<id_t>(job.process), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-            ended.si_pid == job.process)
+        if (job.process == 0)
+            continue;
+        if (!job.ended && hasEnded(job)) {
+            job.ended = Clock::now();
+            records_.remove(rule);
+            // What a command that ended in time left running is its own affair: so a script starts a service.
+            if (job.isStopped)
+                killRest(job);
+        }
+        if (job.ended && (isCopied(job) || Clock::now() >= *job.ended + copyLimit))
             end(job);
     }
 }
 
-// What a command that ended in time left running is its own affair: so a script starts a service.
 void Jobs::end(Job& job) {
-    // Before the process is waited for: its number, and so its group's, cannot be another's yet.
-    if (job.isStopped)
-        kill(-job.process, SIGKILL);
-    int status = 0;
-    waitpid(job.process, &status, 0);
-    std::string text = failure(status);
-    if (!text.empty() && !job.isStopped)
-        report(job.request.rule, job.request.command.front() + ": " + text);
+    if (job.process != 0 && !job.left) {
+        int status = 0;
+        waitpid(job.process, &status, 0);
+        std::string text = failure(status);
+        if (!text.empty() && !job.isStopped)
+            report(job.request.rule, job.program + ": " + text);
+    }
+    if (job.copier != 0)
+        copiers_.push_back(job.copier);
+    job.copier = 0;
     job.process = 0;
+    job.left.reset();
+    job.ended.reset();
 }
 
 void Jobs::enforceDeadlines() {
     for (auto& [rule, job] : jobs_) {
-        if (job.process == 0 || Clock::now() < job.limit)
+        if (job.process == 0 || job.ended || Clock::now() < job.limit)
             continue;
         if (!job.isStopped) {
             terminate(job, "did not end within " + std::to_string(job.request.deadline.count()) + " s");
@@ -115,7 +175,7 @@ void Jobs::enforceDeadlines() {
 }
 
 void Jobs::terminate(Job& job, const std::string& reason) {
-    report(job.request.rule, job.request.command.front() + ": " + reason + ", it is stopped");
+    report(job.request.rule, job.program + ": " + reason + ", it is stopped");
     kill(-job.process, SIGTERM);
     job.limit = Clock::now() + killDelay;
     job.isStopped = true;
@@ -128,7 +188,7 @@ void Jobs::startNothingMore() {
 
 void Jobs::stop() {
     for (auto& [rule, job] : jobs_) {
-        if (job.process != 0 && !job.isStopped)
+        if (job.process != 0 && !job.ended && !job.isStopped)
             terminate(job, "the runner is told to end");
     }
 }
@@ -141,8 +201,10 @@ Clock::time_point Jobs::nextWork() const {
     Clock::time_point next = Clock::time_point::max();
     for (const auto& [rule, job] : jobs_) {
         if (job.process != 0)
-            next = std::min(next, job.limit);
-        else if (job.due)
+            next = std::min(next, job.ended ? *job.ended + copyLimit : job.limit);
+        if (job.left)
+            next = std::min(next, Clock::now() + leftCheck);
+        if (job.process == 0 && job.due)
             next = std::min(next, *job.due);
     }
     return next;

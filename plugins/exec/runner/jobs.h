@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "exec/runner/records.h"
+
 namespace exec {
 
 using Clock = std::chrono::steady_clock;
@@ -29,6 +31,8 @@ public:
     // The rule is due. However often it is asked for while its command runs, that runs once more.
     void ask(Request request);
     void startDue();
+    // Ends what a killed runner has left running. Only while no other runner runs commands.
+    void endWhatIsLeft();
     // Takes note of the commands that have ended.
     void collect();
     void enforceDeadlines();
@@ -38,7 +42,8 @@ public:
     void stop();
 
     bool anyRuns() const;
-    // When startDue or enforceDeadlines has work; the largest time when neither has.
+    // When startDue, collect or enforceDeadlines has work, if no child ends before; the largest time when
+    // none has.
     Clock::time_point nextWork() const;
 
 private:
@@ -47,15 +52,24 @@ private:
         std::optional<Clock::time_point> due{};
         pid_t process = 0;  // and its group; 0: does not run
         // While it runs.
+        std::string program{};
+        pid_t copier = 0;  // of what it prints; 0: none that runs
         Clock::time_point limit{};
-        bool isStopped = false;  // SIGTERM is sent, SIGKILL follows at the limit
+        bool isStopped = false;                    // SIGTERM is sent, SIGKILL follows at the limit
+        std::optional<LeftCommand> left{};         // it is no child
+        std::optional<Clock::time_point> ended{};  // what it has printed is not all copied yet
     };
 
-    static void start(Job& job);
+    void start(Job& job);
     static void terminate(Job& job, const std::string& reason);
-    static void end(Job& job);
+    static bool hasEnded(const Job& job);
+    static void killRest(const Job& job);
+    static bool isCopied(Job& job);
+    void end(Job& job);
 
+    Records records_{};
     std::map<std::string, Job> jobs_{};  // by rule
+    std::vector<pid_t> copiers_{};       // for what ended commands have left running
 };
 
 }  // namespace exec

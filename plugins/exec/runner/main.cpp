@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,9 +15,11 @@
 #include <cstring>
 #include <ostrel/plugin/file.hpp>
 #include <string>
+#include <utility>
 
 #include "exec/runner/daemonLog.h"
 #include "exec/runner/jobs.h"
+#include "exec/runner/output.h"
 
 namespace exec {
 namespace {
@@ -38,6 +41,8 @@ public:
             isOurs_ = !lock_ || flock(lock_.get(), LOCK_EX | LOCK_NB) == 0;
         return isOurs_;
     }
+    // False also when there is nothing to hold.
+    bool isHeld() { return lock_ && isOurs(); }
 
 private:
     static Descriptor openLock() {
@@ -78,6 +83,8 @@ public:
                 takeRequests();
             jobs_.collect();
             jobs_.enforceDeadlines();
+            if (turn_.isHeld() && !std::exchange(isLookedFor_, true))
+                jobs_.endWhatIsLeft();
             if (turn_.isOurs())
                 jobs_.startDue();
         }
@@ -139,12 +146,17 @@ private:
     Jobs jobs_{};
     std::string text_{};  // requests that are not complete
     bool isAsked_ = true;
+    bool isLookedFor_ = false;  // what a killed runner has left
 };
 
 }  // namespace
 }  // namespace exec
 
 int main(int argc, char** argv) {
+    if (argc == 4 && std::strcmp(argv[1], exec::outputOption) == 0) {
+        exec::copyOutput(argv[2], argv[3]);
+        return 0;
+    }
     bool help = argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0);
     if (argc != 1) {
         std::fputs(
@@ -153,6 +165,8 @@ int main(int argc, char** argv) {
             help ? stdout : stderr);
         return help ? 0 : exec::exitUsage;
     }
+    // Whatever the daemon was started with.
+    umask(022);
     exec::Runner().run();
     return 0;
 }
