@@ -19,7 +19,7 @@ namespace {
 
 using ostrel::plugin::Descriptor;
 
-// Readers wait there until something changes. Those that have gone meanwhile take a place, too.
+// Readers wait there to be admitted. Those that have gone meanwhile take a place, too.
 constexpr int mostWaiting = 1024;
 
 [[noreturn]] void fail(int error) {
@@ -48,50 +48,53 @@ bool isLeftOver() {
            !withAddress(connect, makeSocket()) && errno == ECONNREFUSED;
 }
 
+Descriptor bindSocket() {
+    Descriptor fresh = makeSocket();
+    if (withAddress(bind, fresh))
+        return fresh;
+    int error = errno;
+    if (error != EADDRINUSE || !isLeftOver())
+        fail(error);
+    unlink(OSTREL_WATCH_SOCKET);
+    if (!withAddress(bind, fresh))
+        fail(errno);
+    return fresh;
+}
+
 }  // namespace
 
-Listener::~Listener() {
-    if (named_)
-        unlink(OSTREL_WATCH_SOCKET);
-}
-
-void Listener::open() {
-    Descriptor fresh = makeSocket();
-    if (!withAddress(bind, fresh)) {
-        int error = errno;
-        if (error != EADDRINUSE || !isLeftOver())
-            fail(error);
-        unlink(OSTREL_WATCH_SOCKET);
-        if (!withAddress(bind, fresh))
-            fail(errno);
-    }
-    named_ = true;
+Listener::Listener() : socket_(bindSocket()) {
     // Before anybody can connect, as on the daemon's own socket: everybody may.
-    if (chmod(OSTREL_WATCH_SOCKET, 0666) != 0 || listen(fresh.get(), mostWaiting) != 0)
-        fail(errno);
-    socket_ = std::move(fresh);
+    if (chmod(OSTREL_WATCH_SOCKET, 0666) == 0 && listen(socket_.get(), mostWaiting) == 0)
+        return;
+    int error = errno;
+    unlink(OSTREL_WATCH_SOCKET);
+    fail(error);
 }
 
-bool Listener::hasWaiting() const {
+Listener::~Listener() { unlink(OSTREL_WATCH_SOCKET); }
+
+Listener::Admission Listener::admitOne(Readers& readers) const {
+    // accept() alone would make a socket each time before it sees that there is nobody.
     pollfd state{socket_.get(), POLLIN, 0};
-    return socket_ && poll(&state, 1, 0) > 0;
+    if (poll(&state, 1, 0) <= 0)
+        return Admission::nobody;
+    Descriptor connection(accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!connection)
+        return errno == EAGAIN ? Admission::nobody : Admission::failed;
+    readers.add(std::move(connection));
+    return Admission::done;
 }
 
-void Listener::admitTo(Readers& readers) {
-    // accept() alone would make a socket each time before it sees that there is nobody. And not without end:
-    // somebody may connect as fast as this can accept.
-    for (int i = 0; i <= mostWaiting && hasWaiting(); ++i) {
-        Descriptor connection(accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        if (!connection) {
-            bool failed = errno != EAGAIN;
-            if (failed && !hasFailed_)
-                ostrel::plugin::logError(std::string("a reader has to wait and misses changes: ") +
-                                         std::strerror(errno));
-            hasFailed_ = failed;
-            return;
-        }
-        readers.add(std::move(connection));
-    }
+void Listener::admitAll(Readers& readers) {
+    // Not without end: somebody may connect as fast as this can accept.
+    Admission last = Admission::done;
+    for (int i = 0; i <= mostWaiting && last == Admission::done; ++i)
+        last = admitOne(readers);
+    if (last == Admission::failed && !hasFailed_)
+        ostrel::plugin::logError(std::string("a reader has to wait and misses changes: ") +
+                                 std::strerror(errno));
+    hasFailed_ = last == Admission::failed;
 }
 
 }  // namespace watch

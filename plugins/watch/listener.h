@@ -9,23 +9,24 @@ namespace watch {
 
 class Listener {
 public:
-    Listener() = default;
+    // Takes the place of a socket that nobody serves. Throws std::system_error; nobody can connect then.
+    Listener();
     // Takes the socket's name away.
     ~Listener();
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
 
-    // Takes the place of a socket that nobody serves. Throws std::system_error; nobody can connect then.
-    void open();
+    // Readable when somebody waits. Borrowed.
+    int descriptor() const { return socket_.get(); }
 
+    enum class Admission { nobody, done, failed };
+    // Whoever waits longest. Logs nothing; errno says why it failed.
+    Admission admitOne(Readers& readers) const;
     // Everybody who has connected before the call. One system call when there is nobody new.
-    void admitTo(Readers& readers);
+    void admitAll(Readers& readers);
 
 private:
-    bool hasWaiting() const;
-
     ostrel::plugin::Descriptor socket_;
-    bool named_ = false;
     bool hasFailed_ = false;
 };
 

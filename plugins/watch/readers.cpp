@@ -78,9 +78,11 @@ bool Reader::hasGone() const {
     return poll(&state, 1, 0) > 0;
 }
 
+// Nothing is to fail on the thread that admits them.
+Readers::Readers() { readers_.reserve(mostReaders); }
+
 void Readers::add(Descriptor connection) {
-    if (readers_.size() == mostReaders)
-        std::erase_if(readers_, [](const Reader& reader) { return reader.hasGone(); });
+    std::erase_if(readers_, [](const Reader& reader) { return reader.hasGone(); });
     if (readers_.size() == mostReaders)
         sendPacket(connection, ostrelWatchRefused, 0);
     else

@@ -27,7 +27,8 @@ private:
 
 class Readers {
 public:
-    // One too many is told so, and its connection closed.
+    Readers();
+    // Those that have gone make room. One too many is told so, and its connection closed.
     void add(ostrel::plugin::Descriptor connection);
     void tell(std::string_view name);
 

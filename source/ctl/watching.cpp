@@ -106,10 +106,15 @@ void watchChanges(Context& context, const Watch& watch) {
     try {
         source.emplace();
     } catch (const std::system_error& error) {
-        // One that does not run is the better reason.
+        // Somebody serves it, and has a full queue.
+        if (error.code() == std::errc::resource_unavailable_try_again)
+            throw Failure(OSTREL_REFUSED, "too many others want to watch already");
+        // A daemon that does not run is the better reason.
         context.session.connect();
-        throw Failure(OSTREL_FAILED,
-                      std::string(error.what()) + "; the daemon runs without its plug-in watch");
+        bool isAbsent = error.code() == std::errc::no_such_file_or_directory ||
+                        error.code() == std::errc::connection_refused;
+        throw Failure(OSTREL_FAILED, std::string(error.what()) +
+                                         (isAbsent ? "; the daemon runs without its plug-in watch" : ""));
     }
     Watcher(context, watch).follow(*source);
 }

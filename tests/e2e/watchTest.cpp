@@ -126,9 +126,11 @@ TEST_F(Watching, ReadersAreBoundedAndThoseThatLeaveMakeRoom) {
     {
         std::list<Reader> readers(32);
         const Reader tooMany;
-        change();
-        EXPECT_EQ(tooMany.next(), "3 0 ");
+        EXPECT_TRUE(eventually([&] { return tooMany.next() == "3 0 "; })) << "without a change";
         EXPECT_EQ(tooMany.next(), "closed");
+        std::system("timeout 9 /vemra/bin/ostrelCtl watch 2>/tmp/refused");
+        EXPECT_EQ(readFile("/tmp/refused"), "ostrelCtl: too many others watch already\n");
+        change();
         EXPECT_EQ(readers.back().next(), "1 1 a");
         readers.pop_front();  // makes room
         readers.emplace_back();
@@ -137,6 +139,31 @@ TEST_F(Watching, ReadersAreBoundedAndThoseThatLeaveMakeRoom) {
     }
     change();
     EXPECT_TRUE(eventually([&] { return daemon.usage().descriptors <= before; }));
+}
+
+TEST_F(Watching, ShortVisitsLockNobodyOut) {
+    daemon.start();
+    const auto visit = [] {
+        const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        const bool isIn = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        close(fd);
+        return isIn;
+    };
+    int visits = 0;
+    while (visits < 3000 && eventually(visit))
+        ++visits;
+    EXPECT_EQ(visits, 3000);
+    const Reader reader;
+    change();
+    EXPECT_EQ(reader.next(), "1 1 a");
+
+    daemon.signal(SIGSTOP);
+    while (visit()) {
+    }
+    EXPECT_EQ(runTool("ostrelCtl watch"),
+              (Outcome{1, "", "ostrelCtl: too many others want to watch already\n"}));
+    daemon.signal(SIGCONT);
+    EXPECT_TRUE(eventually([] { return Reader().next() == "none"; }));
 }
 
 TEST_F(Watching, TakesTheSocketOfADeadDaemonNotOneThatIsServed) {
