@@ -164,6 +164,7 @@ TEST_F(Watching, ShortVisitsLockNobodyOut) {
               (Outcome{1, "", "ostrelCtl: too many others want to watch already\n"}));
     daemon.signal(SIGCONT);
     EXPECT_TRUE(eventually([] { return Reader().next() == "none"; }));
+    EXPECT_EQ(daemon.stop(), 0);
 }
 
 TEST_F(Watching, TakesTheSocketOfADeadDaemonNotOneThatIsServed) {
