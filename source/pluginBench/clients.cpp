@@ -56,7 +56,7 @@ void dispatch(const std::vector<pollfd>& waits, const Report& report) {
 }  // namespace
 
 void openSocket() {
-    ostrelLink::limits = {peerStall, &quitRequested};
+    ostrelLink::limits = {.stall = peerStall, .stopRequested = &quitRequested};
     if (!chaussette.bindTo(port) || pthread_mutex_init(&bllLock, nullptr) != 0 || !startListener())
         throw std::runtime_error("the daemon's socket cannot be served");
     isOpen = true;
