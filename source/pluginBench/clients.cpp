@@ -3,12 +3,12 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "server/connections.h"
+#include "server/descriptors.h"
 #include "server/dispatcher.h"
 #include "server/globals.h"
 
@@ -17,10 +17,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-// As the daemon's.
-constexpr unsigned int port = 9910;
-constexpr std::chrono::seconds peerStall{5};
 
 bool isOpen = false;
 
@@ -56,9 +52,8 @@ void dispatch(const std::vector<pollfd>& waits, const Report& report) {
 }  // namespace
 
 void openSocket() {
-    ostrelLink::limits = {.stall = peerStall, .stopRequested = &quitRequested};
-    if (!chaussette.bindTo(port) || pthread_mutex_init(&bllLock, nullptr) != 0 || !startListener())
-        throw std::runtime_error("the daemon's socket cannot be served");
+    raiseDescriptorLimit();
+    startServing();
     isOpen = true;
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <new>
 
@@ -17,6 +18,9 @@
 
 namespace {
 
+constexpr unsigned int port = 9910;
+constexpr std::chrono::seconds peerStall{5};
+constexpr unsigned int peerRate = 64 * 1024;  // bytes per second
 constexpr std::size_t listenerStackSize = 65536;
 constexpr useconds_t memoryRetryUs = 500000;
 
@@ -137,6 +141,10 @@ BllGuard::~BllGuard() {
         Die("BLL Unlock failed");
 }
 
+namespace {
+
+// Makes the listener thread, with the quit and hang-up signals blocked in it: they are the main thread's.
+// False when it cannot be made.
 bool startListener() {
     // Made before the handler below is registered, so that they outlive it.
     newClients();
@@ -160,6 +168,18 @@ bool startListener() {
     // Runs before the destructors of the globals, which were made earlier.
     std::atexit(stopListener);
     return true;
+}
+
+}  // namespace
+
+void startServing() {
+    ostrelLink::limits = {peerStall, peerRate, &quitRequested, firstClientDescriptor()};
+    if (!chaussette.bindTo(port))
+        Die("Cannot bind");
+    if (pthread_mutex_init(&bllLock, nullptr) != 0)
+        Die("Cannot init the BLL");
+    if (!startListener())
+        Die("Cannot spawn listener thread");
 }
 
 void stopListener() {

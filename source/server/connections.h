@@ -21,9 +21,9 @@ public:
     BllGuard& operator=(const BllGuard&) = delete;
 };
 
-// Makes the listener thread, with the quit and hang-up signals blocked in it: they are the main thread's.
-// False when it cannot be made.
-bool startListener();
+// From here on clients can connect; they are served when popMessage is called. Behind raiseDescriptorLimit.
+// Ends the process when it cannot be.
+void startServing();
 // Any thread, also inside exit. When it returns the listener uses nothing of the process's state any more.
 // Gives bllLock back when the calling thread holds it.
 void stopListener();

@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 
@@ -20,11 +19,8 @@
 
 namespace {
 
-constexpr unsigned int port = 9910;
 constexpr int defaultMask = 3;
 constexpr int verboseMask = 7;
-constexpr std::chrono::seconds peerStall{5};
-constexpr unsigned int peerRate = 64 * 1024;
 
 char defaultLogFile[] = "/var/log/ostrel.log";
 
@@ -106,17 +102,6 @@ void openDatabase(const Options& options) {
     static ostrelDbCfg configuration{};
     configuration.keyCreateAllowed = options.keyCreateAllowed != 0;
     database = new ostrelDb(&configuration);
-}
-
-// From here on clients can connect; they are served once the main loop runs.
-void startServing() {
-    ostrelLink::limits = {peerStall, peerRate, &quitRequested, firstClientDescriptor()};
-    if (!chaussette.bindTo(port))
-        Die("Cannot bind");
-    if (pthread_mutex_init(&bllLock, nullptr) != 0)
-        Die("Cannot init the BLL");
-    if (!startListener())
-        Die("Cannot spawn listener thread");
 }
 
 }  // namespace
