@@ -206,6 +206,9 @@ int trigger(const char* key) { return act("trigger", nullptr, std::string(" ") +
 void patternsOf(const char* word, unsigned int* count, char*** patterns) {
     static std::map<std::string, Words> texts;
     static std::map<std::string, std::vector<char*>> pointers;
+    // Listed twice, it is asked twice, and what it gave before is gone.
+    texts[word].clear();
+    pointers[word].clear();
     for (const Words& words : linesOf(word)) {
         for (unsigned int i = 0; words.size() > 1 && i < number(words[1]); ++i)
             texts[word].push_back(words[0] + std::to_string(i));
