@@ -137,6 +137,10 @@ public:
         auto known = std::clamp(timeout, std::chrono::milliseconds(0), longest);
         require(ostrelSessionSetTimeout(get(), static_cast<unsigned int>(known.count())));
     }
+    // A name or a number; see ostrelSessionSetDaemonUser().
+    void setDaemonUser(const std::string& user) {
+        require(ostrelSessionSetDaemonUser(get(), detail::terminated(user)));
+    }
     void connect() { require(ostrelSessionConnect(get())); }
     void shutdown() { require(ostrelSessionShutdown(get())); }
 

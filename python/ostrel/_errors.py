@@ -66,7 +66,8 @@ class Incomplete(OstrelError):
 
 
 class Failed(OstrelError):
-    """Out of memory, a system call failed, or the daemon's answer makes no sense."""
+    """Out of memory, a system call failed, the daemon's answer makes no sense, or the socket is served by
+    somebody who may not be the daemon."""
 
 
 ERRORS = {1: Refused, 2: Invalid, 3: NotRunning, 4: StaleSocket, 5: Busy, 6: Gone, 7: Missing, 8: Incomplete,

@@ -32,6 +32,7 @@ def _signatures() -> dict:
         "ostrelSessionNew": (handle, text),
         "ostrelSessionFree": (None, handle),
         "ostrelSessionSetTimeout": (status, handle, ctypes.c_uint),
+        "ostrelSessionSetDaemonUser": (status, handle, text),
         "ostrelSessionError": (text, handle),
         "ostrelSessionConnect": (status, handle),
         "ostrelSessionShutdown": (status, handle),

@@ -14,11 +14,16 @@ from ._values import Key, Owner, Type, Value, decoded, encoded, owner_number, pa
 
 
 class Session(Handle):
-    """A connection to the daemon. program names the caller in the daemon's log; the timeout is in seconds."""
+    """A connection to the daemon. program names the caller in the daemon's log; the timeout is in seconds.
+    daemon_user, a name or a number, may serve the socket besides root and the own user; None: the one in
+    OSTREL_DAEMON_USER."""
 
-    def __init__(self, program: str, timeout: float = 30.0):
+    def __init__(self, program: str, timeout: float = 30.0,
+                 daemon_user: typing.Union[str, int, None] = None):
         super().__init__(library.ostrelSessionNew(encoded(program)), library.ostrelSessionFree)
         self.timeout = timeout
+        if daemon_user is not None:
+            self._call("SetDaemonUser", encoded(str(daemon_user)))
 
     def __enter__(self) -> Session:
         return self

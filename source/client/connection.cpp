@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "client/daemonUser.h"
 #include "client/failure.h"
 #include "common/messageCodes.h"
 
@@ -61,13 +62,13 @@ bool DaemonIdentity::operator==(const DaemonIdentity& other) const {
            made.tv_sec == other.made.tv_sec && made.tv_nsec == other.made.tv_nsec;
 }
 
-Connection::Connection(const std::string& name, const Deadline& deadline)
+Connection::Connection(const std::string& name, const std::string& daemonUser, const Deadline& deadline)
     : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     if (fd_ < 0)
         throw Failure(OSTREL_FAILED, systemError("cannot make a socket"));
     try {
         connectSocket(deadline);
-        identify();
+        identify(daemonUser);
         std::string payload;
         appendWord(payload, messageCode::connect);
         appendWord(payload, static_cast<std::uint32_t>(name.size()));
@@ -99,7 +100,9 @@ void Connection::connectSocket(const Deadline& deadline) {
         throw connectFailure(deadline);
 }
 
-void Connection::identify() {
+void Connection::identify(const std::string& daemonUser) {
+    if (std::optional<std::string> reason = distrustPeer(fd_, socketPath, namedUser(daemonUser)))
+        throw Failure(OSTREL_FAILED, *reason);
     ucred peer{};
     socklen_t size = sizeof peer;
     if (getsockopt(fd_, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0)

@@ -40,8 +40,9 @@ struct DaemonIdentity {
 class Connection {
 public:
     // Also throws Failure with OSTREL_NOT_RUNNING or OSTREL_STALE_SOCKET. Waits for a place in the daemon's
-    // short queue. name is what the daemon shows in its log; it leaves with the first message.
-    Connection(const std::string& name, const Deadline& deadline);
+    // short queue. name is what the daemon shows in its log; it leaves with the first message. Nothing is
+    // sent to a user who is neither root, the caller nor daemonUser (see namedUser()): that is OSTREL_FAILED.
+    Connection(const std::string& name, const std::string& daemonUser, const Deadline& deadline);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -66,7 +67,7 @@ public:
 
 private:
     void connectSocket(const Deadline& deadline);
-    void identify();
+    void identify(const std::string& daemonUser);
     bool takeFrame(Answer& answer);
     bool isAllSent() const { return outgoingAt_ == outgoing_.size(); }
     void waitAndMove(const Deadline& deadline);

@@ -53,7 +53,7 @@ Session::Session(std::string_view program)
 
 Connection& Session::connected(const Deadline& deadline) {
     if (!connection_)
-        connection_.emplace(name_, deadline);
+        connection_.emplace(name_, daemonUser_, deadline);
     return *connection_;
 }
 

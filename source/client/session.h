@@ -33,6 +33,7 @@ public:
     explicit Session(std::string_view program);
 
     void setTimeout(std::chrono::milliseconds timeout) { timeout_ = timeout; }
+    void setDaemonUser(std::string user) { daemonUser_ = std::move(user); }
     void setProgress(Sequence::Progress progress) { progress_ = std::move(progress); }
 
     void connect();
@@ -55,6 +56,7 @@ private:
     std::string explain(const Change& change, const Deadline& deadline);
 
     std::string name_;
+    std::string daemonUser_;  // empty: none is named
     std::chrono::milliseconds timeout_ = std::chrono::seconds(30);
     Sequence::Progress progress_;
     std::optional<Connection> connection_;

@@ -119,6 +119,11 @@ ostrelStatus ostrelSessionSetTimeout(ostrelSession* session, unsigned int millis
     });
 }
 
+ostrelStatus ostrelSessionSetDaemonUser(ostrelSession* session, const char* user) {
+    return onSession(session,
+                     [&](client::Session& target) { target.setDaemonUser(user != nullptr ? user : ""); });
+}
+
 const char* ostrelSessionError(const ostrelSession* session) {
     return session != nullptr ? session->error.c_str() : "the session is null";
 }

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "client/daemonUser.h"
 #include "ctl/failure.h"
 #include "ostrel/watch.h"
 
@@ -18,8 +19,14 @@ ChangeSource::ChangeSource() : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOC
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, OSTREL_WATCH_SOCKET, sizeof OSTREL_WATCH_SOCKET);
-    if (fd_ >= 0 && connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
-        return;
+    if (fd_ >= 0 && connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        std::optional<std::string> reason =
+            client::distrustPeer(fd_, OSTREL_WATCH_SOCKET, client::namedUser());
+        if (!reason)
+            return;
+        close(fd_);
+        throw Failure(OSTREL_FAILED, *reason);
+    }
     int error = errno;
     close(fd_);
     throw std::system_error(error, std::generic_category(), OSTREL_WATCH_SOCKET);

@@ -7,7 +7,8 @@
 
 class ChangeSource {
 public:
-    // Every change from now on is told, or its loss. Throws std::system_error.
+    // Every change from now on is told, or its loss. Throws std::system_error; Failure when the socket is
+    // served by a user who is not to be trusted.
     ChangeSource();
     ~ChangeSource();
     ChangeSource(const ChangeSource&) = delete;

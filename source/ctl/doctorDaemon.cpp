@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "client/daemonUser.h"
 #include "ctl/doctorChecks.h"
 #include "ctl/serverProcess.h"
 
@@ -41,6 +42,10 @@ void checkProcess(DoctorReport& report, const Peer& peer, pid_t process) {
     if (!path.empty() && std::filesystem::path(path).filename() != serverName)
         report.bad("process", found + ", serves the socket in place of " + serverName,
                    "find out who started it; end it, then start ostrelServer");
+    else if (peer.user && client::distrust(*peer.user, client::namedUser()))
+        report.bad("process", found + ", who is neither root nor who asks",
+                   "find out who started it; if that user is to run the daemon, OSTREL_DAEMON_USER=" +
+                       std::to_string(*peer.user) + " says so");
     else if (isStopped(process))
         report.bad("process", found + ", is stopped",
                    "kill -CONT " + std::to_string(process) + " lets it go on");

@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
+#include <cstring>
 #include <future>
 #include <thread>
 
@@ -329,6 +331,51 @@ TEST_F(ClientLibrary, KnowsThatACommitHasLeftWhenTheRestHasNot) {
         EXPECT_EQ(contains(left, list(30)), behind >= 0);
         EXPECT_EQ(transaction.mayBeApplied(), behind >= 0) << behind;
     }
+}
+
+// Somebody who may have come before the daemon. False: this appliance has only one user.
+bool listenAs(uid_t user, std::initializer_list<std::pair<const char*, int>> places) {
+    std::vector<int> sockets;
+    for (const auto& [path, type] : places) {
+        sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+        unlink(path);
+        std::strcpy(address.sun_path, path);
+        sockets.push_back(socket(AF_UNIX, type, 0));
+        EXPECT_EQ(bind(sockets.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        // The system tells who called listen.
+        const bool isOther = setuid(user) == 0;
+        for (int each : sockets)
+            listen(each, 5);
+        _exit(isOther ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status == 0;
+}
+
+TEST_F(ClientLibrary, AsksNothingOfAUserWhoMayNotBeTheDaemon) {
+    if (!listenAs(1, {{"/tmp/ostrel.sock", SOCK_STREAM}, {"/run/ostrelWatch.sock", SOCK_SEQPACKET}}))
+        GTEST_SKIP();
+    const std::string reason = " is served by user daemon (1), and user root (0) trusts only root";
+    const ostrel::Error refused = errorOf([&] { session.connect(); });
+    EXPECT_EQ(refused.status(), OSTREL_FAILED);
+    EXPECT_EQ(std::string(refused.what()).find("/tmp/ostrel.sock" + reason), 0U) << refused.what();
+    session.setTimeout(50ms);
+    session.setDaemonUser("nobody");
+    EXPECT_EQ(connect(), OSTREL_FAILED);
+    session.setDaemonUser("daemon");
+    EXPECT_EQ(connect(), OSTREL_BUSY) << "who is trusted does not answer";
+    EXPECT_TRUE(contains(runTool("ostrelCtl get a").errors, "ostrelCtl: /tmp/ostrel.sock" + reason));
+    EXPECT_TRUE(contains(runTool("../../usr/bin/timeout 5 /vemra/bin/ostrelCtl watch").errors,
+                         "ostrelCtl: /run/ostrelWatch.sock" + reason));
+    EXPECT_TRUE(contains(runTool("ostrelCtl doctor").output, ", user 1, who is neither root"));
+    setenv("OSTREL_DAEMON_USER", "1", 1);
+    EXPECT_EQ(runTool("ostrelCtl get a --timeout 0.05").status, 4);
+    unsetenv("OSTREL_DAEMON_USER");
+    unlink("/run/ostrelWatch.sock");
 }
 
 // A client of ours that is stopped or killed at any moment does not hold the daemon.

@@ -34,6 +34,8 @@ class Client(unittest.TestCase):
         self.assertEqual(self.session.read_many(values), [value for value, _ in values.values()])
         self.assertEqual(self.session.read_many(["none", ("v", 3)]), [None, 7])
         self.assertEqual((self.session.type("byte"), self.session["bool"] is True), (Type.BYTE, True))
+        with ostrel.Session("pythonTest", daemon_user=1) as other:
+            self.assertEqual(other["byte"], 255, "root is trusted, too")
         self.assertEqual((self.session.list("v"), self.session.count("v")), ([3], 1))
         with self.assertRaisesRegex(KeyError, "^no such key, or .*: none$"):
             self.session["none"]
