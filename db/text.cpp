@@ -41,13 +41,29 @@ size_t characterSize(std::string_view text) {
     return !bad && isContinuation(text, 2) && isContinuation(text, 3) ? 4 : 0;
 }
 
+// The code point of a character of two or three bytes; 0 for others.
+uint32_t codePoint(std::string_view text, size_t size) {
+    const auto bits = [&](size_t at, unsigned int mask) {
+        return static_cast<unsigned char>(text[at]) & mask;
+    };
+    if (size == 2)
+        return bits(0, 0x1FU) << 6U | bits(1, 0x3FU);
+    return size == 3 ? bits(0, 0xFU) << 12U | bits(1, 0x3FU) << 6U | bits(2, 0x3FU) : 0;
+}
+
+bool isSteering(uint32_t point) {
+    const auto within = [point](uint32_t first, uint32_t last) { return point >= first && point <= last; };
+    return within(0x80, 0x9F) || point == 0x61C || within(0x200E, 0x200F) || within(0x202A, 0x202E) ||
+           within(0x2066, 0x2069);
+}
+
 // In front of a file a byte order mark would be taken for the file's, not for the name's.
 bool isBareName(std::string_view name) {
     if (name.empty() || !isBareStart(name.front()) || byteOrderMarkSize(name) != 0)
         return false;
     for (size_t at = 0; at < name.size();) {
         const size_t size = isBare(name[at]) ? characterSize(name.substr(at)) : 0;
-        if (size == 0)
+        if (size == 0 || steeringSize(name.substr(at)) != 0)
             return false;
         at += size;
     }
@@ -185,6 +201,29 @@ Result Cursor::takeNumber(uint32_t max, uint32_t& number) {
     return {};
 }
 
+size_t steeringSize(std::string_view text) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    if (first < 32 || first == 127)
+        return 1;
+    if (first < 0x80)
+        return 0;
+    const size_t size = characterSize(text);
+    return isSteering(codePoint(text, size)) ? size : 0;
+}
+
+std::string printable(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const size_t plain = steeringSize(text) == 0 ? characterSize(text) : 0;
+        if (plain != 0)
+            out += text.substr(0, plain);
+        else
+            appendHex(out, text[0]);
+        text.remove_prefix(plain != 0 ? plain : 1);
+    }
+    return out;
+}
+
 void appendName(std::string& out, std::string_view name) {
     if (isBareName(name)) {
         out += name;
@@ -201,8 +240,9 @@ void appendQuoted(std::string& out, std::string_view text) {
         if (const char letter = escapeLetter(c); letter != 0) {
             out += '\\';
             out += letter;
-        } else if (size == 0 || static_cast<unsigned char>(c) < 32 || c == 127) {
-            appendHex(out, c);
+        } else if (const size_t hidden = size == 0 ? 1 : steeringSize(text.substr(at)); hidden != 0) {
+            for (const char byte : text.substr(at, hidden))
+                appendHex(out, byte);
         } else {
             out += text.substr(at, size);
         }

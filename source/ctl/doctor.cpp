@@ -11,6 +11,7 @@ Status runDoctor(ostrel::Session& session, const DoctorOptions& options) {
     DaemonFacts daemon = checkDaemon(report, session);
     checkLog(report, options.logPath, daemon);
     checkPlugins(report, programs);
+    checkRights(report, daemon.user);
     checkDatabase(report, programs);
     checkSpace(report, options.logPath);
     report.finish();

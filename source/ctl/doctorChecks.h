@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "ctl/doctorReport.h"
@@ -12,6 +13,7 @@
 struct DaemonFacts {
     bool reachable = false;  // it listens, though it may not answer
     pid_t process = 0;       // 0: not known
+    std::optional<uid_t> user{};
 };
 
 // Socket, answer time, process.
@@ -22,6 +24,10 @@ void checkLog(DoctorReport& report, const std::string& path, const DaemonFacts& 
 
 // Loads each plug-in in a process of its own. programs: the folder of ostrelPluginProbe.
 void checkPlugins(DoctorReport& report, const std::filesystem::path& programs);
+
+// Whether somebody besides root and the daemon's user can change what the daemon runs or takes for the
+// firmware.
+void checkRights(DoctorReport& report, std::optional<uid_t> daemonUser);
 
 // programs: the folder of ostrelDbTool.
 void checkDatabase(DoctorReport& report, const std::filesystem::path& programs);

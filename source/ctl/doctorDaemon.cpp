@@ -164,6 +164,7 @@ DaemonFacts checkDaemon(DoctorReport& report, ostrel::Session& session) {
     Peer peer;
     if (daemon.reachable) {
         peer = peerOfSocket();
+        daemon.user = peer.user;
         daemon.process = peer.process != 0 ? peer.process : holderOfDatabase();
     }
     if (failure && failure->status() == OSTREL_BUSY)

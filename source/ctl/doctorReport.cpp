@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "db/text.h"
+
 namespace {
 
 constexpr int checkWidth = 14;
@@ -31,21 +33,15 @@ Look lookOf(State state) {
     return {"BAD", "\033[1;31m"};
 }
 
-// Names of files and lines of the log are anybody's: nothing of them may steer a terminal.
-std::string onOneLine(std::string text) {
-    std::ranges::replace_if(
-        text, [](char letter) { return static_cast<unsigned char>(letter) < ' ' || letter == '\177'; }, '?');
-    return text;
-}
-
 }  // namespace
 
 DoctorReport::DoctorReport(bool json)
     : json_(json), coloured_(isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr) {}
 
 void DoctorReport::add(Finding finding) {
+    // Names of files and lines of the log are anybody's: nothing of them may steer a terminal.
     for (std::string* text : {&finding.check, &finding.found, &finding.advice})
-        *text = onOneLine(std::move(*text));
+        *text = store::printable(*text);
     if (!json_)
         print(finding);
     findings_.push_back(std::move(finding));

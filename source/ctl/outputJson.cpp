@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <array>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "ctl/output.h"
 #include "ctl/words.h"
+#include "db/text.h"
 
 namespace {
 
@@ -29,9 +31,20 @@ bool isUtf8(const std::string& text) {
     }
 }
 
-// Only names and messages can hold what is not UTF-8 here; that becomes U+FFFD.
+// Only names and messages can hold what is not UTF-8 here; that becomes U+FFFD. Beside the library's own
+// escapes there are some for what could steer a terminal.
 void print(std::ostream& stream, const Json& json) {
-    stream << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+    const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    std::string shown;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t steering = store::steeringSize(std::string_view(text).substr(at));
+        const std::size_t size = std::max(steering, std::size_t{1});
+        // Within its quotes.
+        shown += steering != 0 ? Json(text.substr(at, size)).dump(-1, ' ', true).substr(1, 6)
+                               : text.substr(at, size);
+        at += size;
+    }
+    stream << shown << '\n';
 }
 
 void addValue(Json& object, const ostrel::Value& value) {

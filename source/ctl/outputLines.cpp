@@ -2,6 +2,7 @@
 
 #include "ctl/lines.h"
 #include "ctl/output.h"
+#include "db/text.h"
 
 namespace {
 
@@ -66,7 +67,7 @@ public:
         else if (!text.empty())
             lines.push_back(text);
         for (const std::string& line : lines)
-            std::cerr << "ostrelCtl: " + line + '\n';
+            std::cerr << "ostrelCtl: " + store::printable(line) + '\n';
     }
 };
 

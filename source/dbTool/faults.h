@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "db/loader.h"
+#include "db/text.h"
 
 struct Fault {
     std::string path;
@@ -18,7 +19,7 @@ struct Fault {
     // PATH:LINE: REASON
     std::string place() const;
     // The same, and the text.
-    std::string whole() const { return text.empty() ? place() : place() + ": " + text; }
+    std::string whole() const { return text.empty() ? place() : place() + ": " + store::printable(text); }
 };
 
 class Faults final : public store::LoadReport {

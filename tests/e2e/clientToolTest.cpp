@@ -44,11 +44,11 @@ protected:
 TEST_F(ClientTool, WhatGetPrintsFeedsABatch) {
     const std::string all = "get a text 'v[2]' 'odd name'";
     // Words that the option library, the shell's user or a terminal could misread.
-    for (const char* text :
-         {"'[a,b]'", "check", "''", "++", "'two\nlines \"quoted\" #[$x]'", "-- --json", "'\xff\033[2J'"}) {
+    for (const char* text : {"'[a,b]'", "check", "''", "++", "'two\nlines \"quoted\" #[$x]'", "-- --json",
+                             "'\xff\033[2J'", "'\u009b2J\u202e'"}) {
         expect({{std::string("set text ") + text}});
         const Outcome changed = ctl("get text");
-        EXPECT_EQ(changed.output.find_first_of("\033\xff"), std::string::npos) << changed.output;
+        EXPECT_EQ(changed.output.find_first_of("\033\xff\xc2\xe2"), std::string::npos) << changed.output;
         expect({{"set text String x"}, {"apply -", {}, changed.output}, {"get text", changed}});
     }
     expect({
@@ -185,7 +185,13 @@ TEST_F(ClientTool, TrialsAndRefusalsStoreNothingAndCallNoPlugin) {
 }
 
 TEST_F(ClientTool, JsonHoldsTheOddCases) {
-    expect({{"set text 'a\xff\"'"}, {"list --json v", {0, "[2]\n"}}});
+    expect(
+        {{"set text '\u00fc\u009b\u202e'"},
+         {"get --json text",
+          {0, "[{\"name\":\"text\",\"index\":0,\"type\":\"String\",\"value\":\"\u00fc\\u009b\\u202e\"}]\n"}},
+         {"get '\u202e'", {1, "", "\"\\xe2\\x80\\xae\": no such"}},
+         {"set text 'a\xff\"'"},
+         {"list --json v", {0, "[2]\n"}}});
     const Outcome read = ctl("get --json 'odd name' text 'v[2]' 'n\xff'");
     EXPECT_EQ(json(read.output), json(R"([{"name":"odd name","index":0,"type":"Byte","value":7},
         {"name":"text","index":0,"type":"String","value":null,"bytes":"61ff22"},

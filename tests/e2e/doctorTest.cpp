@@ -1,6 +1,7 @@
 // ostrelCtl doctor in an appliance that is well, and in ones that are not.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include <array>
 #include <csignal>
@@ -34,7 +35,8 @@ protected:
 
 TEST_F(Doctor, FindsNothingInAnApplianceThatIsWell) {
     expect(0, {"^OK    socket          /tmp/ostrel.sock is served\nOK    ", "--reduced could not start",
-               "process         /vemra/bin/ostrelServer, process [0-9]+, user 0\n"});
+               "process         /vemra/bin/ostrelServer, process [0-9]+, user 0\n",
+               "OK    rights          nobody else"});
     const std::string findings = json(expect(0, {}, "--json"));
     EXPECT_EQ(json(findings, "0 check"), "\"socket\"");
     EXPECT_EQ(occurrences(findings, "\"state\": \"OK\""), occurrences(findings, "\"check\": ")) << findings;
@@ -95,6 +97,27 @@ TEST_F(Doctor, LooksIntoABusyDaemonItsLogAndItsPlugins) {
          "OK    plug-ins        collides.ostr, p.ostr, tie.ostr have the load priority 0: their order",
          "OK    plug-ins        collides.ostr, p.ostr have the restart priority 0",
          "OK    plug-ins        3 of 9"});
+}
+
+TEST_F(Doctor, TellsWhoElseCanChangeWhatTheDaemonTrusts) {
+    const auto all = std::filesystem::perms::all;
+    const std::string folder = "/vemra/default/";
+    std::filesystem::create_directories("/vemra/tools/bin");
+    std::filesystem::create_symlink("/vemra/tools", "/tmp/link");
+    writeFile("/vemra/tools/bin/adapt", "");
+    writeFile("/tmp/own", "");
+    writeFile(folder + "exec.conf",
+              "[a]\nwatch = a\nrun = /tmp/link/bin/adapt\n[b]\nwatch = a\nrun = /tmp/own\n"
+              "[c]\nwatch = a\nrun = /tmp/none\n");
+    std::filesystem::permissions("/vemra/tools", all);
+    std::filesystem::permissions(folder + "ostrPlugins/p.ostr", all);
+    EXPECT_EQ(chown((folder + "ostrDbDflt.txt").c_str(), 7, 0), 0);
+    const std::string seen = expect(
+        0, {"WARN  rights          /vemra/tools can be written by everybody, and so /tmp/link/bin/adapt: ",
+            "WARN  rights          /tmp is open: everybody can make /tmp/none: ",
+            "WARN  rights .*/p.ostr can be written by everybody: ",
+            "WARN  rights .*/ostrDbDflt.txt is of user 7: "});
+    EXPECT_EQ(occurrences(seen, "WARN  rights"), 4U) << seen;
 }
 
 TEST_F(Doctor, ChecksFilesAndDisks) {

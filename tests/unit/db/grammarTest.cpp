@@ -24,6 +24,8 @@ TEST(Grammar, WritesWhatAPersonWouldWrite) {
     writer.value({"lan.mtu"}, store::makeDword(1500));
     writer.value({"two words", 3}, {"caf\xC3\xA9\n\x01\xFF", ostrelTypeString});
     writer.value({"wifi", 1, "on"}, {std::string(1, '\xFF'), ostrelTypeBool});
+    // What steers a terminal is not shown, its neighbours are; names with it stay what they are, quoted.
+    writer.value({"\u2066"}, {"\u009b\u202e\u061c \u00a0\u202f\u061b", ostrelTypeString});
     writer.erased({"@x"}, store::Origin::created);
     writer.instance({"wifi", 4294967295}, {"wlan", 0x6362});
     writer.instance({"wifi", 2}, {"a b", 7});
@@ -33,12 +35,14 @@ TEST(Grammar, WritesWhatAPersonWouldWrite) {
               "lan.mtu Dword 1500\n"
               "\"two words\"[3] String \"caf\xC3\xA9\\n\\x01\\xff\"\n"
               "wifi[1].on Bool 255\n"
+              "\"\\xe2\\x81\\xa6\" String \"\\xc2\\x9b\\xe2\\x80\\xae\\xd8\\x9c \u00a0\u202f\u061b\"\n"
               "\"@x\" erased # created\n"
               "wifi[4294967295] instance wlan \"bc\"\n"
               "wifi[2] instance \"a b\" 7\n"
               "wifi[3] removed # default\n"
               "wifi last 9\n");
-    EXPECT_EQ(writer.lines, 8U);
+    EXPECT_EQ(writer.lines, 9U);
+    EXPECT_EQ(parsed("\"\\xe2\\x81\\xa6\" Byte 1").name, parsed("\u2066 Byte 1").name);
     EXPECT_EQ(parsed("wifi[1] instance wlan \"abcd\"").instance.owner, 0x64636261U);
     EXPECT_EQ(parsed("k erased # created \r").origin, store::Origin::created);
     EXPECT_EQ(parsed("k erased  # by default").origin, store::Origin::unknown);

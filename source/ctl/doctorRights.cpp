@@ -1,0 +1,51 @@
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <vector>
+
+#include "ctl/doctorChecks.h"
+#include "ctl/rights.h"
+#include "db/paths.h"
+#include "exec/rules.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
+constexpr char execRules[] = "/vemra/default/exec.conf";
+
+// What the daemon, or a runner of its own, takes for its maker's.
+std::vector<fs::path> trustedFiles() {
+    std::vector<fs::path> files = {pluginFolder, store::fixedDefaults, store::fixedTemplates, execRules};
+    std::error_code error;
+    for (fs::directory_iterator entry(pluginFolder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().extension() == ".ostr")
+            files.push_back(entry->path());
+    }
+    std::ifstream rules(execRules);
+    const std::string text{std::istreambuf_iterator<char>(rules), {}};
+    for (const exec::Rule& rule : exec::parseRules(text, execRules).rules)
+        files.emplace_back(rule.command.front());
+    return files;
+}
+
+}  // namespace
+
+void checkRights(DoctorReport& report, std::optional<uid_t> daemonUser) {
+    // By the place, as one folder may be above them all.
+    std::map<fs::path, std::string> found;
+    for (const fs::path& file : trustedFiles()) {
+        if (std::optional<Weakness> weak = whatOthersCanChange(file, daemonUser))
+            found.emplace(weak->place, weak->place.string() + ' ' + weak->reason +
+                                           (weak->place == file || weak->place == file.parent_path()
+                                                ? ""
+                                                : ", and so " + file.string()));
+    }
+    for (const auto& [place, text] : found)
+        report.warn("rights", text + ": whoever can change it becomes the daemon's user",
+                    "chown root " + place.string() + "; chmod go-w " + place.string());
+    if (found.empty())
+        report.ok("rights", "nobody else can change plug-ins, firmware files and exec's commands");
+}
