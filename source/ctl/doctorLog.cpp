@@ -9,38 +9,11 @@
 #include <string_view>
 
 #include "ctl/doctorChecks.h"
+#include "ctl/logFaults.h"
 
 namespace {
 
 constexpr std::streamoff tailSize = std::streamoff{64} * 1024;
-constexpr std::string_view fatalMark = "FATAL ERROR :";
-
-struct Faults {
-    std::string fatal{};      // the reason of the last fatal error
-    std::string lastError{};  // the last error line's text
-    std::size_t errors = 0;
-};
-
-// The daemon's functions that serve clients. What these log as an error is a client's doing: it came, left,
-// or asked for what is refused.
-constexpr std::array<std::string_view, 15> clientFunctions{"popMessage",
-                                                           "removeCnx",
-                                                           "HandleWriteSequence",
-                                                           "unpackReadMessage",
-                                                           "unpackGetOwnerQtyMessage",
-                                                           "unpackGetPKeyListMessage",
-                                                           "unpackNotifyMessage",
-                                                           "unpackEraseMessage",
-                                                           "unpackInstanciateMessage",
-                                                           "unpackDeinstanciateMessage",
-                                                           "unpackDeinstanciateOwnerMessage",
-                                                           "OstrelUnMarshallParameters",
-                                                           "sendData",
-                                                           "receiveData",
-                                                           "receiveMessage"};
-// But these are the daemon's own.
-constexpr std::array<std::string_view, 3> ownFaults{"[ostrelServer] Warning, commit failed",
-                                                    "returned invalid handle", "Marshalling message failed"};
 
 // What to do about the reasons that the daemon ends for.
 struct Remedy {
@@ -80,60 +53,26 @@ std::string readTail(const std::string& path) {
     return tail;
 }
 
-// "[ERR] TIME:MODULE:LINE:FUNCTION():", blanks, coloured tag, TEXT
-struct ErrorLine {
-    std::string_view function{};
-    std::string_view text{};
-};
-
-std::optional<ErrorLine> parseError(std::string_view line) {
-    constexpr std::string_view placeEnd = "():";
-    constexpr std::string_view tagEnd = "\033[m ";
-    if (!line.starts_with("[ERR] "))
-        return std::nullopt;
-    std::size_t tag = line.find(tagEnd);
-    ErrorLine error{.text = tag == std::string_view::npos ? line : line.substr(tag + tagEnd.size())};
-    std::string_view place = line.substr(0, line.find(placeEnd));
-    error.function = place.substr(place.rfind(':') + 1);
-    return error;
-}
-
-bool isClients(const ErrorLine& error) {
-    auto within = [&](std::string_view fault) { return error.text.find(fault) != std::string_view::npos; };
-    return std::ranges::find(clientFunctions, error.function) != clientFunctions.end() &&
-           std::ranges::none_of(ownFaults, within);
-}
-
-Faults findFaults(std::string_view tail) {
-    Faults faults;
-    while (!tail.empty()) {
-        std::string_view line = tail.substr(0, tail.find('\n'));
-        tail.remove_prefix(std::min(line.size() + 1, tail.size()));
-        // A log that another daemon emptied begins with NULs.
-        line.remove_prefix(std::min(line.find_first_not_of('\0'), line.size()));
-        if (line.starts_with(fatalMark))
-            faults.fatal = line.substr(fatalMark.size());
-        std::optional<ErrorLine> error = parseError(line);
-        if (!error || isClients(*error))
-            continue;
-        ++faults.errors;
-        faults.lastError = error->text;
-    }
-    return faults;
-}
-
+// Where one cause tells all that can be said, it is named; a service that follows again is not.
 void reportFaults(DoctorReport& report, const std::string& path, const DaemonFacts& daemon) {
-    Faults faults = findFaults(readTail(path));
+    const LogFaults faults = findFaults(readTail(path));
+    const std::string place = " in the last 64 KiB";
+    const std::string readThem = "grep -a '^.ERR' " + path;
     if (!faults.fatal.empty())
         report.add({daemon.reachable ? State::warn : State::bad, "fatal error",
                     "the log tells: " + faults.fatal, adviceFor(faults.fatal)});
-    if (faults.errors == 0)
-        report.ok("log's errors", "none of the daemon's own in the last 64 KiB");
+    for (const auto& [service, lines] : faults.services)
+        report.warn(
+            "service", service + ": " + lines.cause + " (" + std::to_string(lines.count) + place + ")",
+            "correct what it names: the next change of one of its keys tries again; the log has more: " +
+                path);
+    if (faults.own.count == 0)
+        report.ok("log's errors", "none of the daemon's own" + place);
     else
         report.warn("log's errors",
-                    std::to_string(faults.errors) +
-                        " of the daemon's own in the last 64 KiB, the last: " + faults.lastError,
-                    "read them: grep -a '^.ERR' " + path);
+                    std::to_string(faults.own.count) + " of the daemon's own" + place +
+                        ", the last cause: " + faults.own.cause,
+                    "read them: " + readThem);
 }
 
 // Where the daemon writes when that is another file than the given one.

@@ -29,9 +29,10 @@
 //
 // All of them are public and none is overloaded; what cannot work is an error that names the mistake.
 //
-// The functions return nothing or whether they succeeded. What they throw is logged and counts as a failure.
-// The object is made when the daemon calls init, and destroyed behind die; when the daemon ends in another
-// way, it is not destroyed.
+// The functions return nothing or whether they succeeded. What they throw is logged and counts as a failure;
+// when all succeed again, the notice "follows the database again" ends the doctor's warning. The object is
+// made when the daemon calls init, and destroyed behind die; when the daemon ends in another way, it is not
+// destroyed.
 #define OSTREL_PLUGIN(Class)                                                      \
     OstrelIoFuncs_t* ostrelGetIoFuncs() {                                         \
         return ostrel::plugin::detail::Entries<Class>::table(OSTREL_PLUGIN_FILE); \
@@ -147,14 +148,25 @@ private:
     }
 
     static int writeConf() {
-        return enter(Phase::writeConf, "writeConf", [] {
-            if constexpr (Its::hasWriteConf)
-                return object_->writeConf();
-        });
+        isWritten_ = enter(Phase::writeConf, "writeConf", [] {
+                         if constexpr (Its::hasWriteConf)
+                             return object_->writeConf();
+                     }) == 1;
+        return isWritten_ ? 1 : 0;
+    }
+
+    // Who reads the log learns from it that what failed before is over.
+    static int settled(const char* entry, bool& isDone, int result) {
+        isDone = result == 1;
+        const bool follows = isWritten_ && isRestarted_ && isTriggered_;
+        if (follows && isBehind_)
+            ostrelPrintLine(2, moduleName, 0, entry, "follows the database again");
+        isBehind_ = !follows;
+        return result;
     }
 
     static int restart([[maybe_unused]] int* reboot) {
-        return enter(Phase::restart, "restart", [&] {
+        const int result = enter(Phase::restart, "restart", [&] {
             if constexpr (Its::takesReboot) {
                 Reboot wanted(reboot);
                 return object_->restart(wanted.wanted);
@@ -162,13 +174,15 @@ private:
                 return object_->restart();
             }
         });
+        return settled("restart", isRestarted_, result);
     }
 
     static int trigger([[maybe_unused]] const char* key) {
-        return enter(Phase::trigger, "trigger", [&] {
+        const int result = enter(Phase::trigger, "trigger", [&] {
             if constexpr (Its::hasTrigger)
                 return object_->trigger(key);
         });
+        return settled("trigger", isTriggered_, result);
     }
 
     static int getWatchedValues(unsigned int* count, char*** patterns) {
@@ -219,6 +233,11 @@ private:
 
     // Owned from init to die. Not destroyed at any other exit: one may come from inside of an entry.
     inline static Class* object_ = nullptr;
+    // Whether the last call of each has succeeded; and whether one has failed since all had.
+    inline static bool isWritten_ = true;
+    inline static bool isRestarted_ = true;
+    inline static bool isTriggered_ = true;
+    inline static bool isBehind_ = false;
     // The daemon reads them until it unloads the plug-in, which is behind die.
     inline static Patterns watched_;
     inline static Patterns triggers_;

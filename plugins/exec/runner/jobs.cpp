@@ -86,6 +86,7 @@ void Jobs::start(Job& job) {
     } catch (const ostrel::plugin::CommandError& error) {
         report(request.rule, error.what());
         records_.remove(request.rule);
+        job.hasFailed = true;
         end(job);
         return;
     }
@@ -151,6 +152,8 @@ void Jobs::end(Job& job) {
         std::string text = failure(status);
         if (!text.empty() && !job.isStopped)
             report(job.request.rule, job.program + ": " + text);
+        if (std::exchange(job.hasFailed, job.isStopped || !text.empty()) && !job.hasFailed)
+            report(job.request.rule, job.program + ": succeeded again");
     }
     if (job.copier != 0)
         copiers_.push_back(job.copier);

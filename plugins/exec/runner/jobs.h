@@ -55,6 +55,7 @@ private:
         std::string program{};
         pid_t copier = 0;  // of what it prints; 0: none that runs
         Clock::time_point limit{};
+        bool hasFailed = false;                    // when it last ended
         bool isStopped = false;                    // SIGTERM is sent, SIGKILL follows at the limit
         std::optional<LeftCommand> left{};         // it is no child
         std::optional<Clock::time_point> ended{};  // what it has printed is not all copied yet
