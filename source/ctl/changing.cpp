@@ -1,5 +1,6 @@
 #include "ctl/batchFile.h"
 #include "ctl/commands.h"
+#include "ctl/interruption.h"
 #include "ctl/lines.h"
 #include "ctl/progress.h"
 #include "ctl/words.h"
@@ -46,6 +47,13 @@ void commit(Context& context, Batch& batch, const std::string& file = "") {
     std::optional<ProgressBar> bar;
     if (context.showProgress && batch.transaction.count() >= longBatch)
         bar.emplace(context.session, batch.transaction.count());
+    const auto interrupted = [&](const std::string& outcome) {
+        return context.output->text({OSTREL_FAILED, "interrupted; " + outcome, file});
+    };
+    const Interruption interruption(
+        batch.transaction, interrupted("nothing is changed"),
+        interrupted("the change may have been made, or may still be: read it back "
+                    "before you repeat it"));
     try {
         if (context.onlyCheck)
             context.session.check(batch.transaction);

@@ -4,8 +4,10 @@
 #pragma once
 
 #include <cstdint>
+#include <iostream>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "ctl/batch.h"
@@ -33,7 +35,9 @@ public:
                         const std::vector<ostrel::Value>& values) = 0;
     // The batch has none: a hint, as the file may be the wrong one.
     virtual void noChanges() = 0;
-    virtual void failure(const Failure& failure) = 0;
+    // With its line breaks.
+    virtual std::string text(const Failure& failure) const = 0;
+    void failure(const Failure& failure) const { std::cerr << text(failure) << std::flush; }
 };
 
 std::unique_ptr<Output> makeLines();

@@ -33,7 +33,7 @@ bool isUtf8(const std::string& text) {
 
 // Only names and messages can hold what is not UTF-8 here; that becomes U+FFFD. Beside the library's own
 // escapes there are some for what could steer a terminal.
-void print(std::ostream& stream, const Json& json) {
+std::string lineOf(const Json& json) {
     const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
     std::string shown;
     for (std::size_t at = 0; at < text.size();) {
@@ -44,8 +44,10 @@ void print(std::ostream& stream, const Json& json) {
                                : text.substr(at, size);
         at += size;
     }
-    stream << shown << '\n';
+    return shown + '\n';
 }
+
+void print(const Json& json) { std::cout << lineOf(json); }
 
 void addValue(Json& object, const ostrel::Value& value) {
     object["type"] = typeName(value.type);
@@ -62,7 +64,7 @@ void addValue(Json& object, const ostrel::Value& value) {
 // 0 is no key and no line.
 Json number(std::size_t number) { return number != 0 ? Json(number) : Json(); }
 
-Json text(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
+Json textOrNull(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
 
 const char* statusWord(ostrelStatus status) {
     constexpr std::array words = {"done", "refused", "invalid", "notRunning", "staleSocket",
@@ -71,7 +73,9 @@ const char* statusWord(ostrelStatus status) {
 }
 
 Json problemObject(const Problem& problem) {
-    return {{"line", number(problem.line)}, {"key", text(problem.key)}, {"reason", text(problem.reason)}};
+    return {{"line", number(problem.line)},
+            {"key", textOrNull(problem.key)},
+            {"reason", textOrNull(problem.reason)}};
 }
 
 class JsonOutput final : public Output {
@@ -87,12 +91,12 @@ public:
                 object.update({{"type", nullptr}, {"value", nullptr}});
             array.push_back(std::move(object));
         }
-        print(std::cout, array);
+        print(array);
     }
 
-    void count(std::uint32_t count) override { print(std::cout, count); }
-    void list(const std::vector<std::uint32_t>& keys) override { print(std::cout, keys); }
-    void newKey(std::uint32_t key) override { print(std::cout, {{"key", number(key)}}); }
+    void count(std::uint32_t count) override { print(count); }
+    void list(const std::vector<std::uint32_t>& keys) override { print(keys); }
+    void newKey(std::uint32_t key) override { print({{"key", number(key)}}); }
 
     void instances(const Batch& batch) override {
         Json array = Json::array();
@@ -100,7 +104,7 @@ public:
             array.push_back({{"structure", made.structure},
                              {"label", made.label},
                              {"key", number(batch.transaction.key(*made.index))}});
-        print(std::cout, {{"instances", std::move(array)}});
+        print({{"instances", std::move(array)}});
     }
 
     void change(const std::string& name, const std::vector<ostrel::Key>& keys,
@@ -111,25 +115,25 @@ public:
             addValue(object, values[i]);
             array.push_back(std::move(object));
         }
-        print(std::cout, {{"name", name}, {"values", std::move(array)}});
+        print({{"name", name}, {"values", std::move(array)}});
     }
 
     // The empty list of instances tells nothing of it, but standard error is for failures.
     void noChanges() override {}
 
     // The first problem stands in the object itself; of several, all follow.
-    void failure(const Failure& failure) override {
+    std::string text(const Failure& failure) const override {
         const std::vector<Problem>& problems = failure.problems();
         std::string saying = failure.what();
         Json error = {{"status", statusWord(failure.status())},
                       {"text", saying.empty() ? ostrelStatusText(failure.status()) : saying},
-                      {"file", text(failure.file())}};
+                      {"file", textOrNull(failure.file())}};
         error.update(problemObject(problems.empty() ? Problem{} : problems.front()));
         if (problems.size() > 1) {
             for (const Problem& problem : problems)
                 error["problems"].push_back(problemObject(problem));
         }
-        print(std::cerr, {{"error", std::move(error)}});
+        return lineOf({{"error", std::move(error)}});
     }
 };
 

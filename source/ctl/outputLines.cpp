@@ -58,7 +58,7 @@ public:
 
     void noChanges() override { std::cerr << "ostrelCtl: no changes\n"; }
 
-    void failure(const Failure& failure) override {
+    std::string text(const Failure& failure) const override {
         std::vector<std::string> lines;
         for (const Problem& problem : failure.problems())
             lines.push_back(problemLine(failure, problem));
@@ -66,8 +66,10 @@ public:
             lines.front() += "; " + text;
         else if (!text.empty())
             lines.push_back(text);
+        std::string all;
         for (const std::string& line : lines)
-            std::cerr << "ostrelCtl: " + store::printable(line) + '\n';
+            all += "ostrelCtl: " + store::printable(line) + '\n';
+        return all;
     }
 };
 

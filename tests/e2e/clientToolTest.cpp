@@ -216,17 +216,27 @@ TEST_F(ClientTool, LongBatchesAreOneTransaction) {
     EXPECT_GT(occurrences(json(listed.output), ", "), 100U);
     EXPECT_TRUE(contains(listed.errors, "incomplete") && contains(listed.errors, "of 1000")) << listed.errors;
 
-    // On a terminal, and only there, a bar tells that it waits.
+    // On a terminal, and only there, a bar tells that it waits; it fits, and a signal's message has its own
+    // line.
     const Client holder;
     holder.send(list(29));
     ASSERT_TRUE(holder.ask(list(40)));
     writeFile("/tmp/batch", batch);
     writeFile("/tmp/waits",
-              "cd /vemra/bin; for errors in /tmp/plain /dev/stderr\n"
-              "do ./ostrelCtl apply /tmp/batch --timeout 0.8 2>$errors & done; wait\n");
-    std::system("script -qc 'sh /tmp/waits' /tmp/screen >/dev/null");
-    EXPECT_TRUE(contains(readFile("/tmp/screen"), "] 0 of 1000\r\033[K")) << readFile("/tmp/screen");
-    EXPECT_TRUE(readFile("/tmp/plain").starts_with("ostrelCtl: ")) << readFile("/tmp/plain");
+              "cd /vemra/bin; stty cols 30\n"
+              "for errors in /tmp/plain /dev/stderr\n"
+              "do TERM=dumb ./ostrelCtl apply /tmp/batch --timeout 0.8 2>$errors & done; wait\n"
+              "TERM=xterm ./ostrelCtl apply /tmp/batch & echo $! >/tmp/pid; wait\n");
+    std::system("script -qfc 'sh /tmp/waits' /tmp/screen >/dev/null &");
+    const auto shows = [](const std::string& text) {
+        return eventually([&] { return contains(readFile("/tmp/screen"), text); });
+    };
+    const std::string bar = "\r\033[K[" + std::string(17, ' ') + "] 0 of 1000";
+    EXPECT_TRUE(shows("ostrelCtl: 0 of 1000\r\nostrelCtl: no answer") && shows(bar + bar))
+        << readFile("/tmp/screen");
+    EXPECT_EQ(std::system("kill -TERM $(cat /tmp/pid)"), 0);
+    EXPECT_TRUE(shows(bar + "\r\nostrelCtl: interrupted; nothing is changed\r\n"));
+    EXPECT_TRUE(readFile("/tmp/plain").starts_with("ostrelCtl: no answer")) << readFile("/tmp/plain");
 }
 
 TEST_F(ClientTool, TellsBusyFromNotRunning) {
@@ -250,6 +260,20 @@ TEST_F(ClientTool, TellsBusyFromNotRunning) {
     unlink("/tmp/ostrel.sock");
     expect({{"set a 5", {3, "", "the daemon is not running: there is no"}}});
     EXPECT_EQ(json(ctl("get a --json").errors, "error status"), "\"notRunning\"");
+}
+
+TEST_F(ClientTool, InterruptedTellsWhetherTheChangeHasLeft) {
+    daemon.script("p", "writeConf sleep 60000\n");
+    std::system(
+        "(cd /vemra/bin; ./ostrelCtl --json set a 5 & echo $! >/tmp/pid; wait $!; echo $?) >/tmp/told 2>&1 "
+        "&");
+    EXPECT_TRUE(daemon.logged(">>> Plugin[p.ostr].writeConf()"));
+    EXPECT_EQ(std::system("kill -TERM $(cat /tmp/pid)"), 0);
+    EXPECT_TRUE(eventually([] { return readFile("/tmp/told").ends_with("\n143\n"); }))
+        << readFile("/tmp/told");
+    const std::string told = readFile("/tmp/told");
+    EXPECT_TRUE(
+        contains(json(told.substr(0, told.find('\n')), "error text"), "interrupted; the change may have"));
 }
 
 }  // namespace
