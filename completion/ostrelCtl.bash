@@ -77,7 +77,7 @@ _ostrelDbToolWords() {
     case $1:$2 in
         :*) printf '%s\n' check dump diff export names import compact repair ;;
         dump:* | diff:* | export:*) _ostrelNames keys "$current" | sed 's/\[[0-9]*\]$//' | uniq ;;
-        names:1) printf '%s\n' keys structures templates vectors ;;
+        names:1) printf '%s\n' all keys structures templates vectors ;;
         names:2) _ostrelNames "${words[-2]}" "$current" ;;
     esac
 }

@@ -1,6 +1,7 @@
 #include "ctl/batchFile.h"
 #include "ctl/commands.h"
 #include "ctl/interruption.h"
+#include "ctl/knownNames.h"
 #include "ctl/lines.h"
 #include "ctl/progress.h"
 #include "ctl/words.h"
@@ -116,6 +117,8 @@ void removeInstances(Context& context, const std::vector<ostrel::Key>& instances
 }
 
 void removeOwned(Context& context, const std::string& structure, std::uint32_t owner) {
+    if (context.session.count(structure, owner) == 0)
+        requireKnown(structure);
     Batch batch;
     batch.transaction.removeOwned(structure, owner);
     commit(context, batch);

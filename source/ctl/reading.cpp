@@ -1,4 +1,5 @@
 #include "ctl/commands.h"
+#include "ctl/knownNames.h"
 #include "ctl/lines.h"
 
 void getValues(Context& context, const std::vector<ostrel::Key>& keys) {
@@ -15,13 +16,18 @@ void getValues(Context& context, const std::vector<ostrel::Key>& keys) {
 }
 
 void countInstances(Context& context, const std::string& name, std::uint32_t owner) {
-    context.output->count(context.session.count(name, owner));
+    const std::uint32_t count = context.session.count(name, owner);
+    context.output->count(count);
+    if (count == 0)
+        requireKnown(name);
 }
 
 void listInstances(Context& context, const std::string& name, std::uint32_t owner) {
     ostrel::Session::List list = context.session.list(name, owner);
     std::string text = ostrelSessionError(context.session.get());
     context.output->list(list.keys);
+    if (list.keys.empty())
+        requireKnown(name);
     if (!list.complete)
         throw Failure(OSTREL_INCOMPLETE, keyText(name, 0) + ": " + text);
 }

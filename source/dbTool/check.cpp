@@ -22,6 +22,10 @@ public:
 
     void log() {
         const store::LogScan& scan = snapshot_.scan();
+        // The daemon makes the file with its first transaction in it.
+        if (const std::string& text = snapshot_.live(); !text.empty() && !hasClosingLine(text))
+            return finding(snapshot_.paths().live +
+                           ": this is no live file: it has no line that begins with @commit");
         if (scan.end == store::LogScan::End::torn)
             note(at(scan.badLine) + "an unfinished transaction; the next start of the daemon cuts it off");
         if (scan.end == store::LogScan::End::damaged)
@@ -37,6 +41,10 @@ public:
     size_t notes() const { return notes_; }
 
 private:
+    static bool hasClosingLine(const std::string& text) {
+        return text.starts_with("@commit") || text.find("\n@commit") != std::string::npos;
+    }
+
     // Of every transaction from the first bad one on.
     void damage(const store::LogScan& scan) {
         const std::string_view rest = std::string_view(snapshot_.live()).substr(scan.goodBytes);

@@ -12,7 +12,7 @@
 Status checkFiles(const store::Paths& paths);
 void dump(const store::Paths& paths, const Patterns& patterns);
 void diff(const store::Paths& paths, const Patterns& patterns);
-// kind: keys, structures, templates or vectors.
+// kind: keys, structures, templates or vectors; all: what has a name, also a structure without instances.
 void printNames(const store::Paths& paths, std::string_view kind, std::string_view prefix);
 void exportChanges(const store::Paths& paths, const Patterns& patterns);
 

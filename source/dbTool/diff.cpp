@@ -55,4 +55,5 @@ void diff(const store::Paths& paths, const Patterns& patterns) {
     databases.effective.visitCells(differ);
     if (differ.isEmpty())
         std::cout << "# nothing is changed\n";
+    requireKnown(databases.effective, patterns);
 }

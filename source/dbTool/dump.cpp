@@ -82,4 +82,5 @@ void dump(const store::Paths& paths, const Patterns& patterns) {
     Dumper dumper(databases, patterns);
     databases.effective.visitCells(dumper);
     dumper.print();
+    requireKnown(databases.effective, patterns);
 }

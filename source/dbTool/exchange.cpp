@@ -16,7 +16,7 @@ std::string readInput(const std::string& path) {
         return {std::istreambuf_iterator<char>(std::cin), {}};
     std::optional<std::string> text = readFile(path);
     if (!text)
-        throw Failure(path + ": there is no such file");
+        throw Failure(path + ": there is no such file", Status::usage);
     return *std::move(text);
 }
 
@@ -78,6 +78,7 @@ void exportChanges(const store::Paths& paths, const Patterns& patterns) {
                       if (patterns.match(key))
                           std::cout << line << '\n';
                   });
+    requireKnown(databases.effective, patterns);
 }
 
 Status importChanges(const store::Paths& paths, const ImportOptions& options) {

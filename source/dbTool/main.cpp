@@ -64,8 +64,10 @@ CLI::App* addCommand(CLI::App& app, Arguments& words, const char* name, const ch
 void addFiles(CLI::App& app, Arguments& words) {
     app.add_option("--root", words.root, "folder in front of the three fixed paths, such as an image's")
         ->check(CLI::ExistingDirectory);
-    app.add_option("--defaults", words.paths.defaults, std::string("instead of ") + store::fixedDefaults);
-    app.add_option("--templates", words.paths.templates, std::string("instead of ") + store::fixedTemplates);
+    app.add_option("--defaults", words.paths.defaults, std::string("instead of ") + store::fixedDefaults)
+        ->check(CLI::ExistingFile);
+    app.add_option("--templates", words.paths.templates, std::string("instead of ") + store::fixedTemplates)
+        ->check(CLI::ExistingFile);
     app.add_option("--live", words.paths.live, std::string("instead of ") + store::fixedLive);
 }
 
@@ -86,9 +88,9 @@ void addReads(CLI::App& app, Arguments& words) {
                                        printNames(paths, words.kind, words.prefix);
                                        return Status::done;
                                    });
-    command->add_option("KIND", words.kind, "keys, structures, templates or vectors")
+    command->add_option("KIND", words.kind, "keys, structures, templates, vectors, or all")
         ->required()
-        ->check(CLI::IsMember({"keys", "structures", "templates", "vectors"}));
+        ->check(CLI::IsMember({"keys", "structures", "templates", "vectors", "all"}));
     command->add_option("PREFIX", words.prefix, "that they begin with");
 }
 
@@ -123,7 +125,7 @@ Status parseAndRun(int argc, char** argv, Arguments& words) {
     CLI::App app("Works on the configuration database's files, without the daemon.");
     app.footer(
         "Reading is safe while the daemon runs. import, compact and repair need it stopped.\n"
-        "Exit status: 0 done; 1 a file has faults, or the command was refused; 2 wrong usage;\n"
+        "Exit status: 0 done; 1 a file has faults, or the command was refused; 2 wrong usage, or no such file;\n"
         "3 a daemon has the database, nothing was changed.");
     // Exactly one is wanted; but then the library's error would not name an unknown one.
     app.require_subcommand(0, 1);
@@ -141,6 +143,10 @@ Status parseAndRun(int argc, char** argv, Arguments& words) {
     }
     if (!words.run)
         throw Failure(std::string("a command is required") + helpHint, Status::usage);
+    // A fresh device has no live file; but one that is named is meant. import makes it.
+    if (std::error_code error; !words.paths.live.empty() && !app.got_subcommand("import") &&
+                               !std::filesystem::exists(words.paths.live, error))
+        throw Failure(words.paths.live + ": there is no such file", Status::usage);
     const Status status = words.run(pathsOf(words));
     std::cout.flush();
     if (!std::cout)

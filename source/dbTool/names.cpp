@@ -1,6 +1,8 @@
 // Bare names, for programs that complete what a user types.
 #include <iostream>
+#include <set>
 
+#include "dbTool/changes.h"
 #include "dbTool/commands.h"
 #include "dbTool/faults.h"
 #include "dbTool/snapshot.h"
@@ -40,12 +42,42 @@ private:
 
 }  // namespace
 
+namespace {
+
+class NameCollector final : public store::CellVisitor {
+public:
+    void instance(const store::RowKey& key, const store::InstanceCell&) override { names.emplace(key.name); }
+    void cell(const store::RowKey& key, const store::Cell&) override { names.insert(key.wholeName()); }
+
+    std::set<std::string> names{};
+};
+
+void printAll(const store::Model& model, std::string_view prefix) {
+    NameCollector collector;
+    model.visitCells(collector);
+    // Structures whose instances are gone keep their last primary key.
+    forEachChange(model, [&](store::Line::Kind kind, const store::RowKey& key, const std::string&) {
+        if (kind == store::Line::Kind::lastKey)
+            collector.names.emplace(key.name);
+    });
+    for (const auto& [name, members] : model.templates())
+        collector.names.insert(name);
+    for (const std::string& name : collector.names) {
+        if (name.starts_with(prefix))
+            std::cout << name << '\n';
+    }
+}
+
+}  // namespace
+
 void printNames(const store::Paths& paths, std::string_view kind, std::string_view prefix) {
     const Snapshot snapshot(paths);
     store::Model model;
     Faults ignored;
     snapshot.loadFactory(model, ignored);
     snapshot.loadLive(model, ignored);
+    if (kind == "all")
+        return printAll(model, prefix);
     NamePrinter printer(kind, prefix);
     if (kind != "templates")
         return model.visitCells(printer);

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "db/model.h"
 #include "db/rows.h"
 
 class Patterns {
@@ -15,8 +16,14 @@ public:
     // A member goes with its structure's name, too.
     bool match(const store::RowKey& key) const;
 
+    // Those without a '*'.
+    std::vector<std::string> names() const;
+
 private:
     bool matchName(std::string_view name) const;
 
     std::vector<std::string> patterns_;
 };
+
+// Throws Failure when a name among them is one that nothing has or had: it is likely to be misspelt.
+void requireKnown(const store::Model& model, const Patterns& patterns);

@@ -144,7 +144,7 @@ Status mergeIntoLive(const Snapshot& snapshot, Writer* writer, const DamagedFile
 DamagedFile readDamaged(const std::string& path) {
     std::optional<std::string> text = readFile(path);
     if (!text)
-        throw Failure(path + ": there is no such file");
+        throw Failure(path + ": there is no such file", Status::usage);
     if (!text->starts_with(closingWord) && text->find('\n' + std::string(closingWord)) == std::string::npos)
         throw Failure(path + ": no live file: it has no line that begins with " + closingWord);
     DamagedFile file{path, *std::move(text), {}};

@@ -105,6 +105,10 @@ TEST_F(ClientTool, LabelsStandForTheInstancesOfABatch) {
         {"get 'wifi[2].ssid' 'wifi.ssid[3]'",
          {0, "wifi.ssid[2] String \"guest\"\nwifi.ssid[3] String \"[$b]\"\n"}},
         {"list wifi web"},
+        {"count wlan", {0, "0\n"}},
+        {"count wifl 7", {1, "0\n", "wifl: nothing has this name"}},
+        {"list wifi.none 7", {1, "", "wifi.none: nothing has this name"}},
+        {"remove-owner wifl 7", {1, "", "wifl: nothing has this name"}},
         {"set 'wifi[2].ssid' upstairs"},
         {"apply -", {}, "wifi removed \"net\"\nwifi removed 9 # nobody's\n"},
         {"count wifi net", {0, "0\n"}},
@@ -113,6 +117,7 @@ TEST_F(ClientTool, LabelsStandForTheInstancesOfABatch) {
         {"count wifi 7", {0, "1\n"}},
         {"remove-owner wifi 7"},
         {"count wifi 7", {0, "0\n"}},
+        {"remove-owner wifi 7"},
     });
 }
 
@@ -171,7 +176,7 @@ TEST_F(ClientTool, TrialsAndRefusalsStoreNothingAndCallNoPlugin) {
         {"erase a --check"},
         {"new wlan wifi web --check"},
         {"remove 'v[2]' --check"},
-        {"remove-owner wifi web --check"},
+        {"remove-owner wlan web --check"},
         {"check /tmp/input", {1, "", why}, bad},
         {"apply /tmp/input", {1, "", why}, bad},
     });

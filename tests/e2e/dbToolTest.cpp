@@ -118,6 +118,14 @@ TEST_F(DbTool, CheckNamesEveryFaultAndReadingChangesNothing) {
         expect(0, {"a"}, command);
     expect(1, {"nothing is written"}, "repair --dry-run");
     expect(0, {}, "--live /none import --dry-run -", "a Byte 5\n");
+    for (const char* arguments :
+         {"--live /none check", "--live /none diff", "--live /none compact", "--defaults /none check",
+          "--root /none check", "import /none", "repair /none"})
+        expect(2, {"/none"}, arguments);
+    expect(1, {"nothing has the name wlam, \"two words\"\n"}, "dump wlan 'w*' wlam a 'two words' 'x*'");
+    expect(0, {"# nothing is changed"}, "diff wifi.ssid");
+    writeFile("/tmp/export", "a Dword 5\n");
+    expect(1, {"/tmp/export: this is no live file"}, "--live /tmp/export check");
     EXPECT_EQ(tool("compact").output, "ostrelDbTool: " + live + ":5: damaged; repair it first\n");
     fs::remove(live + ".lock");
     EXPECT_EQ(tree(), before);
@@ -128,7 +136,8 @@ TEST_F(DbTool, CheckNamesEveryFaultAndReadingChangesNothing) {
 TEST_F(DbTool, WhatIsDumpedAndExportedReadsBack) {
     const Outcome dump = tool("dump");
     writeFile("/tmp/defaults", dump.output);
-    EXPECT_EQ(withoutOrigins(tool("--live /none --defaults /tmp/defaults dump").output),
+    writeFile("/tmp/none", "");
+    EXPECT_EQ(withoutOrigins(tool("--live /tmp/none --defaults /tmp/defaults dump").output),
               withoutOrigins(effective));
     EXPECT_EQ(tool("diff a text v 'wifi.c*'").output,
               "- a Dword 1\n+ a Dword 33\n- text String \"old # 1\"\n+ text erased\n"
@@ -149,8 +158,9 @@ TEST_F(DbTool, WhatIsDumpedAndExportedReadsBack) {
            "import -",
            "a Dword 5\nb Byte 1\n\nwifi[9].ssid String \"x\"\nwhat\n@commit 1\nwifi[9] instance none 0\n"
            "wifi.none[1] Byte 1\nwifi[1].none Byte 1\n");
-    expect(0, {"nothing to do"}, "--live /none/db.txt compact");
-    expect(0, {"nothing to do"}, "--live /none/db.txt repair");
+    fs::create_directories("/tmp/fresh");
+    expect(0, {"nothing to do"}, "--root /tmp/fresh compact");
+    expect(0, {"nothing to do"}, "--root /tmp/fresh repair");
     expect(2, {}, "--root /none import -", "a Dword 5\n");
     EXPECT_FALSE(fs::exists("/none"));
     writeFile("/vemra/default/ostrDbDflt.txt", "v[1] Byte 1\n");
