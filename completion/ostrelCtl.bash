@@ -43,6 +43,11 @@ _ostrelNames() {
     "$reader" "${files[@]}" names "$1" -- "${2-}" 2>/dev/null </dev/null
 }
 
+# Of members, too, whose index may stand inside.
+_ostrelWithoutIndex() {
+    sed -E 's/\[[0-9]+\](\.|$)/\1/' | sort -u
+}
+
 # NAME[INDEX] for each name of a kind, taken from the keys that begin with NAME and a separator.
 _ostrelElements() {
     local name key
@@ -64,8 +69,8 @@ _ostrelCtlWords() {
             _ostrelNames vectors "$current" | sed 's/$/[/'
             ;;
         set:2) printf '%s\n' Bool Byte Dword IP MAC String ;;
-        watch:*) _ostrelNames keys "$current" | sed 's/\[[0-9]*\]$//' | uniq ;;
-        erase:*) _ostrelNames vectors "$current" && _ostrelNames keys "$current" | grep -v '\[[0-9]*\]$' ;;
+        watch:*) _ostrelNames keys "$current" | _ostrelWithoutIndex ;;
+        erase:*) _ostrelNames vectors "$current" && _ostrelNames keys "$current" | grep -Ev '\[[0-9]+\](\.|$)' ;;
         list:1 | count:1) _ostrelNames structures "$current" && _ostrelNames vectors "$current" ;;
         new:1) _ostrelNames templates "$current" ;;
         new:2 | remove-owner:1) _ostrelNames structures "$current" ;;
@@ -76,14 +81,14 @@ _ostrelCtlWords() {
 _ostrelDbToolWords() {
     case $1:$2 in
         :*) printf '%s\n' check dump diff export names import compact repair ;;
-        dump:* | diff:* | export:*) _ostrelNames keys "$current" | sed 's/\[[0-9]*\]$//' | uniq ;;
+        dump:* | diff:* | export:*) _ostrelNames keys "$current" | _ostrelWithoutIndex ;;
         names:1) printf '%s\n' all keys structures templates vectors ;;
         names:2) _ostrelNames "${words[-2]}" "$current" ;;
     esac
 }
 
 _ostrelCtlOptions() {
-    printf '%s\n' --help --timeout --json
+    printf '%s\n' --help --version --timeout --json
     case $1 in
         set | erase | new | remove | remove-owner | apply) echo --check ;;
         watch) printf '%s\n' --owner --count ;;
@@ -92,7 +97,7 @@ _ostrelCtlOptions() {
 }
 
 _ostrelDbToolOptions() {
-    printf '%s\n' --help --root --defaults --templates --live
+    printf '%s\n' --help --version --root --defaults --templates --live
     case $1 in
         import) printf '%s\n' --replace --force --dry-run ;;
         compact) echo --force ;;

@@ -116,7 +116,7 @@ void addCheck(CLI::App* command, Arguments& words) {
 void set(Context& context, const Arguments& given) {
     if (!given.typeOrValue)
         failUsage(std::string("VALUE is required") + helpHint);
-    ostrel::Key key = keyArgument(given.key);
+    ShownKey key = keyArgument(given.key);
     if (given.value)
         setValue(context, key, typeArgument(*given.typeOrValue), *given.value);
     else
@@ -234,6 +234,7 @@ bool parseArguments(int argc, char** argv, Arguments& arguments) {
     CLI::App app(about, "ostrelCtl");
     app.formatter(std::make_shared<Help>());
     app.footer(footer);
+    app.set_version_flag("--version", "ostrelCtl " OSTREL_VERSION, "print the version");
     // Exactly one is wanted; but then the library's error would not name an unknown one.
     app.require_subcommand(0, 1);
     app.fallthrough();

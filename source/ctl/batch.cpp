@@ -26,6 +26,7 @@ private:
     // them each instance stands for itself.
     bool parseOwned(std::string_view text);
     void parse(std::string_view text);
+    void noteKey(const store::Line& line);
     void stage(const store::Line& line);
     void stageInstance(const store::Line& line);
     // Nothing: there is none, because the line that makes the label's instance is bad.
@@ -90,8 +91,19 @@ void Reader::parse(std::string_view text) {
         make({label_, number_});
     require(result);
     if (!line.name.empty())
-        key_ = label_.empty() ? keyText(nameOf(line), line.index) : labelledKey(nameOf(line), label_);
+        noteKey(line);
     stage(line);
+}
+
+void Reader::noteKey(const store::Line& line) {
+    ShownKey key{{nameOf(line), line.index}, line.member.empty() ? 0 : line.name.size()};
+    // The label tells the structure when the key does not.
+    if (const NewInstance* instance = label_.empty() ? nullptr : made();
+        instance != nullptr && key.name.starts_with(instance->structure + '.'))
+        key.structure = instance->structure.size();
+    if (key.structure != 0)
+        batch_.structures[key.name] = key.structure;
+    key_ = label_.empty() ? key.text() : labelledKey(key.name, key.structure, label_);
 }
 
 void Reader::stage(const store::Line& line) {

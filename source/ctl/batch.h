@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,6 +26,8 @@ struct NewInstance {
 
 struct Batch {
     ostrel::Transaction transaction{};
+    // By the name of a member: the size of its structure's, as far as a key has told.
+    std::map<std::string, std::size_t> structures{};
     std::vector<NewInstance> instances{};
     std::vector<Problem> problems{};  // when there are some, the transaction cannot be applied
 };

@@ -13,11 +13,14 @@ constexpr std::size_t longBatch = 100;
 constexpr char nothingSent[] = "nothing was sent";
 
 std::string faultKey(const ostrel::Fault& fault, const Batch& batch) {
+    const auto found = batch.structures.find(fault.name);
+    const std::size_t structure = found != batch.structures.end() ? found->second : 0;
     for (const NewInstance& made : batch.instances) {
         if (made.index == fault.index)
-            return labelledKey(fault.name, made.label);
+            return labelledKey(fault.name, structure, made.label);
     }
-    return keyText(fault.name, fault.index <= largestKey ? static_cast<std::uint32_t>(fault.index) : 0);
+    const auto index = fault.index <= largestKey ? static_cast<std::uint32_t>(fault.index) : 0;
+    return ShownKey{{fault.name, index}, index != 0 ? structure : 0}.text();
 }
 
 // What to do when it is not known whether a commit has come to pass.
@@ -36,8 +39,11 @@ const char* adviceFor(ostrelStatus status) {
 Failure describe(const ostrel::Error& error, const Batch& batch, const std::string& file) {
     if (error.fault()) {
         const ostrel::Fault& fault = *error.fault();
-        return {
-            error.status(), "nothing is changed", file, {{fault.line, faultKey(fault, batch), fault.reason}}};
+        const std::string hint = fault.index == 0 ? indexHint({fault.name, 0}) : "";
+        return {error.status(),
+                "nothing is changed",
+                file,
+                {{fault.line, faultKey(fault, batch), hint.empty() ? fault.reason : hint}}};
     }
     if (!batch.transaction.mayBeApplied())
         return {error.status(), error.what(), file};
@@ -65,15 +71,15 @@ void commit(Context& context, Batch& batch, const std::string& file = "") {
     }
 }
 
-ostrelValueType typeOf(ostrel::Session& session, const ostrel::Key& key) {
+ostrelValueType typeOf(ostrel::Session& session, const ShownKey& key) {
     try {
         return session.read(key.name, key.index).type;
     } catch (const ostrel::Error& error) {
         if (error.status() != OSTREL_MISSING)
             throw;
         throw Failure(OSTREL_MISSING,
-                      keyText(key.name, key.index) +
-                          ": no such key, or its value is too long to be read; with the type in front of the "
+                      key.text() + ": " + whyMissing(session, key) +
+                          "; with the type in front of the "
                           "value, vector elements and erased factory keys can be made, others only if the "
                           "daemon runs with --key-create-allowed");
     }
@@ -81,15 +87,15 @@ ostrelValueType typeOf(ostrel::Session& session, const ostrel::Key& key) {
 
 }  // namespace
 
-void setValue(Context& context, const ostrel::Key& key, ostrelValueType type, const std::string& value) {
+void setValue(Context& context, const ShownKey& key, ostrelValueType type, const std::string& value) {
     if (type == ostrelTypeNone)
         type = typeOf(context.session, key);
     Batch batch;
+    batch.structures[key.name] = key.structure;
     try {
         batch.transaction.set(key.name, key.index, valueArgument(type, value));
     } catch (const std::runtime_error& error) {  // Failure or ostrel::Error
-        throw Failure(OSTREL_INVALID, nothingSent, "",
-                      {{.key = keyText(key.name, key.index), .reason = error.what()}});
+        throw Failure(OSTREL_INVALID, nothingSent, "", {{.key = key.text(), .reason = error.what()}});
     }
     commit(context, batch);
 }
@@ -109,9 +115,9 @@ void newInstance(Context& context, const std::string& templateName, const std::s
     context.output->newKey(batch.transaction.key(instance));
 }
 
-void removeInstances(Context& context, const std::vector<ostrel::Key>& instances) {
+void removeInstances(Context& context, const std::vector<ShownKey>& instances) {
     Batch batch;
-    for (const ostrel::Key& instance : instances)
+    for (const ShownKey& instance : instances)
         batch.transaction.remove(instance.name, instance.index);
     commit(context, batch);
 }

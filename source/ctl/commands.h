@@ -20,16 +20,19 @@ struct Context {
     bool showProgress = false;  // on the standard error, when a batch takes long
 };
 
-void getValues(Context& context, const std::vector<ostrel::Key>& keys);
+void getValues(Context& context, std::vector<ShownKey> keys);
 void countInstances(Context& context, const std::string& name, std::uint32_t owner);
 void listInstances(Context& context, const std::string& name, std::uint32_t owner);
 
+// Of a key that was read in vain.
+std::string whyMissing(ostrel::Session& session, const ostrel::Key& key);
+
 // ostrelTypeNone: the type that the key has now.
-void setValue(Context& context, const ostrel::Key& key, ostrelValueType type, const std::string& value);
+void setValue(Context& context, const ShownKey& key, ostrelValueType type, const std::string& value);
 void eraseKeys(Context& context, const std::vector<std::string>& names);
 void newInstance(Context& context, const std::string& templateName, const std::string& structure,
                  std::uint32_t owner);
-void removeInstances(Context& context, const std::vector<ostrel::Key>& instances);
+void removeInstances(Context& context, const std::vector<ShownKey>& instances);
 void removeOwned(Context& context, const std::string& structure, std::uint32_t owner);
 // path: - is the standard input.
 void applyBatch(Context& context, const std::string& path);

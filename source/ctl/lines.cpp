@@ -22,13 +22,20 @@ std::string keyText(std::string_view name, std::uint32_t index) {
     return text;
 }
 
-std::string labelledKey(std::string_view name, std::string_view label) {
-    return keyText(name, 0).append("[$").append(label).append("]");
+std::string labelledKey(std::string_view name, std::size_t structure, std::string_view label) {
+    const std::size_t size = structure == 0 ? name.size() : structure;
+    std::string text = keyText(name.substr(0, size), 0).append("[$").append(label).append("]");
+    return size == name.size() ? text : text + '.' + keyText(name.substr(size + 1), 0);
 }
 
-std::string valueLine(const ostrel::Key& key, const ostrel::Value& value) {
+std::string valueLine(const ShownKey& key, const ostrel::Value& value) {
+    const std::string_view name = key.name;
     store::LineWriter writer;
-    writer.value({key.name, key.index}, toStore(value));
+    if (key.structure == 0)
+        writer.value({name, key.index}, toStore(value));
+    else
+        writer.value({name.substr(0, key.structure), key.index, name.substr(key.structure + 1)},
+                     toStore(value));
     return withoutBreak(std::move(writer));
 }
 

@@ -5,14 +5,15 @@
 #include <string>
 #include <string_view>
 
+#include "ctl/shownKey.h"
 #include "db/values.h"
 #include "ostrel/client.hpp"
 
 std::string keyText(std::string_view name, std::uint32_t index);
-// NAME[$LABEL]
-std::string labelledKey(std::string_view name, std::string_view label);
+// NAME[$LABEL], or STRUCT[$LABEL].MEMBER: structure is its name's size, 0 that there is no member.
+std::string labelledKey(std::string_view name, std::size_t structure, std::string_view label);
 // KEY TYPE VALUE
-std::string valueLine(const ostrel::Key& key, const ostrel::Value& value);
+std::string valueLine(const ShownKey& key, const ostrel::Value& value);
 // STRUCT[PKEY] instance TEMPLATE OWNER
 std::string instanceLine(std::string_view structure, std::uint32_t key, std::string_view templateName,
                          std::uint32_t owner);

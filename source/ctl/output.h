@@ -12,6 +12,7 @@
 
 #include "ctl/batch.h"
 #include "ctl/failure.h"
+#include "ctl/shownKey.h"
 #include "ostrel/client.hpp"
 
 class Output {
@@ -22,7 +23,7 @@ public:
     virtual ~Output() = default;
 
     // As many values as keys; nothing for one that is missing.
-    virtual void values(const std::vector<ostrel::Key>& keys,
+    virtual void values(const std::vector<ShownKey>& keys,
                         const std::vector<std::optional<ostrel::Value>>& values) = 0;
     virtual void count(std::uint32_t count) = 0;
     virtual void list(const std::vector<std::uint32_t>& keys) = 0;
@@ -31,7 +32,7 @@ public:
     // Those that the batch made; 0 for the keys when they were only tried.
     virtual void instances(const Batch& batch) = 0;
     // A changed key with the values that it has now, which may be none.
-    virtual void change(const std::string& name, const std::vector<ostrel::Key>& keys,
+    virtual void change(const std::string& name, const std::vector<ShownKey>& keys,
                         const std::vector<ostrel::Value>& values) = 0;
     // The batch has none: a hint, as the file may be the wrong one.
     virtual void noChanges() = 0;

@@ -80,7 +80,7 @@ Json problemObject(const Problem& problem) {
 
 class JsonOutput final : public Output {
 public:
-    void values(const std::vector<ostrel::Key>& keys,
+    void values(const std::vector<ShownKey>& keys,
                 const std::vector<std::optional<ostrel::Value>>& values) override {
         Json array = Json::array();
         for (std::size_t i = 0; i < keys.size(); ++i) {
@@ -107,7 +107,7 @@ public:
         print({{"instances", std::move(array)}});
     }
 
-    void change(const std::string& name, const std::vector<ostrel::Key>& keys,
+    void change(const std::string& name, const std::vector<ShownKey>& keys,
                 const std::vector<ostrel::Value>& values) override {
         Json array = Json::array();
         for (std::size_t i = 0; i < keys.size(); ++i) {

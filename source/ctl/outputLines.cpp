@@ -21,7 +21,7 @@ std::string problemLine(const Failure& failure, const Problem& problem) {
 
 class Lines final : public Output {
 public:
-    void values(const std::vector<ostrel::Key>& keys,
+    void values(const std::vector<ShownKey>& keys,
                 const std::vector<std::optional<ostrel::Value>>& values) override {
         for (std::size_t i = 0; i < keys.size(); ++i) {
             if (values[i])
@@ -48,7 +48,7 @@ public:
         }
     }
 
-    void change(const std::string& name, const std::vector<ostrel::Key>& keys,
+    void change(const std::string& name, const std::vector<ShownKey>& keys,
                 const std::vector<ostrel::Value>& values) override {
         for (std::size_t i = 0; i < keys.size(); ++i)
             std::cout << valueLine(keys[i], values[i]) << '\n';

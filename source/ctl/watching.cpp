@@ -56,28 +56,30 @@ private:
     void say(const std::string& text) { context_.output->failure({OSTREL_INCOMPLETE, text}); }
 
     // The plain value, the elements, the members of the wanted owners' instances.
-    std::vector<ostrel::Key> keysOf(const std::string& name) {
-        std::vector<ostrel::Key> keys{{name, 0}};
+    std::vector<ShownKey> keysOf(const std::string& name) {
+        std::vector<ShownKey> keys{{{name, 0}}};
         std::set<std::uint32_t> owners = watch_.owners;
         owners.insert(0);
         for (std::uint32_t owner : owners) {
             ostrel::Session::List list = context_.session.list(name, owner);
             if (!list.complete)
                 say(keyText(name, 0) + ": " + ostrelSessionError(context_.session.get()));
+            const std::size_t structure = list.keys.empty() ? 0 : structureOf(context_.session, name, owner);
             for (std::uint32_t index : list.keys)
-                keys.push_back({name, index});
+                keys.push_back({{name, index}, structure});
         }
         return keys;
     }
 
     void printPending() {
-        std::vector<ostrel::Key> keys;
+        std::vector<ShownKey> keys;
         for (const std::string& name : pending_)
             std::ranges::move(keysOf(name), std::back_inserter(keys));
-        std::vector<std::optional<ostrel::Value>> values = context_.session.readMany(keys);
+        std::vector<std::optional<ostrel::Value>> values =
+            context_.session.readMany({keys.begin(), keys.end()});
         std::size_t next = 0;
         for (const std::string& name : pending_) {
-            std::vector<ostrel::Key> found;
+            std::vector<ShownKey> found;
             std::vector<ostrel::Value> foundValues;
             for (; next < keys.size() && keys[next].name == name; ++next) {
                 if (values[next]) {

@@ -29,10 +29,11 @@ std::uint32_t numberArgument(std::string_view argument, std::uint32_t largest) {
     return number;
 }
 
-ostrel::Key checkedKey(std::string name, std::uint32_t index = 0) {
-    if (store::Result result = store::checkName(name); !result.ok())
-        failUsage(keyText(name, index) + ": " + result.refusal);
-    return {std::move(name), index};
+ShownKey checkedKey(std::string name, std::uint32_t index = 0, std::size_t structure = 0) {
+    ShownKey key{{std::move(name), index}, structure};
+    if (store::Result result = store::checkName(key.name); !result.ok())
+        failUsage(key.text() + ": " + result.refusal);
+    return key;
 }
 
 }  // namespace
@@ -42,7 +43,7 @@ void require(store::Result result) {
         failUsage(result.refusal);
 }
 
-ostrel::Key keyArgument(std::string_view argument) {
+ShownKey keyArgument(std::string_view argument) {
     std::size_t open = argument.rfind('[');
     std::size_t close = argument.rfind(']');
     if (open == std::string_view::npos || close == std::string_view::npos || close < open)
@@ -56,18 +57,27 @@ ostrel::Key keyArgument(std::string_view argument) {
     auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), index);
     if (error != std::errc() || index == 0)
         failUsage(std::string(argument) + ": an index is a number from 1 to 4294967295");
-    return checkedKey(std::move(name), index);
+    return checkedKey(std::move(name), index, rest.empty() ? 0 : open);
 }
 
-ostrel::Key elementArgument(std::string_view argument) {
-    ostrel::Key key = keyArgument(argument);
+std::string indexHint(const ostrel::Key& key) {
+    const std::size_t open = key.name.find('[');
+    const std::size_t close = key.name.rfind(']');
+    if (key.index != 0 || open == std::string::npos || close == std::string::npos || close < open)
+        return "";
+    return "bad index " + key.name.substr(open, close - open + 1) +
+           ": a number from 1 to 4294967295 is wanted, and no key has this as its name";
+}
+
+ShownKey elementArgument(std::string_view argument) {
+    ShownKey key = keyArgument(argument);
     if (key.index == 0)
-        failUsage(std::string(argument) + ": the index in brackets is missing");
+        failUsage(std::string(argument) + ": the index in brackets is missing, or no number from 1");
     return key;
 }
 
 std::string nameArgument(std::string_view argument) {
-    ostrel::Key key = keyArgument(argument);
+    ShownKey key = keyArgument(argument);
     if (key.index != 0)
         failUsage(std::string(argument) + ": a name without an index is wanted");
     return std::move(key.name);
@@ -86,7 +96,9 @@ std::uint32_t tagOwner(const std::string& tag) {
 ostrelValueType typeArgument(std::string_view argument) {
     const auto* name = std::find(typeNames.begin() + 1, typeNames.end(), argument);
     if (name == typeNames.end())
-        failUsage("the type is one of Bool, Byte, Dword, IP, MAC and String");
+        failUsage(
+            std::string(argument) +
+            ": the type is one of Bool, Byte, Dword, IP, MAC and String; quote a value of several words");
     return static_cast<ostrelValueType>(name - typeNames.begin());
 }
 

@@ -7,14 +7,17 @@
 #include <string>
 #include <string_view>
 
+#include "ctl/shownKey.h"
 #include "db/values.h"
 #include "ostrel/client.hpp"
 
 // Every character counts for itself, but a number in brackets at the end, or in front of ".MEMBER", is the
 // index.
-ostrel::Key keyArgument(std::string_view argument);
+ShownKey keyArgument(std::string_view argument);
+// What to say when the key is not there: its name may have been meant as one with an index. Empty: no.
+std::string indexHint(const ostrel::Key& key);
 // A key that must have an index.
-ostrel::Key elementArgument(std::string_view argument);
+ShownKey elementArgument(std::string_view argument);
 // A key that must have none.
 std::string nameArgument(std::string_view argument);
 // A number, or a tag of up to four bytes.

@@ -121,15 +121,27 @@ void addWrites(CLI::App& app, Arguments& words) {
     command->add_flag("--dry-run", words.repair.dryRun, "write nothing");
 }
 
+std::string explain(const CLI::App& app, const CLI::ParseError& error) {
+    const std::vector<std::string> extras = app.remaining(true);
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr || extras.empty())
+        return error.what();
+    if (extras.front().starts_with('-'))
+        return "unknown option " + extras.front();
+    const bool isCommand = app.get_subcommands().empty();
+    return (isCommand ? "unknown command " : "too many arguments: ") + extras.front();
+}
+
 Status parseAndRun(int argc, char** argv, Arguments& words) {
     CLI::App app("Works on the configuration database's files, without the daemon.");
     app.footer(
         "Reading is safe while the daemon runs. import, compact and repair need it stopped.\n"
-        "Exit status: 0 done; 1 a file has faults, or the command was refused; 2 wrong usage, or no such file;\n"
+        "Exit status: 0 done; 1 a file has faults, or the command was refused; 2 wrong usage, or no such "
+        "file;\n"
         "3 a daemon has the database, nothing was changed.");
     // Exactly one is wanted; but then the library's error would not name an unknown one.
     app.require_subcommand(0, 1);
     app.fallthrough();
+    app.set_version_flag("--version", "ostrelDbTool " OSTREL_VERSION, "print the version");
     addFiles(app, words);
     addReads(app, words);
     addWrites(app, words);
@@ -137,7 +149,7 @@ Status parseAndRun(int argc, char** argv, Arguments& words) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0)
-            throw Failure(error.what() + std::string(helpHint), Status::usage);
+            throw Failure(explain(app, error) + helpHint, Status::usage);
         app.exit(error);
         return Status::done;
     }

@@ -22,9 +22,16 @@ public:
         if (!cell.present)
             return;
         if (kind_ == "keys")
-            print(key.wholeName() + (key.index != 0 ? '[' + std::to_string(key.index) + ']' : ""));
+            printKey(key);
         if (kind_ == "vectors" && key.index != 0 && key.member.empty())
             print(std::string(key.name));
+    }
+
+    // Of a member in the form that goes on as the prefix begins; STRUCT[PKEY].MEMBER when both do.
+    void printKey(const store::RowKey& key) {
+        const std::string index = key.index != 0 ? '[' + std::to_string(key.index) + ']' : "";
+        const std::string shown = std::string(key.name) + index + '.' + std::string(key.member);
+        print(!key.member.empty() && shown.starts_with(prefix_) ? shown : key.wholeName() + index);
     }
 
     // Names come sorted, so equal ones in a row.

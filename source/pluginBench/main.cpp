@@ -17,6 +17,7 @@ constexpr int exitUsage = 2;
 constexpr char usage[] =
     "usage: ostrelPluginBench [-v] PLUGIN SCENARIO\n"
     "  -v, --verbose  print the log also when all is well\n"
+    "      --version  print the version\n"
     "Exit status: 0 all is well; 1 the plug-in failed; 2 wrong usage, or the scenario cannot be played.\n";
 
 int fail(const std::string& reason) {
@@ -33,6 +34,10 @@ int main(int argc, char** argv) {
     std::string_view first = argc > 1 ? argv[1] : "";
     if (first == "--help" || first == "-h") {
         std::fputs(usage, stdout);
+        return 0;
+    }
+    if (first == "--version" && argc == 2) {
+        std::puts("ostrelPluginBench " OSTREL_VERSION);
         return 0;
     }
     bool verbose = first == "--verbose" || first == "-v";

@@ -7,7 +7,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -25,8 +27,9 @@ constexpr int exitUsable = 0;
 constexpr int exitUnusable = 1;
 constexpr int exitUsage = 2;
 constexpr char usage[] =
-    "usage: ostrelPluginProbe PLUGIN\n"
-    "Exit status: 0 the server could use it; 1 it could not, or shares symbols with others; 2 wrong usage.\n";
+    "usage: ostrelPluginProbe PLUGIN | --version\n"
+    "Exit status: 0 the server could use it; 1 it could not, or shares symbols with others; 2 wrong usage,\n"
+    "or no such file.\n";
 
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -117,10 +120,18 @@ bool probe(std::FILE* output, const std::string& path) {
 int main(int argc, char** argv) {
     // The server's globals log their end at every exit.
     ostrelSetPrintLevel(0);
+    if (argc == 2 && std::string_view(argv[1]) == "--version") {
+        std::puts("ostrelPluginProbe " OSTREL_VERSION);
+        return 0;
+    }
     bool help = argc == 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h");
     if (help || argc != 2 || *argv[1] == '-') {
         std::fputs(usage, help ? stdout : stderr);
         return help ? 0 : exitUsage;
+    }
+    if (access(argv[1], F_OK) != 0) {
+        std::fprintf(stderr, "ostrelPluginProbe: %s: %s\n", argv[1], std::strerror(errno));
+        return exitUsage;
     }
     // A crash is one of the answers: it is not to leave a core file.
     constexpr rlimit noCore{0, 0};

@@ -86,13 +86,28 @@ TEST_F(ClientTool, WordsAreWhatTheirPlaceMakesThem) {
         {"get 'wifi[0].ssid'", {2, "", "wifi[0].ssid: an index"}},
         {"get a --timeout nan", {2, "", "the timeout is 0.001 to"}},
         {"set a", {2, "", "VALUE is required"}},
-        {"set a Word 5", {2, "", "the type is"}},
+        {"set a Word 5", {2, "", "Word: the type is"}},
+        {"set text home office", {2, "", "home: the type is"}},
+        {"set 'v[x]' 10.0.0.9", {1, "", "\"v[x]\": bad index [x]: a number"}},
+        {"set 'v[x]' IP 10.0.0.9", {1, "", "\"v[x]\": bad index [x]: a number"}},
+        {"get 'v[]'", {1, "", "\"v[]\": bad index []: a number"}},
+        {"get v", {1, "", "v: a vector of 1, not a value: get 'v[2]' prints an element, list v"}},
         {"set a Byte 256", {2, "", "a: the number is too large; nothing"}},
         {"remove wifi", {2, "", "wifi: the index"}},
         {"erase 'v[2]'", {2, "", "v[2]: a name"}},
         {"list wifi longer", {2, "", "the owner is"}},
         {"apply /", {2, "", "/: Is a directory"}},
     });
+}
+
+TEST(Programs, TellTheirVersionAndRefuseMissingFilesAlike) {
+    for (const std::string program :
+         {"ostrelCtl", "ostrelDbTool", "ostrelPluginBench", "ostrelPluginProbe", "ostrelExecRunner"})
+        EXPECT_EQ(runTool(program + " --version"), (Outcome{0, program + " " OSTREL_VERSION "\n"}));
+    for (const char* command : {"ostrelCtl apply /none", "ostrelDbTool import /none",
+                                "ostrelPluginProbe /none.ostr", "ostrelPluginBench /none.ostr /none",
+                                "ostrelPluginBench " IMAGE "/default/ostrPlugins/identity.ostr /none"})
+        EXPECT_EQ(runTool(command).status, 2) << command;
 }
 
 TEST_F(ClientTool, LabelsStandForTheInstancesOfABatch) {
@@ -102,8 +117,9 @@ TEST_F(ClientTool, LabelsStandForTheInstancesOfABatch) {
     expect({
         {"new wlan wifi web", {0, "1\n"}},
         {"apply -", {0, "wifi[2] instance wlan \"net\"\nwifi[3] instance wlan 7\n"}, batch},
+        {"set 'wifi[2].none' 5", {1, "", "wifi[2].none: no such key"}},
         {"get 'wifi[2].ssid' 'wifi.ssid[3]'",
-         {0, "wifi.ssid[2] String \"guest\"\nwifi.ssid[3] String \"[$b]\"\n"}},
+         {0, "wifi[2].ssid String \"guest\"\nwifi[3].ssid String \"[$b]\"\n"}},
         {"list wifi web"},
         {"count wlan", {0, "0\n"}},
         {"count wifl 7", {1, "0\n", "wifl: nothing has this name"}},
@@ -115,6 +131,8 @@ TEST_F(ClientTool, LabelsStandForTheInstancesOfABatch) {
         {"remove 'wifi[3]' 'wifi[9]'",
          {1, "", "wifi[9]: there is no such instance or element; nothing is changed\n"}},
         {"count wifi 7", {0, "1\n"}},
+        {"new wlan wifi 0", {0, "4\n"}},
+        {"get 'wifi.ssid[4]'", {0, "wifi[4].ssid String \"home\"\n"}},
         {"remove-owner wifi 7"},
         {"count wifi 7", {0, "0\n"}},
         {"remove-owner wifi 7"},
@@ -167,7 +185,7 @@ TEST_F(ClientTool, TrialsAndRefusalsStoreNothingAndCallNoPlugin) {
     const std::string stored = readFile("/vemra/var/ostrdb.txt");
     const std::string good = "a Dword 5\nwifi[$x] instance wlan \"web\"\n";
     const std::string bad = good + "\nwifi[$x].speed Byte 5\n";
-    const std::string why = "/tmp/input:4: wifi.speed[$x]: the new instance has no such";
+    const std::string why = "/tmp/input:4: wifi[$x].speed: the new instance has no such";
     const std::string made = R"({"instances":[{"structure":"wifi","label":"x","key":)";
     expect({
         {"check -", {}, good},

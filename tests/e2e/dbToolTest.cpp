@@ -88,7 +88,7 @@ TEST_F(DbTool, ReadsBesideADaemonAndLeavesWritingToIt) {
     EXPECT_EQ(tool("dump"), (Outcome{0, effective}));
     for (const char* command : {"compact", "import -", "repair"})
         expect(3, {"a daemon has the database"}, command, "a Dword 5\n");
-    expect(2, {"ostrelDbTool: ", "bogus"}, "bogus");
+    expect(2, {"ostrelDbTool: unknown command bogus; "}, "bogus");
     EXPECT_EQ(tree(), before);
 }
 
@@ -144,6 +144,7 @@ TEST_F(DbTool, WhatIsDumpedAndExportedReadsBack) {
               "+ v[2] Dword 20\n- wifi[2].channel Dword 6\n+ wifi[2].channel Dword 3\n"
               "- wifi[3].channel Dword 6\n+ wifi[3].channel Dword 9\n");
     EXPECT_EQ(tool("names keys wifi.s").output, "wifi.ssid[1]\nwifi.ssid[2]\nwifi.ssid[3]\n");
+    EXPECT_EQ(tool("names keys wifi[2]").output, "wifi[2].channel\nwifi[2].ssid\n");
     EXPECT_EQ(tool("names vectors").output + tool("names structures").output + tool("names templates").output,
               "v\nwifi\nwlan\n");
 

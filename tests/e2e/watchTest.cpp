@@ -80,7 +80,7 @@ TEST_F(Watching, PrintsWhatEachKindOfChangeLeaves) {
         {"apply -", "v[2] Byte 2\nv[7] Byte 3\na Dword 6\nb Dword 9\n", "v[7] Byte 3\na Dword 6\n"},
         {"erase v", "v changed\n"},
         {"new wlan wifi net", "wifi changed\n"},
-        {"set 'wifi[1].ssid' x", "wifi.ssid[1] String \"x\"\n"},
+        {"set 'wifi[1].ssid' x", "wifi[1].ssid String \"x\"\n"},
         {"remove 'wifi[1]'", "wifi changed\n"},
         {"shutdown", "ostrelCtl: the daemon has ended\n3\n"},
     };

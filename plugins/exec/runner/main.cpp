@@ -157,10 +157,14 @@ int main(int argc, char** argv) {
         exec::copyOutput(argv[2], argv[3]);
         return 0;
     }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts("ostrelExecRunner " OSTREL_VERSION);
+        return 0;
+    }
     bool help = argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0);
     if (argc != 1) {
         std::fputs(
-            "usage: ostrelExecRunner\n"
+            "usage: ostrelExecRunner | ostrelExecRunner --version\n"
             "Runs what standard input asks for, a line \"RULE SECONDS COMMAND [ARGUMENT...]\" each.\n",
             help ? stdout : stderr);
         return help ? 0 : exec::exitUsage;

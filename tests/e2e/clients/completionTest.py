@@ -19,6 +19,9 @@ LINES = {
     # Names are quoted as the line needs it.
     "get m\t": "<get><my $key>", "get my\\ \\$\t": "<get><my $key>", 'get "my\t': "<get><my $key>",
     "get 'a:b\t": "<get><a:b it's>", "get a:b\t": "<get><a:b it's>", "set 'v[2\t": "<set><v[2]>",
+    # A member has two names, and goes on as it was begun.
+    "get wifi[4\t": "<get><wifi[4].ssid>", "get wifi.*": "<get><wifi.ssid[3]><wifi.ssid[4]>",
+    "get wifi[*": "<get><wifi[3].ssid><wifi[4].ssid>", "erase wifi*": "<erase><wifi>", "watch wif\t": "<watch><wifi.ssid>",
     "set v*": "<set><v[><v[1]><v[2]>", "set v[*": "<set><v[1]><v[2]>",
     # Nothing to offer, nothing said.
     "get none\t": "<get><none>", "shutdown l\t": "<shutdown><l>",
