@@ -16,6 +16,7 @@ public:
         if (*at != '\0')
             escape();
     }
+    ~LogText() = default;
     LogText(const LogText&) = delete;
     LogText& operator=(const LogText&) = delete;
 

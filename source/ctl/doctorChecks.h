@@ -10,6 +10,8 @@
 #include "ctl/doctorReport.h"
 #include "ostrel/client.hpp"
 
+constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
+
 struct DaemonFacts {
     bool reachable = false;  // it listens, though it may not answer
     pid_t process = 0;       // 0: not known

@@ -12,7 +12,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
 constexpr char pluginSuffix[] = ".ostr";
 constexpr std::chrono::seconds probeLimit{5};
 

@@ -12,7 +12,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
 constexpr char execRules[] = "/vemra/default/exec.conf";
 
 // What the daemon, or a runner of its own, takes for its maker's.

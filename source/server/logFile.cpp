@@ -18,6 +18,7 @@
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/openFile.h"
 #include "server/serverModule.h"
 
 namespace {
@@ -48,22 +49,6 @@ off_t sizeOfLog() {
                    log.st_ino == named.st_ino;
     return isNamed ? log.st_size : 0;
 }
-
-class File {
-public:
-    File(const char* path, int flags) : fd_(open(path, flags | O_CLOEXEC, 0644)) {}
-    ~File() {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    int fd() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 bool writeAll(int fd, const char* bytes, std::size_t size) {
     while (size > 0) {
@@ -104,8 +89,8 @@ bool copyLines(int from, int to, off_t begin, off_t end) {
 bool keepEnd(off_t size, const std::string& kept) {
     const std::string fresh = kept + ".new";
     unlink(fresh.c_str());
-    File log(logFileName, O_RDONLY | O_NONBLOCK);
-    File copy(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+    OpenFile log(logFileName, O_RDONLY | O_NONBLOCK);
+    OpenFile copy(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
     if (log.fd() < 0 || copy.fd() < 0)
         return false;
     fchmod(copy.fd(), 0644);  // as the log

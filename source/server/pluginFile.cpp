@@ -9,35 +9,23 @@
 #include <cstdint>
 #include <cstring>
 
+#include "server/openFile.h"
+
 namespace {
 
-class OpenFile {
-public:
-    explicit OpenFile(const char* path) : fd_(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
-    ~OpenFile() {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
+// Of a regular file; otherwise 0.
+std::uint64_t sizeOf(const OpenFile& file) {
+    struct stat info {};
+    bool regular = fstat(file.fd(), &info) == 0 && S_ISREG(info.st_mode);
+    return regular ? static_cast<std::uint64_t>(info.st_size) : 0;
+}
 
-    // Of a regular file; otherwise 0.
-    std::uint64_t size() const {
-        struct stat info {};
-        bool regular = fstat(fd_, &info) == 0 && S_ISREG(info.st_mode);
-        return regular ? static_cast<std::uint64_t>(info.st_size) : 0;
-    }
-
-    // False when the file does not have all of it there.
-    template <typename Record>
-    bool read(std::uint64_t at, Record& record) const {
-        return pread(fd_, &record, sizeof record, static_cast<off_t>(at)) ==
-               static_cast<ssize_t>(sizeof record);
-    }
-
-private:
-    int fd_;
-};
+// False when the file does not have all of it there.
+template <typename Record>
+bool readRecord(const OpenFile& file, std::uint64_t at, Record& record) {
+    return pread(file.fd(), &record, sizeof record, static_cast<off_t>(at)) ==
+           static_cast<ssize_t>(sizeof record);
+}
 
 constexpr char cutShort[] = "the file is cut short";
 
@@ -50,15 +38,15 @@ bool isOurs(const ElfW(Ehdr) & header) {
 }  // namespace
 
 const char* faultOfPluginFile(const char* path) {
-    OpenFile file(path);
-    const std::uint64_t size = file.size();
+    OpenFile file(path, O_RDONLY | O_NONBLOCK);
+    const std::uint64_t size = sizeOf(file);
     ElfW(Ehdr) header{};
-    if (size == 0 || !file.read(0, header) || !isOurs(header))
+    if (size == 0 || !readRecord(file, 0, header) || !isOurs(header))
         return nullptr;
     for (std::uint64_t i = 0; i < header.e_phnum; ++i) {
         ElfW(Phdr) segment{};
         const std::uint64_t at = header.e_phoff + i * sizeof segment;
-        if (at > size || !file.read(at, segment))
+        if (at > size || !readRecord(file, at, segment))
             return cutShort;
         const bool fits = segment.p_offset <= size && segment.p_filesz <= size - segment.p_offset;
         if (segment.p_type == PT_LOAD && !fits)

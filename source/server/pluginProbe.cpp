@@ -19,6 +19,7 @@
 
 #include "common/ostrelUtils.h"
 #include "ostrel/plugin.h"
+#include "server/pluginFile.h"
 #include "server/pluginSymbols.h"
 
 namespace {
@@ -101,8 +102,9 @@ bool describeSymbols(std::FILE* output, const std::string& path) {
 }
 
 bool probe(std::FILE* output, const std::string& path) {
-    Library library(dlopen(path.c_str(), RTLD_NOW));
-    print(output, "loads", library ? "yes" : printable(dlerror()));
+    const char* fault = faultOfPluginFile(path.c_str());
+    Library library(fault == nullptr ? dlopen(path.c_str(), RTLD_NOW) : nullptr);
+    print(output, "loads", library ? "yes" : printable(fault != nullptr ? fault : dlerror()));
     if (!library)
         return false;
     bool essential = dlsym(library.get(), "ostrelClientEssentialFunc") != nullptr;

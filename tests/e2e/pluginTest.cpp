@@ -62,6 +62,8 @@ TEST_F(Plugins, FilesCutShortAreSkipped) {
     EXPECT_EQ(start(), "good init 5,");
     EXPECT_EQ(occurrences(daemon.log(), ".ostr cannot load as plugin, er="), std::size(sizes) + 1);
     EXPECT_TRUE(contains(daemon.log(), "/cut3000.ostr cannot load as plugin, er=the file is cut short\n"));
+    EXPECT_EQ(runTool("ostrelPluginProbe " + (folder / "cut3000.ostr").string()).status, 1)
+        << "not ended by a signal";
 }
 
 // Both names are called; there is one library, which dies once.

@@ -90,9 +90,10 @@ inline pid_t makeChild(const Launch& launch) {
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     // Unlike fork it needs no second copy of the daemon's memory.
+    // NOLINTNEXTLINE(clang-analyzer-security.insecureAPI.vfork)
     pid_t child = vfork();
     if (child == 0)
-        become(launch);
+        become(launch);  // NOLINT(clang-analyzer-unix.Vfork): it does not return and changes nothing
     int error = errno;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     errno = error;

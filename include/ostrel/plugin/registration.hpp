@@ -120,6 +120,8 @@ private:
         *name = const_cast<char*>(static_cast<const char*>(Class::name));
         moduleName = *name;
         return enter(Phase::init, "init", [] {
+            // A plug-in that is listed twice, through a link, is initialised twice.
+            std::unique_ptr<Class>(std::exchange(object_, nullptr)).reset();
             object_ = std::make_unique<Class>().release();
             if constexpr (Its::hasInit)
                 return object_->init();
