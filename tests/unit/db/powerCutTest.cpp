@@ -125,7 +125,8 @@ TEST(PowerCut, LeavesTheStateBeforeOrAfterTheTransaction) {
     workload.disk.beforeForce = [&] {
         workload.disk.forEachCut([&](const SimulatedDisk& left) {
             ++cuts;
-            if (!testing::Test::HasFailure() && !workload.isGone)
+            const bool isSpared = isSanitized && cuts % 10 != 0;
+            if (!testing::Test::HasFailure() && !workload.isGone && !isSpared)
                 expectEither(left, stages()[step == 0 ? 0 : step - 1].state, stages()[step].state,
                              workload.defaults);
         });
