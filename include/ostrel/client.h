@@ -44,8 +44,8 @@ typedef enum ostrelStatus {
     OSTREL_GONE = 6,         /* the daemon ended while it was asked */
     OSTREL_MISSING = 7,      /* a key that was to be read is not there */
     OSTREL_INCOMPLETE = 8,   /* there is more than the protocol can tell */
-    OSTREL_FAILED = 9        /* out of memory, a system call failed, the daemon's answer makes no sense, or the
-                              * socket is served by somebody who may not be the daemon */
+    OSTREL_FAILED = 9 /* out of memory, a system call failed, the daemon's answer makes no sense, or the
+                       * socket is served by somebody who may not be the daemon */
 } ostrelStatus;
 
 /* The status as an English phrase, such as "the daemon is not running". */
@@ -69,8 +69,8 @@ OSTREL_CLIENT_API ostrelStatus ostrelSessionSetTimeout(ostrelSession* session, u
 /* Any local user can make the daemon's socket while the daemon does not run. So what serves it must be root,
  * the calling process's own user, or this one: a name or a number. Of each connection from the next on. Null
  * or "", as at first: the one that the environment variable OSTREL_DAEMON_USER names, if it does (not in a
- * process that runs with another user's rights). Of others nothing is asked: OSTREL_FAILED, and the error names
- * both users. */
+ * process that runs with another user's rights). Of others nothing is asked: OSTREL_FAILED, and the error
+ * names both users. */
 OSTREL_CLIENT_API ostrelStatus ostrelSessionSetDaemonUser(ostrelSession* session, const char* user);
 
 /* Why the last call on the session failed; "" after a success. Borrowed until the next call. */

@@ -61,11 +61,14 @@ void reportFaults(DoctorReport& report, const std::string& path, const DaemonFac
     if (!faults.fatal.empty())
         report.add({daemon.reachable ? State::warn : State::bad, "fatal error",
                     "the log tells: " + faults.fatal, adviceFor(faults.fatal)});
-    for (const auto& [service, lines] : faults.services)
+    for (const auto& [service, lines] : faults.services) {
+        std::string found = service;
+        found.append(": ").append(lines.cause).append(" (").append(std::to_string(lines.count)).append(place);
         report.warn(
-            "service", service + ": " + lines.cause + " (" + std::to_string(lines.count) + place + ")",
+            "service", found.append(")"),
             "correct what it names: the next change of one of its keys tries again; the log has more: " +
                 path);
+    }
     if (faults.own.count == 0)
         report.ok("log's errors", "none of the daemon's own" + place);
     else

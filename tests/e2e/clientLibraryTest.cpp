@@ -8,7 +8,6 @@
 
 #include <array>
 #include <csignal>
-#include <cstring>
 #include <future>
 #include <thread>
 
@@ -339,7 +338,7 @@ bool listenAs(uid_t user, std::initializer_list<std::pair<const char*, int>> pla
     for (const auto& [path, type] : places) {
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         unlink(path);
-        std::strcpy(address.sun_path, path);
+        std::string_view(path).copy(address.sun_path, sizeof address.sun_path - 1);
         sockets.push_back(socket(AF_UNIX, type, 0));
         EXPECT_EQ(bind(sockets.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     }

@@ -104,9 +104,10 @@ TEST(Programs, TellTheirVersionAndRefuseMissingFilesAlike) {
     for (const std::string program :
          {"ostrelCtl", "ostrelDbTool", "ostrelPluginBench", "ostrelPluginProbe", "ostrelExecRunner"})
         EXPECT_EQ(runTool(program + " --version"), (Outcome{0, program + " " OSTREL_VERSION "\n"}));
-    for (const char* command : {"ostrelCtl apply /none", "ostrelDbTool import /none",
-                                "ostrelPluginProbe /none.ostr", "ostrelPluginBench /none.ostr /none",
-                                "ostrelPluginBench " IMAGE "/default/ostrPlugins/identity.ostr /none"})
+    const std::string bench = "ostrelPluginBench " IMAGE "/default/ostrPlugins/identity.ostr /none";
+    for (const std::string command :
+         {"ostrelCtl apply /none", "ostrelDbTool import /none", "ostrelPluginProbe /none.ostr",
+          "ostrelPluginBench /none.ostr /none", bench.c_str()})
         EXPECT_EQ(runTool(command).status, 2) << command;
 }
 
