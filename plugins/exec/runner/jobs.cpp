@@ -182,6 +182,7 @@ void Jobs::terminate(Job& job, const std::string& reason) {
     kill(-job.process, SIGTERM);
     job.limit = Clock::now() + killDelay;
     job.isStopped = true;
+    job.hasFailed = true;
 }
 
 void Jobs::startNothingMore() {
