@@ -101,6 +101,8 @@ bool File::becomeLike(const struct stat& other) {
     return isSame || calls_->fchmod(fd_, other.st_mode & permissions) == 0;
 }
 
+bool File::setMode(mode_t mode) { return calls_->fchmod(fd_, mode) == 0; }
+
 bool File::lock() {
     return retried([&] { return calls_->flock(fd_, LOCK_EX | LOCK_NB); }) == 0;
 }

@@ -62,6 +62,7 @@ public:
     // Gets the owner, group and mode of the other file. Nothing is asked of the system that is so already:
     // not all file systems know them.
     bool becomeLike(const struct stat& other);
+    bool setMode(mode_t mode);
     // LOCK_EX, without waiting.
     bool lock();
 

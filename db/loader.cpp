@@ -84,6 +84,7 @@ void loadDefaults(const SourceText& source, Model& model, LoadReport& report) {
 }
 
 void loadChanges(const SourceText& source, Model& model, LoadReport& report) {
+    const Model::Replay replay(model);
     takeLines(source, report, [&](const LinePlace& place, const Line& line, const Result& parsed) {
         if (parsed.ok() && line.kind == Line::Kind::heading)
             return misplaced();

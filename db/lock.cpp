@@ -50,8 +50,12 @@ bool Lock::tryOnce() {
     if (!makeDirectories(calls_, directoryOf(path_)))
         return false;
     // On a read-only file system a lock file that exists can still be locked.
+    // Who can open it can lock it, and so keep every daemon out. (An older version let everybody.)
+    constexpr mode_t owners = 0600;
     const bool isOpen =
-        file_.open(path_, O_RDWR | O_CREAT | O_NONBLOCK) || file_.open(path_, O_RDONLY | O_NONBLOCK);
+        file_.open(path_, O_RDWR | O_CREAT | O_NONBLOCK, owners) || file_.open(path_, O_RDONLY | O_NONBLOCK);
+    if (isOpen && file_.status(status_) && (status_.st_mode & ~(S_IFMT | owners)) != 0)
+        file_.setMode(owners);
     if (isOpen && file_.status(status_) && file_.lock()) {
         if (isHeld())
             return true;

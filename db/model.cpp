@@ -195,11 +195,16 @@ Result Model::checkElementName(const RowKey& key) const {
 Result Model::setValue(const RowKey& key, const Value& value) {
     if (!key.member.empty())
         return setMember(key, value);
+    if (key.index != 0)
+        takeName(key.name, {});
     if (const Result result = checkElementName(key); !result.ok())
         return result;
     const Entry* found = entry(key.name);
-    if (found != nullptr && defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type)
+    if (found != nullptr && defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type) {
+        // Over all that was before, an erasure, too.
+        restoreDefault(key);
         return {"the default has another type and wins"};
+    }
     const Cell* old = cell(key.name, key.index);
     put(makeNode(key.name), key.index, Cell{value, true, old != nullptr && old->hasDefault, true, false});
     return {};

@@ -113,13 +113,26 @@ public:
     Result addDefaultInstance(const RowKey& key, const Instance& instance);
     Result addDefault(const RowKey& key, Value value);
 
-    // Changes, as committed. A refusal (only at a replay, when the defaults have changed) leaves the values
-    // as they were; primary keys count as given all the same.
+    // Changes, as committed. A refusal (only at a replay, when the defaults have changed) leaves all as if
+    // nobody had changed the key since; primary keys count as given all the same.
     Result setValue(const RowKey& key, const Value& value);
     Result erase(const RowKey& key, Origin origin);
     Result addInstance(const RowKey& key, const Instance& instance);
     Result removeInstance(const RowKey& key, Origin origin);
     Result setLastKey(std::string_view structure, uint32_t last);
+
+    // While it lives, a change whose name older changes use for another purpose takes it from them: they were
+    // not in force when it was committed. (Defaults keep theirs.) Without it such a change is refused.
+    class Replay {
+    public:
+        explicit Replay(Model& model) : model_(model) { model_.isReplaying_ = true; }
+        ~Replay() { model_.isReplaying_ = false; }
+        Replay(const Replay&) = delete;
+        Replay& operator=(const Replay&) = delete;
+
+    private:
+        Model& model_;
+    };
 
     // All changes over the defaults, in a stable order that setValue() and the others can take.
     void visitChanges(RowVisitor& visitor) const;
@@ -153,7 +166,11 @@ private:
     Result setMember(const RowKey& key, const Value& value);
     Result addDefaultMember(std::string_view name, uint32_t index, Value value);
     Result checkInstance(const RowKey& key, const Template* members) const;
-    void dropErasedVector(std::string_view name);
+    void dropVector(std::string_view name);
+    void takeName(std::string_view name, std::string_view keeper);
+    void takeFromStructure(const Structures::value_type* structure, const Elements* member);
+    void restoreMember(const RowKey& key);
+    void takeMemberNames(std::string_view structure, const Template* members);
     Structures::value_type& makeStructure(std::string_view name, uint32_t lastKey);
     void record(Structures::value_type& structure, uint32_t key);
     void setInstance(Structures::value_type& structure, uint32_t key, InstanceCell cell);
@@ -171,6 +188,7 @@ private:
     Templates templates_;
     std::vector<Node*>
         changed_;  // names that may have changed cells; a rewrite must not walk the whole database
+    bool isReplaying_ = false;
     size_t changes_ = 0;
     size_t changedBytes_ = 0;
     std::map<FactoryKey, Cell> factoryCells_;          // defaults that a change stands over

@@ -58,8 +58,8 @@ Result Model::addTemplateMember(std::string_view templateName, std::string_view 
 }
 
 // The checks came before: what the name may hold of a vector now is rows of erased defaults that this
-// firmware does not have.
-void Model::dropErasedVector(std::string_view name) {
+// firmware does not have, or what gives way to a newer change.
+void Model::dropVector(std::string_view name) {
     for (const Elements* old = elements(name); old != nullptr && old->structure == nullptr;
          old = elements(name)) {
         put(makeNode(name), old->cells.begin()->first, Cell());
@@ -67,7 +67,7 @@ void Model::dropErasedVector(std::string_view name) {
 }
 
 Structures::value_type& Model::makeStructure(std::string_view name, uint32_t lastKey) {
-    dropErasedVector(name);
+    dropVector(name);
     Structures::value_type& made = *structures_.try_emplace(std::string(name)).first;
     made.second.lastKey = std::max(made.second.lastKey, lastKey);
     return made;
@@ -135,7 +135,56 @@ Result Model::addDefaultInstance(const RowKey& key, const Instance& instance) {
 }
 
 // Over a default instance of the same key it wins wholly. Its template may be gone.
+// Takes the name from older changes that use it otherwise, for a member of the keeper (or for nobody's).
+void Model::takeName(std::string_view name, std::string_view keeper) {
+    if (!isReplaying_)
+        return;
+    const Elements* used = elements(name);
+    if (used != nullptr && used->structure == nullptr && used->defaults == 0 && !keeper.empty()) {
+        dropVector(name);
+    } else if (used != nullptr && used->structure != nullptr && used->structure->first != keeper) {
+        takeFromStructure(used->structure, used);
+    }
+    if (const auto found = structures_.find(name); found != structures_.end())
+        takeFromStructure(&*found, nullptr);
+}
+
+// The instances that have the member, or all and the structure itself, unless one of them is a default.
+void Model::takeFromStructure(const Structures::value_type* structure, const Elements* member) {
+    const auto place = structures_.find(structure->first);
+    std::vector<uint32_t> keys;
+    for (const auto& [key, cell] : place->second.instances) {
+        if (cell.hasDefault && (member == nullptr || member->cells.contains(key)))
+            return;
+        if (member == nullptr || member->cells.contains(key))
+            keys.push_back(key);
+    }
+    // Without a default there is nothing that could be refused.
+    for (const uint32_t key : keys)
+        static_cast<void>(undoInstance(*place, key));
+    if (member != nullptr)
+        return;
+    if (place->second.recordedKey != 0)
+        tally(lineSize([&](RowVisitor& line) { line.lastKey(place->first, place->second.recordedKey); }),
+              false);
+    structures_.erase(place);
+}
+
+void Model::takeMemberNames(std::string_view structure, const Template* members) {
+    if (members == nullptr)
+        return;
+    for (const auto& [member, value] : *members)
+        takeName(memberName(structure, member), structure);
+}
+
 Result Model::addInstance(const RowKey& key, const Instance& instance) {
+    if (const Elements* used = elements(key.name); isReplaying_ && used != nullptr) {
+        if (used->structure != nullptr)
+            takeFromStructure(used->structure, used);
+        else if (used->defaults == 0)
+            dropVector(key.name);
+    }
+    takeMemberNames(key.name, findTemplate(instance.templateName));
     Result result = checkStructureName(key.name);
     if (!result.ok())
         return result;
@@ -161,7 +210,7 @@ void Model::putInstance(Structures::value_type& structure, uint32_t key, const I
 
 void Model::putMember(Structures::value_type& structure, uint32_t key, std::string_view member, Cell cell) {
     const std::string name = memberName(structure.first, member);
-    dropErasedVector(name);
+    dropVector(name);
     put(makeNode(name), key, std::move(cell), &structure);
     structure.second.members.emplace(member);
 }
@@ -187,17 +236,35 @@ Result Model::addDefaultMember(std::string_view name, uint32_t index, Value valu
     return {};
 }
 
+// As if nobody had ever changed the member, of an instance that is there.
+void Model::restoreMember(const RowKey& key) {
+    const std::string name = key.wholeName();
+    if (!cell(name, key.index)->changed)
+        return;
+    Cell restored;
+    if (const auto kept = factoryCells_.extract({name, key.index}); !kept.empty()) {
+        restored = kept.mapped();
+    } else {
+        const Template& members = *findTemplate(instance(key.name, key.index)->templateName);
+        restored = Cell{members.find(key.member)->second, true, true, false, true};
+    }
+    putMember(makeStructure(key.name, key.index), key.index, key.member, std::move(restored));
+}
+
 // A member that the template no longer has stays: nobody said to remove it.
 Result Model::setMember(const RowKey& key, const Value& value) {
     if (instance(key.name, key.index) == nullptr)
         return {"there is no such instance"};
     const std::string name = memberName(key.name, key.member);
+    takeName(name, key.name);
     if (const Result result = checkMemberName(name, key.name); !result.ok())
         return result;
     const Cell* old = cell(name, key.index);
     const bool hasDefault = old != nullptr && old->hasDefault;
-    if (hasDefault && old->type != value.type)
+    if (hasDefault && old->type != value.type) {
+        restoreMember(key);
         return {"the template gives the member another type and wins"};
+    }
     putMember(makeStructure(key.name, key.index), key.index, key.member,
               Cell{value, true, hasDefault, true, false});
     return {};

@@ -117,6 +117,45 @@ TEST(Firmware, ARewriteDoesNotChangeWhatLaterFirmwareMakesOfTheFile) {
     }
 }
 
+// What a firmware did not allow stays in the file, until a rewrite. What was committed meanwhile is newer,
+// whatever the next firmware allows.
+TEST(Firmware, WhatIsNewerBeatsWhatWasNotInForce) {
+    for (const bool isRewritten : {false, true}) {
+        TestStore store;
+        store.mayCreate = true;
+        const auto text = [](const std::string& bytes) { return store::Value{bytes, ostrelTypeString}; };
+        const auto start = [&](const std::string& defaults, const std::string& templates) {
+            store.defaults = "z Dword 0\n" + defaults;
+            store.templates = templates;
+            store.open();
+        };
+        const std::string host = "[host]\nname String \"\"\n";
+        start("v[1] String \"x\"\nk String \"x\"\ne String \"x\"\n", host + "[m]\nm Dword 1\n");
+        EXPECT_TRUE(store.put("v", 2, text("a")) && store.put("q.name", 1, text("b")) && store.commit());
+        EXPECT_TRUE(store.put("k", 0, text("a")) && store.erase("e") && store.commit());
+        EXPECT_TRUE(store.put("e", 0, text("c")) && store.make("m", "s") == 1 && store.set("s.m", 6, 1) &&
+                    store.make("host", "w") == 1 && store.commit());
+        start("v[1] instance host 0\nq[1] instance host 0\nk Byte 1\ne Byte 1\nw[1] Dword 1\n",
+              host + "[m]\nm String \"\"\n");
+        EXPECT_EQ(store.values("k e s.m[1]"), "1 1 ");
+        outputOf([&] {
+            EXPECT_TRUE(store.make("host", "v") == 2 && store.put("v.name", 2, text("pc")) &&
+                        store.make("host", "q") == 2 && store.put("k", 0, {"\7", ostrelTypeByte}) &&
+                        store.put("s.m", 1, text("x")) && store.set("w", 5, 2) && store.commit());
+        });
+        if (isRewritten) {
+            store.openOn(store.padded());
+            outputOf([&] { EXPECT_TRUE(store.set("z", 1) && store.commit()); });
+            EXPECT_LT(store.live().size(), 1000U);
+        }
+        start("k String \"z\"\n", host + "[m]\nm Dword 1\n");
+        EXPECT_EQ(store.values("v.name[2] v[2] v@0 q@0 q.name[1] k s.m[1] w[2] w@0"),
+                  "pc none 2 2 none z 1 5 2")
+            << isRewritten << '\n'
+            << store.live();
+    }
+}
+
 // An older version's rows do not say whether there was a default: what is there now decides.
 TEST(Firmware, OlderRowsAreJudgedByWhatIsThere) {
     TestStore store;

@@ -164,11 +164,13 @@ TEST_F(LiveFile, WithoutTheLockAStartChangesNothingAndNoCommitSucceeds) {
 }
 
 TEST_F(LiveFile, ALockThatWasRemovedIsMadeAgainUnlessAnotherHasIt) {
+    disk.write(lockFile, "an older version's");
     open();
+    EXPECT_EQ(disk.modeOf(lockFile), 0600U) << "whoever may open it may lock it";
     EXPECT_TRUE(change(1));
     disk.write(lockFile, "");
     EXPECT_TRUE(change(2));
-    EXPECT_TRUE(disk.isFile(lockFile));
+    EXPECT_TRUE(disk.isFile(lockFile) && disk.modeOf(lockFile) == 0600);
     disk.write(lockFile, "");
     disk.isLockedElsewhere = true;
     const std::string before = live();
