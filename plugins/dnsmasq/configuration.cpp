@@ -1,6 +1,10 @@
 #include "dnsmasq/configuration.h"
 
+#include <map>
+#include <string>
+
 #include "dnsmasq/paths.h"
+#include "ostrel/plugin.hpp"
 
 namespace dnsmasq {
 namespace {
@@ -20,6 +24,10 @@ constexpr char head[] =
     "no-hosts\n"
     "user=root\n"
     "group=\n";
+
+// The time that dnsmasq takes to read the addresses of one name grows with their square: with 10,000 it is
+// silent for ten seconds after each restart.
+constexpr unsigned int mostOfOneName = 64;
 
 // A host is found by its whole name and by its own. Lowered, as dnsmasq compares names, and takes one with
 // capitals for one in need of a translation, which some do not stand.
@@ -44,8 +52,14 @@ std::string render(const Settings& settings) {
         if (!server.value.empty())
             text += "server=" + addressOf(server) + '\n';
     }
-    for (const Host& host : settings.hosts)
+    std::map<std::string, unsigned int> addresses;
+    for (const Host& host : settings.hosts) {
+        if (++addresses[names::lowered(host.name.value)] > mostOfOneName)
+            throw ostrel::plugin::BadValue(
+                host.name.key, host.name.index,
+                "more than " + std::to_string(mostOfOneName) + " hosts have this name");
         text += hostRecord(host, domain);
+    }
     return text;
 }
 

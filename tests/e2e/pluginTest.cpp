@@ -162,6 +162,35 @@ TEST_F(Plugins, ReducedModeLoadsTheEssentialOnes) {
     EXPECT_EQ(daemon.calls(), "b init 5,");
 }
 
+// Any user may make them, and dnsmasq would be silent for long.
+TEST_F(Plugins, DnsmasqIsGivenNoMoreHostsOfOneNameThanItCanServe) {
+    daemon.factory("lan.domain String \"lan\"\n", "[host]\nname String \"\"\naddress IP \"\"\n");
+    daemon.plugin("dnsmasq", "", IMAGE "/default/ostrPlugins/dnsmasq");
+    start();
+    const std::uint32_t dns = 0x736e64;  // "dns"
+    for (const std::uint32_t count : {64U, 65U}) {
+        std::vector<Entry> hosts(count == 64 ? 64 : 1, {.name = "host", .owner = dns, .tpltName = "host"});
+        client->send(list(29));
+        ASSERT_TRUE(client->ask(list(40, hosts)));
+        std::vector<Entry> values;
+        for (std::uint32_t key = count - static_cast<std::uint32_t>(hosts.size()) + 1; key <= count; ++key) {
+            values.push_back({"host.name", text("Many"), ostrelTypeString, key});
+            values.push_back({"host.address", text("10.0.0." + std::to_string(key)), ostrelTypeIP, key});
+        }
+        client->send(
+            list(6, {values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2)}));
+        client->send(
+            list(6, {values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end()}));
+        client->send(list(30));
+        ASSERT_TRUE(client->ask(list(20)));
+        EXPECT_EQ(contains(daemon.log(), "error: host.name[65]: more than 64 hosts have this name\n"),
+                  count == 65);
+    }
+    EXPECT_FALSE(contains(readFile("/vemra/var/dnsmasq.conf"), "10.0.0.65"));
+    EXPECT_TRUE(contains(readFile("/vemra/var/dnsmasq.conf"), "10.0.0.64"));
+    std::system("kill -KILL $(cat /run/ostrel-dnsmasq.pid)");
+}
+
 TEST_F(Plugins, PlainCPluginReadsAndWrites) {
     daemon.plugin("c", "", "plainC");
     start();
