@@ -54,7 +54,7 @@ std::string frame(const std::string& payload) {
 }
 
 Client::Client(int type) : link_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | type, 0)) {
-    timeval timeout{20, 0};
+    timeval timeout{40, 0};  // several stallers in a row take 25 s
     setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     sockaddr_un address{AF_UNIX, "/tmp/ostrel.sock"};
     // Without a daemon all that follows fails.
