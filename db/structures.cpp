@@ -75,14 +75,15 @@ Structures::value_type& Model::makeStructure(std::string_view name, uint32_t las
 
 // The live file answers for a key once it has said so: the next rewrite must say so, too.
 void Model::record(Structures::value_type& structure, uint32_t key) {
-    auto& [name, content] = structure;
+    Structure& content = structure.second;
     if (key <= content.recordedKey)
         return;
     for (const bool added : {false, true}) {
         if (added)
             content.recordedKey = key;
         if (content.recordedKey != 0)
-            tally(lineSize([&](RowVisitor& line) { line.lastKey(name, content.recordedKey); }), added);
+            tally(lineSize([&](RowVisitor& line) { line.lastKey(structure.first, content.recordedKey); }),
+                  added);
     }
 }
 
