@@ -67,7 +67,7 @@ std::optional<std::string> followLinks(const FileCalls& calls, const std::string
         }
         if (target->starts_with('/'))
             place = root.empty() ? "/" : root;
-        rest = *target + '/' + rest;
+        rest.insert(0, 1, '/').insert(0, *target);
     }
     return place;
 }

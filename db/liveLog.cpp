@@ -39,9 +39,10 @@ std::optional<uint64_t> LiveLog::freeBytes() const {
 
 bool LiveLog::follow() {
     std::optional<std::string> target = followLinks(calls_, path_, root_);
-    if (target)
-        target_ = *std::move(target);
-    return target.has_value();
+    if (!target)
+        return false;
+    target_ = *std::move(target);
+    return true;
 }
 
 // Always false.
