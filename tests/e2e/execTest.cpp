@@ -24,9 +24,10 @@ protected:
         daemon.plugin("exec", "", IMAGE "/default/ostrPlugins/exec");
         for (const char* left : {"copied", "leaders", "alive", "services", "children"})
             fs::remove(std::string("/tmp/") + left);
-        program("/tmp/copy",
-                "ulimit -S -n >/tmp/limit\necho $OSTREL_RULE $(/vemra/bin/ostrelCtl get a text) >>/tmp/copied\n"
-                "while [ -e /tmp/hold ]; do sleep 0.01; done\nexit 3\n");
+        program(
+            "/tmp/copy",
+            "ulimit -S -n >/tmp/limit\necho $OSTREL_RULE $(/vemra/bin/ostrelCtl get a text) >>/tmp/copied\n"
+            "while [ -e /tmp/hold ]; do sleep 0.01; done\nexit 3\n");
     }
     // What a test leaves running would hold up the next one's commands.
     ~Exec() override {

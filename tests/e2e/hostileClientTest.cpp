@@ -183,8 +183,8 @@ TEST_F(HostileClients, TwoThousandComeAtOnceAndGo) {
             ASSERT_TRUE(eventually([&] { return good.committed() > 10; }));
             const auto [before, memory, peak] = daemon.usage();
             std::deque<Client> crowd;
-            // The good one is there already, and is one of the 256 - 64 that there is room for; the one that saw the
-            // start may have been, too.
+            // The good one is there already, and is one of the 256 - 64 that there is room for; the one that
+            // saw the start may have been, too.
             const std::size_t expected = before + (round == 0 ? 2000 : 256 - 64 - 2);
             while (daemon.usage().descriptors < expected && crowd.size() < 15000)
                 for (int i = 0; i < 20; ++i)
