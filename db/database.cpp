@@ -8,10 +8,10 @@
 #include <cstring>
 #include <new>
 
-#include "db/grammar.h"
 #include "db/loader.h"
 #include "db/log.h"
-#include "db/text.h"
+#include "text/grammar.h"
+#include "text/text.h"
 
 namespace store {
 namespace {

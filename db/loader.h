@@ -1,8 +1,8 @@
 // Fills the model from the text of the three files. A bad line is reported and skipped.
 #pragma once
 
-#include "db/lines.h"
 #include "db/model.h"
+#include "text/lines.h"
 
 namespace store {
 

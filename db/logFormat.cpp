@@ -5,8 +5,8 @@
 #include <charconv>
 #include <optional>
 
-#include "db/grammar.h"
-#include "db/text.h"
+#include "text/grammar.h"
+#include "text/text.h"
 
 namespace store {
 namespace {

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "db/values.h"
+#include "text/values.h"
 
 namespace store {
 

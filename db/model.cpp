@@ -1,6 +1,6 @@
 #include "db/model.h"
 
-#include "db/grammar.h"
+#include "text/grammar.h"
 
 namespace store {
 namespace {

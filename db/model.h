@@ -16,8 +16,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "db/rows.h"
-#include "db/values.h"
+#include "text/rows.h"
+#include "text/values.h"
 
 namespace store {
 

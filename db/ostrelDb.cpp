@@ -1,6 +1,7 @@
 #include "db/ostrelDb.h"
 
 #include "db/database.h"
+#include "text/fixedPaths.h"
 
 // Hidden, like all behind the class: the nested name alone would be exported with it.
 class __attribute__((visibility("hidden"))) ostrelDb::Store final : public store::Database {
@@ -8,9 +9,8 @@ class __attribute__((visibility("hidden"))) ostrelDb::Store final : public store
 };
 
 ostrelDb::ostrelDb(ostrelDbCfg* cfg)
-    : store_(std::make_unique<Store>(cfg, store::Paths{.defaults = store::fixedDefaults,
-                                                       .live = store::fixedLive,
-                                                       .templates = store::fixedTemplates})) {}
+    : store_(std::make_unique<Store>(
+          cfg, store::Paths{.defaults = defaultsPath, .live = livePath, .templates = templatesPath})) {}
 
 ostrelDb::~ostrelDb() = default;
 

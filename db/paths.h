@@ -12,8 +12,4 @@ struct Paths {
     std::string root = {};  // links are followed inside this folder; empty: as the system does
 };
 
-constexpr char fixedDefaults[] = "/vemra/default/ostrDbDflt.txt";
-constexpr char fixedLive[] = "/vemra/var/ostrdb.txt";
-constexpr char fixedTemplates[] = "/vemra/default/ostrDbTmplt.txt";
-
 }  // namespace store

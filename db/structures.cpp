@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "db/grammar.h"
+#include "text/grammar.h"
 
 namespace store {
 

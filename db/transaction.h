@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "db/model.h"
-#include "db/rows.h"
-#include "db/values.h"
+#include "text/rows.h"
+#include "text/values.h"
 
 namespace store {
 

@@ -4,7 +4,7 @@
 
 #include "client/failure.h"
 #include "client/request.h"
-#include "db/values.h"
+#include "text/values.h"
 
 namespace client {
 namespace {

@@ -11,14 +11,14 @@
 #include <cerrno>
 #include <cstring>
 
-#include "client/daemonUser.h"
 #include "client/failure.h"
 #include "common/messageCodes.h"
+#include "process/daemonUser.h"
+#include "text/fixedPaths.h"
 
 namespace client {
 namespace {
 
-constexpr char socketPath[] = "/tmp/ostrel.sock";
 constexpr std::uint32_t counterEnd = 0xFF00;
 constexpr std::size_t frameHead = 8;
 constexpr std::size_t codeSize = 4;
@@ -101,7 +101,8 @@ void Connection::connectSocket(const Deadline& deadline) {
 }
 
 void Connection::identify(const std::string& daemonUser) {
-    if (std::optional<std::string> reason = distrustPeer(fd_, socketPath, namedUser(daemonUser)))
+    if (std::optional<std::string> reason =
+            process::distrustPeer(fd_, socketPath, process::namedUser(daemonUser)))
         throw Failure(OSTREL_FAILED, *reason);
     ucred peer{};
     socklen_t size = sizeof peer;

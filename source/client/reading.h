@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "client/connection.h"
-#include "db/values.h"
+#include "text/values.h"
 
 namespace client {
 

@@ -6,7 +6,7 @@
 
 #include <cstddef>
 
-constexpr char socketPath[] = "/tmp/ostrel.sock";
+#include "text/fixedPaths.h"
 
 // The address ends with the path's last character: no NUL is counted.
 constexpr socklen_t addressLength = offsetof(sockaddr_un, sun_path) + sizeof socketPath - 1;

@@ -192,7 +192,9 @@ void addDaemonCommands(CLI::App& app, Arguments& words) {
                                    [](Context& context, const Arguments& given) {
                                        return runDoctor(context.session, {given.json, given.logPath});
                                    });
-    command->add_option("--log", words.logPath, "the daemon's log; /var/log/ostrel.log by default")
+    command
+        ->add_option("--log", words.logPath,
+                     std::string("the daemon's log; ") + defaultLogPath + " by default")
         ->type_name("FILE")
         ->transform(unguarded, "");
 }

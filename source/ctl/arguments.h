@@ -8,6 +8,7 @@
 
 #include "ctl/commands.h"
 #include "ctl/failure.h"
+#include "text/fixedPaths.h"
 
 struct Arguments {
     double timeout = 30;  // seconds
@@ -22,7 +23,7 @@ struct Arguments {
     std::string path{};
     std::vector<std::string> owners{};
     std::size_t count = 0;
-    std::string logPath = "/var/log/ostrel.log";
+    std::string logPath = defaultLogPath;
     // The chosen command.
     std::function<Status(Context&, const Arguments&)> run{};
 };

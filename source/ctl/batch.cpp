@@ -6,8 +6,8 @@
 #include "ctl/labels.h"
 #include "ctl/lines.h"
 #include "ctl/words.h"
-#include "db/grammar.h"
-#include "db/text.h"
+#include "text/grammar.h"
+#include "text/text.h"
 
 namespace {
 

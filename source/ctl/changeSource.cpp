@@ -11,9 +11,9 @@
 #include <system_error>
 #include <utility>
 
-#include "client/daemonUser.h"
 #include "ctl/failure.h"
 #include "ostrel/watch.h"
+#include "process/daemonUser.h"
 
 ChangeSource::ChangeSource() : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};
@@ -21,7 +21,7 @@ ChangeSource::ChangeSource() : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOC
     std::memcpy(address.sun_path, OSTREL_WATCH_SOCKET, sizeof OSTREL_WATCH_SOCKET);
     if (fd_ >= 0 && connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
         std::optional<std::string> reason =
-            client::distrustPeer(fd_, OSTREL_WATCH_SOCKET, client::namedUser());
+            process::distrustPeer(fd_, OSTREL_WATCH_SOCKET, process::namedUser());
         if (!reason)
             return;
         close(fd_);

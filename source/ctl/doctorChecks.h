@@ -10,8 +10,6 @@
 #include "ctl/doctorReport.h"
 #include "ostrel/client.hpp"
 
-constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
-
 struct DaemonFacts {
     bool reachable = false;  // it listens, though it may not answer
     pid_t process = 0;       // 0: not known

@@ -10,9 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "client/daemonUser.h"
 #include "ctl/doctorChecks.h"
 #include "ctl/serverProcess.h"
+#include "process/daemonUser.h"
+#include "text/fixedPaths.h"
 
 namespace {
 
@@ -42,7 +43,7 @@ void checkProcess(DoctorReport& report, const Peer& peer, pid_t process) {
     if (!path.empty() && std::filesystem::path(path).filename() != serverName)
         report.bad("process", found + ", serves the socket in place of " + serverName,
                    "find out who started it; end it, then start ostrelServer");
-    else if (peer.user && client::distrust(*peer.user, client::namedUser()))
+    else if (peer.user && process::distrust(*peer.user, process::namedUser()))
         report.bad("process", found + ", who is neither root nor who asks",
                    "find out who started it; if that user is to run the daemon, OSTREL_DAEMON_USER=" +
                        std::to_string(*peer.user) + " says so");

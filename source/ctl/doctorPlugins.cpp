@@ -5,8 +5,9 @@
 #include <utility>
 #include <vector>
 
-#include "ctl/childProcess.h"
 #include "ctl/doctorChecks.h"
+#include "process/childProcess.h"
+#include "text/fixedPaths.h"
 
 namespace fs = std::filesystem;
 

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "db/text.h"
+#include "text/text.h"
 
 namespace {
 

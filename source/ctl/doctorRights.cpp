@@ -5,8 +5,8 @@
 
 #include "ctl/doctorChecks.h"
 #include "ctl/rights.h"
-#include "db/paths.h"
 #include "exec/rules.h"
+#include "text/fixedPaths.h"
 
 namespace fs = std::filesystem;
 
@@ -16,7 +16,7 @@ constexpr char execRules[] = "/vemra/default/exec.conf";
 
 // What the daemon, or a runner of its own, takes for its maker's.
 std::vector<fs::path> trustedFiles() {
-    std::vector<fs::path> files = {pluginFolder, store::fixedDefaults, store::fixedTemplates, execRules};
+    std::vector<fs::path> files = {pluginFolder, defaultsPath, templatesPath, execRules};
     std::error_code error;
     for (fs::directory_iterator entry(pluginFolder, error), end; !error && entry != end;
          entry.increment(error)) {

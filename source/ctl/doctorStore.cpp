@@ -8,9 +8,9 @@
 #include <sstream>
 #include <vector>
 
-#include "ctl/childProcess.h"
 #include "ctl/doctorChecks.h"
-#include "db/paths.h"
+#include "process/childProcess.h"
+#include "text/fixedPaths.h"
 
 namespace fs = std::filesystem;
 
@@ -55,7 +55,7 @@ std::vector<fs::path> filesBeside(const fs::path& file, const std::string& suffi
 }
 
 void checkLiveFile(DoctorReport& report) {
-    const fs::path live = store::fixedLive;
+    const fs::path live = livePath;
     std::error_code error;
     std::uintmax_t size = fs::file_size(live, error);
     if (!error)
@@ -80,7 +80,7 @@ void checkLiveFile(DoctorReport& report) {
 State stateOf(const std::string& line) {
     if (line.starts_with("note: "))
         return State::ok;
-    return line.starts_with(store::fixedLive) ? State::bad : State::warn;
+    return line.starts_with(livePath) ? State::bad : State::warn;
 }
 
 const char* adviceFor(State state) {
@@ -162,16 +162,16 @@ void checkFileSystem(DoctorReport& report, fs::path folder, std::uintmax_t neede
 }  // namespace
 
 void checkDatabase(DoctorReport& report, const fs::path& programs) {
-    checkFactoryFile(report, store::fixedDefaults);
-    checkFactoryFile(report, store::fixedTemplates);
+    checkFactoryFile(report, defaultsPath);
+    checkFactoryFile(report, templatesPath);
     checkLiveFile(report);
     runCheck(report, programs);
 }
 
 void checkSpace(DoctorReport& report, const std::string& logPath) {
     std::error_code error;
-    std::uintmax_t live = fs::file_size(store::fixedLive, error);
-    checkFileSystem(report, fs::path(store::fixedLive).parent_path(), leastSpace + (error ? 0 : live),
+    std::uintmax_t live = fs::file_size(livePath, error);
+    checkFileSystem(report, fs::path(livePath).parent_path(), leastSpace + (error ? 0 : live),
                     "commits fail");
     checkFileSystem(report, fs::weakly_canonical(logPath).parent_path(), leastSpace, "the log stops");
 }

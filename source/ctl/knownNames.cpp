@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <string_view>
 
-#include "ctl/childProcess.h"
 #include "ctl/failure.h"
 #include "ctl/lines.h"
+#include "process/childProcess.h"
 
 void requireKnown(const std::string& name) {
     constexpr std::chrono::seconds limit{10};

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "db/grammar.h"
-#include "db/text.h"
+#include "text/grammar.h"
+#include "text/text.h"
 
 namespace {
 

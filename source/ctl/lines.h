@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "ctl/shownKey.h"
-#include "db/values.h"
 #include "ostrel/client.hpp"
+#include "text/values.h"
 
 std::string keyText(std::string_view name, std::uint32_t index);
 // NAME[$LABEL], or STRUCT[$LABEL].MEMBER: structure is its name's size, 0 that there is no member.

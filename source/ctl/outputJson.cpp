@@ -5,7 +5,7 @@
 
 #include "ctl/output.h"
 #include "ctl/words.h"
-#include "db/text.h"
+#include "text/text.h"
 
 namespace {
 

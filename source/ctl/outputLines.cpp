@@ -2,7 +2,7 @@
 
 #include "ctl/lines.h"
 #include "ctl/output.h"
-#include "db/text.h"
+#include "text/text.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "db/paths.h"
+#include "text/fixedPaths.h"
 
 Peer peerOfSocket() {
     // Nothing is sent and nothing waited for, so this also works while the daemon is busy; not, however, when
@@ -37,7 +37,7 @@ Peer peerOfSocket() {
 // a daemon that starts just then.
 pid_t holderOfDatabase() {
     struct stat info {};
-    if (stat((std::string(store::fixedLive) + ".lock").c_str(), &info) != 0)
+    if (stat((std::string(livePath) + ".lock").c_str(), &info) != 0)
         return 0;
     const std::string inode = ":" + std::to_string(info.st_ino);
     std::ifstream locks("/proc/locks");

@@ -6,8 +6,6 @@
 #include <optional>
 #include <string>
 
-constexpr char socketPath[] = "/tmp/ostrel.sock";
-
 struct Peer {
     pid_t process = 0;  // 0: not known
     std::optional<uid_t> user{};

@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "ctl/shownKey.h"
-#include "db/values.h"
 #include "ostrel/client.hpp"
+#include "text/values.h"
 
 // Every character counts for itself, but a number in brackets at the end, or in front of ".MEMBER", is the
 // index.

@@ -4,8 +4,8 @@
 #include <functional>
 #include <string>
 
-#include "db/grammar.h"
 #include "db/model.h"
+#include "text/grammar.h"
 
 // line: without its line break.
 using UseChange = std::function<void(store::Line::Kind, const store::RowKey&, std::string line)>;

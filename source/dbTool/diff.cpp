@@ -1,9 +1,9 @@
 // What the live file says against the defaults.
 #include <iostream>
 
-#include "db/grammar.h"
 #include "dbTool/commands.h"
 #include "dbTool/origins.h"
+#include "text/grammar.h"
 
 namespace {
 

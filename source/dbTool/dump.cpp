@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <iostream>
 
-#include "db/grammar.h"
 #include "dbTool/commands.h"
 #include "dbTool/origins.h"
+#include "text/grammar.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "db/loader.h"
-#include "db/text.h"
+#include "text/text.h"
 
 struct Fault {
     std::string path;

@@ -2,8 +2,8 @@
 // checked.
 #pragma once
 
-#include "db/grammar.h"
 #include "db/model.h"
+#include "text/grammar.h"
 
 // Refused: the line is no change, or the daemon would refuse it. What the model itself checks is not checked
 // here. model: with all lines before this one.

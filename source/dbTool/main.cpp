@@ -10,6 +10,7 @@
 
 #include "db/links.h"
 #include "dbTool/commands.h"
+#include "text/fixedPaths.h"
 
 namespace {
 
@@ -42,12 +43,12 @@ store::Paths pathsOf(const Arguments& words) {
     const auto choose = [&](const std::string& given, const char* fixed) {
         return !given.empty() ? given : words.root.empty() ? std::string(fixed) : inside(words.root, fixed);
     };
-    store::Paths paths{.defaults = choose(words.paths.defaults, store::fixedDefaults),
+    store::Paths paths{.defaults = choose(words.paths.defaults, defaultsPath),
                        .live = words.paths.live,
-                       .templates = choose(words.paths.templates, store::fixedTemplates)};
+                       .templates = choose(words.paths.templates, templatesPath)};
     if (paths.live.empty()) {
         // The live file itself may be a link, beside which the lock is; only its folder must be in the image.
-        const std::filesystem::path live(store::fixedLive);
+        const std::filesystem::path live(livePath);
         paths.live = choose("", live.parent_path().c_str()) + '/' + live.filename().string();
         paths.root = words.root;
     }
@@ -64,11 +65,11 @@ CLI::App* addCommand(CLI::App& app, Arguments& words, const char* name, const ch
 void addFiles(CLI::App& app, Arguments& words) {
     app.add_option("--root", words.root, "folder in front of the three fixed paths, such as an image's")
         ->check(CLI::ExistingDirectory);
-    app.add_option("--defaults", words.paths.defaults, std::string("instead of ") + store::fixedDefaults)
+    app.add_option("--defaults", words.paths.defaults, std::string("instead of ") + defaultsPath)
         ->check(CLI::ExistingFile);
-    app.add_option("--templates", words.paths.templates, std::string("instead of ") + store::fixedTemplates)
+    app.add_option("--templates", words.paths.templates, std::string("instead of ") + templatesPath)
         ->check(CLI::ExistingFile);
-    app.add_option("--live", words.paths.live, std::string("instead of ") + store::fixedLive);
+    app.add_option("--live", words.paths.live, std::string("instead of ") + livePath);
 }
 
 void addReads(CLI::App& app, Arguments& words) {

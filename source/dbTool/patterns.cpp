@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "db/text.h"
 #include "dbTool/failure.h"
+#include "text/text.h"
 
 bool Patterns::matchName(std::string_view name) const {
     return std::ranges::any_of(patterns_, [name](std::string_view pattern) {

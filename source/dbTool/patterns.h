@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "db/model.h"
-#include "db/rows.h"
+#include "text/rows.h"
 
 class Patterns {
 public:

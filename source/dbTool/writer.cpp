@@ -4,8 +4,8 @@
 #include <cstring>
 #include <iostream>
 
-#include "db/grammar.h"
 #include "dbTool/failure.h"
+#include "text/grammar.h"
 
 namespace {
 

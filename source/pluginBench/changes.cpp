@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "common/ostrelUtils.h"
-#include "db/grammar.h"
-#include "db/text.h"
 #include "server/changeMessages.h"
+#include "text/grammar.h"
+#include "text/text.h"
 
 namespace pluginBench {
 namespace {

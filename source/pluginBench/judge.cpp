@@ -12,10 +12,10 @@
 #include <iterator>
 #include <optional>
 
-#include "ctl/childProcess.h"
-#include "db/grammar.h"
 #include "pluginBench/clients.h"
+#include "process/childProcess.h"
 #include "server/globals.h"
+#include "text/grammar.h"
 
 namespace pluginBench {
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "pluginBench/descriptor.h"
+#include "process/descriptor.h"
 
 namespace pluginBench {
 
@@ -42,7 +42,7 @@ public:
     std::string lastError(std::size_t begin) const;
 
 private:
-    Descriptor file_;
+    process::Descriptor file_;
 };
 
 }  // namespace pluginBench

@@ -13,10 +13,10 @@
 #include "common/ostrelUtils.h"
 #include "pluginBench/changes.h"
 #include "pluginBench/clients.h"
-#include "pluginBench/descriptor.h"
 #include "pluginBench/entries.h"
 #include "pluginBench/judge.h"
 #include "pluginBench/room.h"
+#include "process/descriptor.h"
 #include "server/changeMessages.h"
 #include "server/globals.h"
 #include "server/pluginRecord.h"
@@ -195,7 +195,7 @@ void play(const Scenario& scenario, std::size_t first, const std::string& plugin
           const Log& log) {
     // As in the server.
     std::signal(SIGPIPE, SIG_IGN);
-    if (Descriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC)); null.get() >= 0)
+    if (process::Descriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC)); null.get() >= 0)
         dup2(null.get(), STDIN_FILENO);
     constexpr int errorsAndNotices = 3;
     ostrelSetPrintLevel(errorsAndNotices);

@@ -19,8 +19,8 @@
 #include <initializer_list>
 #include <system_error>
 
-#include "db/paths.h"
-#include "pluginBench/descriptor.h"
+#include "process/descriptor.h"
+#include "text/fixedPaths.h"
 
 namespace pluginBench {
 namespace {
@@ -206,7 +206,7 @@ void changeRoot() {
 }
 
 void startLoopback() {
-    Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    process::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::memcpy(request.ifr_name, "lo", sizeof "lo");
     request.ifr_flags = IFF_UP | IFF_RUNNING;
@@ -258,8 +258,8 @@ std::string Room::enter(const Scenario& scenario, const std::string& plugin) con
     fs::copy_file(plugin, root / place, fs::copy_options::overwrite_existing);
     changeRoot();
     startLoopback();
-    writeRoomFile(store::fixedDefaults, joined(scenario.defaults));
-    writeRoomFile(store::fixedTemplates, joined(scenario.templates));
+    writeRoomFile(defaultsPath, joined(scenario.defaults));
+    writeRoomFile(templatesPath, joined(scenario.templates));
     giveUpMachine();
     return '/' + place.string();
 }

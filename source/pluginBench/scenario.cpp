@@ -8,9 +8,9 @@
 #include <iterator>
 #include <utility>
 
-#include "db/grammar.h"
 #include "pluginBench/changes.h"
 #include "pluginBench/statements.h"
+#include "text/grammar.h"
 
 namespace pluginBench {
 namespace {

@@ -243,8 +243,8 @@ int watch(const Scenario& scenario, const std::string& plugin, bool verbose) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "pipe");
-    Descriptor reading(ends[0]);
-    Descriptor writing(ends[1]);
+    process::Descriptor reading(ends[0]);
+    process::Descriptor writing(ends[1]);
     const Room room;
     std::fflush(stdout);
     pid_t first = room.fork();

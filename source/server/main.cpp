@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 
@@ -16,13 +17,15 @@
 #include "server/serverModule.h"
 #include "server/signals.h"
 #include "server/storedOperations.h"
+#include "text/fixedPaths.h"
 
 namespace {
 
 constexpr int defaultMask = 3;
 constexpr int verboseMask = 7;
 
-char defaultLogFile[] = "/var/log/ostrel.log";
+// Not constant: the variable that plug-ins see as the log's name is not, either.
+std::array defaultLogFile = std::to_array(defaultLogPath);
 
 struct Options {
     int help = 0;
@@ -36,7 +39,7 @@ struct Options {
 bool parseOptions(int argc, char** argv, Options& options) {
     TParser_Arg table[] = {
         {"-h", "--help", "this help message", "", &options.help, CLIARG_FLAG, 0, 0},
-        {"-l", "--log", "log file", defaultLogFile, &logFileName, CLIARG_STRING, 0, 0},
+        {"-l", "--log", "log file", defaultLogPath, &logFileName, CLIARG_STRING, 0, 0},
         {"-d", "--debug", "run in debug mode", "", &options.debug, CLIARG_FLAG, 0, 0},
         {"-v", "--verbose", "verbose", "", &options.verbose, CLIARG_FLAG, 0, 0},
         {"-r", "--reduced", "reduced mode, only start essential plugins", "", &options.reduced, CLIARG_FLAG,
@@ -72,7 +75,7 @@ void Daemonize() {
     if (null > STDERR_FILENO)
         close(null);
     if (logFileName == nullptr)
-        logFileName = defaultLogFile;
+        logFileName = defaultLogFile.data();
     OpenLog(logFileName);
 }
 
@@ -93,9 +96,9 @@ void openLog(const Options& options) {
 void logStart() {
     constexpr char function[] = "main";
     OSTREL_LOG_AS(function, logLevel::notice, "** Ostrel v0.1 starting...**");
-    OSTREL_LOG_AS(function, logLevel::notice, "default db:  /vemra/default/ostrDbDflt.txt");
-    OSTREL_LOG_AS(function, logLevel::notice, "db:          /vemra/var/ostrdb.txt");
-    OSTREL_LOG_AS(function, logLevel::notice, "db tmplt:    /vemra/default/ostrDbTmplt.txt");
+    OSTREL_LOG_AS(function, logLevel::notice, "default db:  %s", defaultsPath);
+    OSTREL_LOG_AS(function, logLevel::notice, "db:          %s", livePath);
+    OSTREL_LOG_AS(function, logLevel::notice, "db tmplt:    %s", templatesPath);
 }
 
 void openDatabase(const Options& options) {

@@ -16,10 +16,10 @@
 #include "server/pluginRecord.h"
 #include "server/plugins.h"
 #include "server/pluginsModule.h"
+#include "text/fixedPaths.h"
 
 namespace {
 
-constexpr char pluginDirectory[] = "/vemra/default/ostrPlugins";
 constexpr std::string_view pluginSuffix = ".ostr";
 
 struct LibraryCloser {
@@ -85,15 +85,15 @@ void shareAnswers(const OstrelClientPlugin& asked) {
 
 void loadDirectory(int reduced) {
     constexpr char function[] = "loadPlugins";
-    Directory directory(opendir(pluginDirectory));
-    OSTREL_LOG_AS(function, logLevel::debug, "Plugins dir: %s", pluginDirectory);
+    Directory directory(opendir(pluginFolder));
+    OSTREL_LOG_AS(function, logLevel::debug, "Plugins dir: %s", pluginFolder);
     if (!directory)
         Die("Cannot open plugin dir");
     while (const dirent* entry = readdir(directory.get())) {
         if (!isPluginName(entry->d_name))
             continue;
         std::array<char, 1024> path{};
-        std::snprintf(path.data(), path.size(), "%s/%s", pluginDirectory, entry->d_name);
+        std::snprintf(path.data(), path.size(), "%s/%s", pluginFolder, entry->d_name);
         loadOnePlugin(path.data(), reduced);
     }
 }

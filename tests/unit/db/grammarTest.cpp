@@ -1,5 +1,5 @@
 // Lines as text: what is written is read back, and what is not a line is refused.
-#include "db/grammar.h"
+#include "text/grammar.h"
 
 #include <gtest/gtest.h>
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "db/values.h"
 #include "referenceModel.h"
+#include "text/values.h"
 
 namespace universe {
 

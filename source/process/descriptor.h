@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace pluginBench {
+namespace process {
 
 class Descriptor {
 public:
@@ -24,4 +24,4 @@ private:
     int fd_;
 };
 
-}  // namespace pluginBench
+}  // namespace process

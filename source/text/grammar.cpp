@@ -1,9 +1,9 @@
-#include "db/grammar.h"
+#include "text/grammar.h"
 
 #include <algorithm>
 #include <array>
 
-#include "db/text.h"
+#include "text/text.h"
 
 namespace store {
 namespace {

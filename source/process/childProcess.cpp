@@ -1,4 +1,4 @@
-#include "ctl/childProcess.h"
+#include "process/childProcess.h"
 
 #include <fcntl.h>
 #include <poll.h>

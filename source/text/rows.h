@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "db/values.h"
+#include "text/values.h"
 
 namespace store {
 

@@ -1,4 +1,4 @@
-#include "db/text.h"
+#include "text/text.h"
 
 #include <array>
 #include <charconv>

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "db/rows.h"
-#include "db/values.h"
+#include "text/rows.h"
+#include "text/values.h"
 
 namespace store {
 

@@ -1,4 +1,4 @@
-#include "client/daemonUser.h"
+#include "process/daemonUser.h"
 
 #include <pwd.h>
 #include <sys/socket.h>
@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace client {
+namespace process {
 namespace {
 
 constexpr char setting[] = "OSTREL_DAEMON_USER";
@@ -73,4 +73,4 @@ std::optional<std::string> distrustPeer(int fd, const std::string& path, const s
     return reason ? path + ' ' + *reason : reason;
 }
 
-}  // namespace client
+}  // namespace process

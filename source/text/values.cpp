@@ -1,4 +1,4 @@
-#include "db/values.h"
+#include "text/values.h"
 
 #include <arpa/inet.h>
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace client {
+namespace process {
 
 // Besides root and the caller: the user that the program names, else OSTREL_DAEMON_USER, unless that is empty
 // or the process runs with another user's rights. A name or a number.
@@ -18,4 +18,4 @@ std::optional<std::string> distrust(uid_t server, const std::string& name);
 // The same of who listens at the other end of a connected socket, with the socket's path in front.
 std::optional<std::string> distrustPeer(int fd, const std::string& path, const std::string& name);
 
-}  // namespace client
+}  // namespace process
