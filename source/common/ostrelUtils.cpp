@@ -17,6 +17,8 @@
 #include <memory>
 #include <string>
 
+#include "common/logLock.h"
+
 constexpr char logModule[] = "ostrelUtils";
 
 int printMask = 7;
@@ -88,15 +90,6 @@ void printPrefix(int level, const char* file, int line, const char* function) {
     std::printf("%s  ", prefix.text());
 }
 
-// Holds the stream's own lock, so that a line of one thread is not cut by a line of the other.
-class StdoutLock {
-public:
-    StdoutLock() { flockfile(stdout); }
-    ~StdoutLock() { funlockfile(stdout); }
-    StdoutLock(const StdoutLock&) = delete;
-    StdoutLock& operator=(const StdoutLock&) = delete;
-};
-
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
@@ -125,7 +118,7 @@ const char* printable(const char* text) { return text != nullptr ? text : "(null
 void ostrelPrintLine(int level, const char* file, int line, const char* function, const char* format, ...) {
     if ((level & printMask) == 0)
         return;
-    StdoutLock lock;
+    const LogLock lock;
     if (showPrefix != 0)
         printPrefix(level, file, line, function);
     if (level == logLevel::error)
