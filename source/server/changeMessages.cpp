@@ -42,22 +42,22 @@ private:
 // Of the one sequence that is open.
 SequenceSize sequenceSize;
 
-bool admitted(const char* function, bool isTaken) {
+bool admitted(LogPlace place, bool isTaken) {
     if (!isTaken)
-        OSTREL_LOG_AS(function, logLevel::error,
-                      "[OstrelServer] The write sequence takes more than %zu bytes", SequenceSize::limit);
+        OSTREL_LOG_AT(place, logLevel::error, "[OstrelServer] The write sequence takes more than %zu bytes",
+                      SequenceSize::limit);
     return isTaken;
 }
 
 // What tells one change message from the others.
 struct Change {
-    const char* function;      // the handler's name in the log
+    LogPlace place;            // the handler's
     const char* decodeFailed;  // its line
     const char* dumpTag;       // null: the values are not dumped
     bool (*count)(const OstrelValue& value);
     // One database call.
     bool (*apply)(long handle, OstrelValue& value);
-    void (*logRefused)(const char* function, const OstrelValue& value);
+    void (*logRefused)(LogPlace place, const OstrelValue& value);
     // What the changed entry carries beside the name.
     void (*note)(OstrelValue& changed, const OstrelValue& value);
 };
@@ -96,27 +96,27 @@ bool removeOwner(long handle, OstrelValue& value) {
     return database->removeInstances(handle, value.name, value.owner) != refused;
 }
 
-void logRefusedWrite(const char* function, const OstrelValue& value) {
+void logRefusedWrite(LogPlace place, const OstrelValue& value) {
     if (value.pKey != 0)
-        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataReWrite failed for <%s>!",
+        OSTREL_LOG_AT(place, logLevel::error, "[Ostrel] DataReWrite failed for <%s>!",
                       LogText(value.name).text());
     else
-        OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] DataWrite failed for <%s>!",
+        OSTREL_LOG_AT(place, logLevel::error, "[Ostrel] DataWrite failed for <%s>!",
                       LogText(value.name).text());
 }
 
-void logRefusedErase(const char* function, const OstrelValue& value) {
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Erase element failed for <%s>!",
+void logRefusedErase(LogPlace place, const OstrelValue& value) {
+    OSTREL_LOG_AT(place, logLevel::error, "[Ostrel] Erase element failed for <%s>!",
                   LogText(value.name).text());
 }
 
-void logRefusedOne(const char* function, const OstrelValue& value) {
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate failed for <%s _ %X>!",
+void logRefusedOne(LogPlace place, const OstrelValue& value) {
+    OSTREL_LOG_AT(place, logLevel::error, "[Ostrel] Deinstanciate failed for <%s _ %X>!",
                   LogText(value.name).text(), value.pKey);
 }
 
-void logRefusedOwner(const char* function, const OstrelValue& value) {
-    OSTREL_LOG_AS(function, logLevel::error, "[Ostrel] Deinstanciate owner failed for <%s _ %X>!",
+void logRefusedOwner(LogPlace place, const OstrelValue& value) {
+    OSTREL_LOG_AT(place, logLevel::error, "[Ostrel] Deinstanciate owner failed for <%s _ %X>!",
                   LogText(value.name).text(), value.owner);
 }
 
@@ -126,13 +126,13 @@ void noteOwner(OstrelValue& changed, const OstrelValue& value) { changed.owner =
 
 // By ChangeKind.
 constexpr Change changes[] = {
-    {"unpackNotifyMessage", "[OstrelServer::unpackNotify] Unmarshall failed", "Notify", countWrite,
-     writeValue, logRefusedWrite, noteNothing},
-    {"unpackEraseMessage", "[OstrelServer::unpackErase] Unmarshall failed", "Erase", countErase, eraseValue,
+    {logPlace::notify, "[OstrelServer::unpackNotify] Unmarshall failed", "Notify", countWrite, writeValue,
+     logRefusedWrite, noteNothing},
+    {logPlace::erase, "[OstrelServer::unpackErase] Unmarshall failed", "Erase", countErase, eraseValue,
      logRefusedErase, noteNothing},
-    {"unpackDeinstanciateMessage", "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr, countOne,
+    {logPlace::deinstanciate, "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr, countOne,
      removeOne, logRefusedOne, notePKey},
-    {"unpackDeinstanciateOwnerMessage", "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
+    {logPlace::deinstanciateOwner, "[OstrelServer::unpackDeinstanciate] Unmarshall failed", nullptr,
      countOwned, removeOwner, logRefusedOwner, noteOwner},
 };
 
@@ -143,11 +143,11 @@ void dump(const Change& change, std::span<OstrelValue> values) {
         return;
     for (std::size_t i = 0; i < values.size(); ++i) {
         const OstrelValue& value = values[i];
-        OSTREL_LOG_AS(change.function, logLevel::debug, "[%s %1d] %s -> %d :", change.dumpTag,
+        OSTREL_LOG_AT(change.place, logLevel::debug, "[%s %1d] %s -> %d :", change.dumpTag,
                       static_cast<int>(i), LogText(value.name).text(), static_cast<int>(value.size));
         for (unsigned int at = 0; at < value.size; ++at)
-            OSTREL_LOG_AS(change.function, logLevel::debug, " %02X", value.value[at]);
-        OSTREL_LOG_AS(change.function, logLevel::debug, "%s", "");
+            OSTREL_LOG_AT(change.place, logLevel::debug, " %02X", value.value[at]);
+        OSTREL_LOG_AT(change.place, logLevel::debug, "%s", "");
     }
 }
 
@@ -156,7 +156,7 @@ bool unpack(ChangeKind kind, long handle, unsigned int nbBytes, unsigned char* b
     Values values;
     bool applied = false;
     if (!values.decode(nbBytes, bytes)) {
-        OSTREL_LOG_AS(change.function, logLevel::error, "%s", change.decodeFailed);
+        OSTREL_LOG_AT(change.place, logLevel::error, "%s", change.decodeFailed);
     } else {
         if (change.dumpTag != nullptr)
             dump(change, values.all());
@@ -167,8 +167,6 @@ bool unpack(ChangeKind kind, long handle, unsigned int nbBytes, unsigned char* b
     return applied;
 }
 
-constexpr char instanciateName[] = "unpackInstanciateMessage";
-
 bool answer(ostrelLink* link, unsigned int code, std::span<OstrelValue> records) {
     unsigned int size = 0;
     std::unique_ptr<unsigned char[]> list;
@@ -176,12 +174,13 @@ bool answer(ostrelLink* link, unsigned int code, std::span<OstrelValue> records)
         list.reset(
             OstrelMarshallParameters(code, static_cast<unsigned int>(records.size()), records.data(), &size));
     } catch (const std::bad_alloc&) {
-        OSTREL_LOG_AS(instanciateName, logLevel::error,
+        OSTREL_LOG_AT(logPlace::instanciate, logLevel::error,
                       "[ostrelEvent:instanciate] Marshalling message failed");
         return false;
     }
     if (!link->sendMessage(size, list.get())) {
-        OSTREL_LOG_AS(instanciateName, logLevel::error, "[ostrelEvent:instanciate] Send message failed");
+        OSTREL_LOG_AT(logPlace::instanciate, logLevel::error,
+                      "[ostrelEvent:instanciate] Send message failed");
         return false;
     }
     return true;
@@ -203,8 +202,8 @@ void beginSequence() { sequenceSize = {}; }
 bool applyChanges(ChangeKind kind, long handle, std::span<OstrelValue> values) {
     const Change& change = changeOf(kind);
     for (OstrelValue& value : values) {
-        if (!admitted(change.function, change.count(value)) || !change.apply(handle, value)) {
-            change.logRefused(change.function, value);
+        if (!admitted(change.place, change.count(value)) || !change.apply(handle, value)) {
+            change.logRefused(change.place, value);
             return false;
         }
         change.note(addChanged(value.name), value);
@@ -215,9 +214,9 @@ bool applyChanges(ChangeKind kind, long handle, std::span<OstrelValue> values) {
 bool instanciateAll(long handle, std::span<OstrelValue> values, std::vector<unsigned int>& keys) {
     for (const OstrelValue& value : values) {
         unsigned int key = 0;
-        if (!admitted(instanciateName, sequenceSize.takeInstance(value.name, value.tpltName)) ||
+        if (!admitted(logPlace::instanciate, sequenceSize.takeInstance(value.name, value.tpltName)) ||
             database->instanciateTmplt(handle, value.tpltName, value.name, value.owner, &key) == refused) {
-            OSTREL_LOG_AS(instanciateName, logLevel::error, "[Ostrel] Instanciate failed for <%s/%s>!",
+            OSTREL_LOG_AT(logPlace::instanciate, logLevel::error, "[Ostrel] Instanciate failed for <%s/%s>!",
                           LogText(value.tpltName).text(), LogText(value.name).text());
             return false;
         }
@@ -249,7 +248,8 @@ bool unpackInstanciateMessage(unsigned int nbBytes, unsigned char* bytes, ostrel
     Values values;
     bool answered = false;
     if (!values.decode(nbBytes, bytes)) {
-        OSTREL_LOG(logLevel::error, "[OstrelServer::unpackInstanciate] Unmarshall failed");
+        OSTREL_LOG_AT(logPlace::instanciate, logLevel::error,
+                      "[OstrelServer::unpackInstanciate] Unmarshall failed");
         answer(link, messageCode::failureAnswer, {});
     } else {
         std::vector<unsigned int> keys;

@@ -91,11 +91,10 @@ void openLog(const Options& options) {
 }
 
 void logStart() {
-    constexpr char function[] = "main";
-    OSTREL_LOG_AS(function, logLevel::notice, "** Ostrel v0.1 starting...**");
-    OSTREL_LOG_AS(function, logLevel::notice, "default db:  /vemra/default/ostrDbDflt.txt");
-    OSTREL_LOG_AS(function, logLevel::notice, "db:          /vemra/var/ostrdb.txt");
-    OSTREL_LOG_AS(function, logLevel::notice, "db tmplt:    /vemra/default/ostrDbTmplt.txt");
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "** Ostrel v0.1 starting...**");
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "default db:  /vemra/default/ostrDbDflt.txt");
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "db:          /vemra/var/ostrdb.txt");
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "db tmplt:    /vemra/default/ostrDbTmplt.txt");
 }
 
 void openDatabase(const Options& options) {

@@ -38,8 +38,8 @@ bool restartAll(const std::vector<int>& selection) {
         OstrelClientPlugin& plugin = pluginAt(place);
         bool reboot = false;
         if (!plugin.restart(&reboot))
-            OSTREL_LOG_AS("PluginBroadcastChange", logLevel::error, "[Warning] restart failed for client :%s",
-                          printable(plugin.moduleName));
+            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error,
+                          "[Warning] restart failed for client :%s", printable(plugin.moduleName));
         rebootWanted = rebootWanted || reboot;
     }
     return rebootWanted;
@@ -57,8 +57,8 @@ int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
     for (int place : selection) {
         OstrelClientPlugin& plugin = pluginAt(place);
         if (!plugin.writeConf())
-            OSTREL_LOG(logLevel::error, "[Warning] writeConf failed for client :%s",
-                       printable(plugin.moduleName));
+            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error,
+                          "[Warning] writeConf failed for client :%s", printable(plugin.moduleName));
     }
     if (!selection.empty()) {
         state = phase::restarting;

@@ -49,20 +49,20 @@ OstrelIoFuncs_t* askForTable(OstrelIoFuncs_t* (*getIoFuncs)()) {
 
 // The table that the library exports, when it can be used; otherwise null, after a line in the log.
 OstrelIoFuncs_t* findTable(void* library, const char* fileName) {
-    constexpr char function[] = "loadOnePlugin";
     auto getIoFuncs = reinterpret_cast<OstrelIoFuncs_t* (*)()>(dlsym(library, "ostrelGetIoFuncs"));
     if (getIoFuncs == nullptr) {
-        OSTREL_LOG_AS(function, logLevel::error, "error: IoBlock function not exported in plugin %s",
-                      fileName);
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error,
+                      "error: IoBlock function not exported in plugin %s", fileName);
         return nullptr;
     }
     OstrelIoFuncs_t* table = askForTable(getIoFuncs);
     if (table == nullptr) {
-        OSTREL_LOG_AS(function, logLevel::error, "error: no IoBlock returned by plugin %s", fileName);
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error, "error: no IoBlock returned by plugin %s",
+                      fileName);
         return nullptr;
     }
     if (table->init == nullptr || table->restart == nullptr || table->getWatchedValues == nullptr) {
-        OSTREL_LOG_AS(function, logLevel::error,
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error,
                       "error: IoBlock of plugin %s lacks init, restart or getWatchedValues", fileName);
         return nullptr;
     }
@@ -84,9 +84,8 @@ void shareAnswers(const OstrelClientPlugin& asked) {
 }
 
 void loadDirectory(int reduced) {
-    constexpr char function[] = "loadPlugins";
     Directory directory(opendir(pluginDirectory));
-    OSTREL_LOG_AS(function, logLevel::debug, "Plugins dir: %s", pluginDirectory);
+    OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Plugins dir: %s", pluginDirectory);
     if (!directory)
         Die("Cannot open plugin dir");
     while (const dirent* entry = readdir(directory.get())) {

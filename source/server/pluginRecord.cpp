@@ -44,33 +44,32 @@ std::string_view withoutFolder(std::string_view path) {
     return named ? path.substr(slash + 1) : path;
 }
 
-void logException(const char* function, const OstrelClientPlugin& plugin, const char* entry,
-                  const char* what) {
-    OSTREL_LOG_AS(function, logLevel::error, "Plugin[%s].%s() threw an exception: %s", plugin.shortFileName,
+void logException(LogPlace place, const OstrelClientPlugin& plugin, const char* entry, const char* what) {
+    OSTREL_LOG_AT(place, logLevel::error, "Plugin[%s].%s() threw an exception: %s", plugin.shortFileName,
                   entry, what);
 }
 
 // Calls an entry. Anything that it throws counts as a failed result.
 template <typename... Parameters, typename... Arguments>
-int callEntry(const char* function, const OstrelClientPlugin& plugin, const char* name,
-              int (*entry)(Parameters...), Arguments... arguments) {
+int callEntry(LogPlace place, const OstrelClientPlugin& plugin, const char* name, int (*entry)(Parameters...),
+              Arguments... arguments) {
     try {
         return entry(arguments...);
     } catch (const std::exception& exception) {
-        logException(function, plugin, name, exception.what());
+        logException(place, plugin, name, exception.what());
     } catch (...) {
-        logException(function, plugin, name, "not a std::exception");
+        logException(place, plugin, name, "not a std::exception");
     }
     return 0;
 }
 
 // The same with the two trace lines around the call.
 template <typename... Parameters, typename... Arguments>
-int traceEntry(const char* function, const OstrelClientPlugin& plugin, const char* name,
+int traceEntry(LogPlace place, const OstrelClientPlugin& plugin, const char* name,
                int (*entry)(Parameters...), Arguments... arguments) {
-    OSTREL_LOG_AS(function, logLevel::debug, ">>> Plugin[%s].%s()", plugin.shortFileName, name);
-    int result = callEntry(function, plugin, name, entry, arguments...);
-    OSTREL_LOG_AS(function, logLevel::debug, "<<< Plugin[%s].%s()", plugin.shortFileName, name);
+    OSTREL_LOG_AT(place, logLevel::debug, ">>> Plugin[%s].%s()", plugin.shortFileName, name);
+    int result = callEntry(place, plugin, name, entry, arguments...);
+    OSTREL_LOG_AT(place, logLevel::debug, "<<< Plugin[%s].%s()", plugin.shortFileName, name);
     return result;
 }
 
@@ -79,8 +78,9 @@ unsigned int countOf(const OstrelClientPlugin& plugin, const char* entry, unsign
                      char** patterns) {
     if (count == 0 || patterns != nullptr)
         return count;
-    OSTREL_LOG_AS("initIo", logLevel::error, "error: Plugin[%s].%s() gave a count of %u but no patterns",
-                  plugin.shortFileName, entry, count);
+    OSTREL_LOG_AT(logPlace::initialise, logLevel::error,
+                  "error: Plugin[%s].%s() gave a count of %u but no patterns", plugin.shortFileName, entry,
+                  count);
     return 0;
 }
 
@@ -109,9 +109,9 @@ bool OstrelClientPlugin::setIo(OstrelIoFuncs_t* table) {
 }
 
 bool OstrelClientPlugin::initIo() {
-    if (traceEntry(__func__, *this, "init", io->init, 5, &moduleName) != 1)
+    if (traceEntry(OSTREL_HERE, *this, "init", io->init, 5, &moduleName) != 1)
         Die("Init failed for plugin");
-    if (traceEntry(__func__, *this, "getWatchedValues", io->getWatchedValues, &nbWatchedValues,
+    if (traceEntry(OSTREL_HERE, *this, "getWatchedValues", io->getWatchedValues, &nbWatchedValues,
                    &watchedValues) != 1)
         Die("Cannot get watched values");
     nbWatchedValues = countOf(*this, "getWatchedValues", nbWatchedValues, watchedValues);
@@ -121,7 +121,8 @@ bool OstrelClientPlugin::initIo() {
 
     if (io->trigger != nullptr && io->getTriggerList != nullptr) {
         OSTREL_LOG(logLevel::debug, "Getting trigger list for module %s", printable(moduleName));
-        if (callEntry(__func__, *this, "getTriggerList", io->getTriggerList, &nbTriggers, &triggerList) != 1)
+        if (callEntry(OSTREL_HERE, *this, "getTriggerList", io->getTriggerList, &nbTriggers, &triggerList) !=
+            1)
             Die("Cannot get trigger values");
         nbTriggers = countOf(*this, "getTriggerList", nbTriggers, triggerList);
     } else {
@@ -137,7 +138,7 @@ bool OstrelClientPlugin::closeIo() {
         OSTREL_LOG(logLevel::debug, "<<< Plugin[%s].die() not done", shortFileName);
         return true;
     }
-    if (traceEntry(__func__, *this, "die", io->die) == 1)
+    if (traceEntry(OSTREL_HERE, *this, "die", io->die) == 1)
         return true;
     OSTREL_LOG(logLevel::debug, "Suicide failed for plugin");
     return false;
@@ -146,20 +147,20 @@ bool OstrelClientPlugin::closeIo() {
 bool OstrelClientPlugin::writeConf() {
     if (io == nullptr)
         Die("No io set in writeConf");
-    return io->writeConf == nullptr || traceEntry(__func__, *this, "writeConf", io->writeConf) == 1;
+    return io->writeConf == nullptr || traceEntry(OSTREL_HERE, *this, "writeConf", io->writeConf) == 1;
 }
 
 bool OstrelClientPlugin::trigger(const char* key) {
     if (io == nullptr)
         Die("No io set in trigger");
-    return io->trigger == nullptr || traceEntry(__func__, *this, "trigger", io->trigger, key) == 1;
+    return io->trigger == nullptr || traceEntry(OSTREL_HERE, *this, "trigger", io->trigger, key) == 1;
 }
 
 bool OstrelClientPlugin::restart(bool* reboot) {
     if (io == nullptr)
         Die("No io set in restart");
     int flag = 0;
-    bool restarted = traceEntry(__func__, *this, "restart", io->restart, &flag) == 1;
+    bool restarted = traceEntry(OSTREL_HERE, *this, "restart", io->restart, &flag) == 1;
     *reboot = flag == 1;
     return restarted;
 }

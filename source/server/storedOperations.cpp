@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr char popBackName[] = "popBackStoredMessage";
-
 // A plug-in that stores a write of what it watches in every restart would replay for ever.
 constexpr int mostPasses = 100;
 
@@ -28,8 +26,8 @@ bool apply(long handle, OstrelValue* record) {
 bool applyStored() {
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
-        OSTREL_LOG_AS(
-            popBackName, logLevel::error,
+        OSTREL_LOG_AT(
+            logPlace::replay, logLevel::error,
             "[ostrelServer::HandleWriteSequence] Warning, dataStartWriteTransaction returned invalid "
             "handle");
         destroyRecords(listOfStoredValues);
@@ -42,7 +40,7 @@ bool applyStored() {
             return false;
     }
     if (database->dataCommit(handle) != 0) {
-        OSTREL_LOG_AS(popBackName, logLevel::error, "error: commit failed");
+        OSTREL_LOG_AT(logPlace::replay, logLevel::error, "error: commit failed");
         destroyRecords(listOfStoredValues);
         return false;
     }

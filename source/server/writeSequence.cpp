@@ -20,7 +20,6 @@
 
 namespace {
 
-constexpr char sequenceName[] = "HandleWriteSequence";
 constexpr std::size_t codeSize = 4;
 
 // What the sequence does after a message.
@@ -63,15 +62,17 @@ constexpr ChangeMessage changeMessages[] = {
 };
 
 Next serveChange(const ChangeMessage& message, long handle, std::span<unsigned char> body, ostrelLink* link) {
-    OSTREL_LOG_AS(sequenceName, logLevel::debug, "%s", message.got);
+    OSTREL_LOG_AT(logPlace::writeSequence, logLevel::debug, "%s", message.got);
     if (!message.unpack(handle, static_cast<unsigned int>(body.size()), body.data(), link))
         return Next::endedFailed;
     if (message.end != nullptr)
-        OSTREL_LOG_AS(sequenceName, logLevel::debug, "%s", message.end);
+        OSTREL_LOG_AT(logPlace::writeSequence, logLevel::debug, "%s", message.end);
     return Next::receive;
 }
 
-void logNoMemory() { OSTREL_LOG_AS(sequenceName, logLevel::error, "[OstrelServer] Out of memory"); }
+void logNoMemory() {
+    OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error, "[OstrelServer] Out of memory");
+}
 
 // What leaves the database has left nothing of the transaction.
 bool commitTransaction(long handle) {
@@ -84,9 +85,9 @@ bool commitTransaction(long handle) {
 }
 
 Next commit(long handle) {
-    OSTREL_LOG_AS(sequenceName, logLevel::debug, "[ostrServer] Got commit message");
+    OSTREL_LOG_AT(logPlace::writeSequence, logLevel::debug, "[ostrServer] Got commit message");
     if (!commitTransaction(handle)) {
-        OSTREL_LOG_AS(sequenceName, logLevel::error, "[ostrelServer] Warning, commit failed");
+        OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error, "[ostrelServer] Warning, commit failed");
         return Next::endedFailed;
     }
     tellCommitted();
@@ -101,18 +102,19 @@ Next serveMessage(long handle, std::span<unsigned char> payload, ostrelLink* lin
     }
     switch (code) {
         case messageCode::startWriting:
-            OSTREL_LOG_AS(sequenceName, logLevel::error, "[ostrServer] Got startWritting message (AGAIN)");
+            OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error,
+                          "[ostrServer] Got startWritting message (AGAIN)");
             database->dataWriteRollback(handle);
             return Next::reopen;
         case messageCode::commit:
             return commit(handle);
         case messageCode::rollback:
-            OSTREL_LOG_AS(sequenceName, logLevel::debug, "[ostrServer] Got rollback message");
+            OSTREL_LOG_AT(logPlace::writeSequence, logLevel::debug, "[ostrServer] Got rollback message");
             database->dataWriteRollback(handle);
             return Next::endedWell;
         default:
-            OSTREL_LOG_AS(sequenceName, logLevel::error, "[OstrelServer] Got unhandled message :%d",
-                          static_cast<int>(code));
+            OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error,
+                          "[OstrelServer] Got unhandled message :%d", static_cast<int>(code));
             database->dataWriteRollback(handle);
             return Next::endedFailed;
     }
@@ -123,15 +125,15 @@ Next receiveMessage(long handle, ostrelConnection* connection) {
     std::array<unsigned char, receiveBufferSize> buffer{};
     unsigned int size = 0;
     if (!connection->link->receiveMessage(buffer.size(), &size, buffer.data())) {
-        OSTREL_LOG_AS(
-            sequenceName, logLevel::error,
+        OSTREL_LOG_AT(
+            logPlace::writeSequence, logLevel::error,
             "[ostrServer::HandleWriteSequence] Received Message error or closed socket,  from client %s",
             LogText(connection->name.get()).text());
         database->dataWriteRollback(handle);
         return Next::endedFailed;
     }
     if (size < codeSize) {
-        OSTREL_LOG_AS(sequenceName, logLevel::error,
+        OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error,
                       "[ostrServer::HandleWriteSequence] Message without a code (size %d)",
                       static_cast<int>(size));
         database->dataWriteRollback(handle);
@@ -146,7 +148,7 @@ Next serveTransaction(ostrelConnection* connection) {
     beginSequence();
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
-        OSTREL_LOG_AS(sequenceName, logLevel::error,
+        OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error,
                       "[ostrelServer::HandleWriteSequence] Warning, dataStartWriteTransaction returned "
                       "invalid handle");
         return Next::endedFailed;
@@ -176,7 +178,7 @@ bool tellCommitted() noexcept {
 }
 
 bool HandleWriteSequence(ostrelConnection* connection) {
-    OSTREL_LOG(logLevel::debug, "[OstrelServer] Handle Write Sequence start");
+    OSTREL_LOG_AT(logPlace::writeSequence, logLevel::debug, "[OstrelServer] Handle Write Sequence start");
     Next next = Next::reopen;
     while (next == Next::reopen)
         next = serveTransaction(connection);
