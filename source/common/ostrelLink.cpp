@@ -119,19 +119,19 @@ ostrelLink::~ostrelLink() {
 }
 
 bool ostrelLink::bindTo(unsigned int port) {
-    OSTREL_LOG(logLevel::debug, "[ostrLink] binding on port %d", static_cast<int>(port));
+    OSTREL_LOG_AT(logPlace::bindTo, logLevel::debug, "[ostrLink] binding on port %d", static_cast<int>(port));
     Socket listening;
     if (listening.fd() < 0) {
-        OSTREL_LOG(logLevel::error, "error: socket(): %d", errno);
+        OSTREL_LOG_AT(logPlace::bindTo, logLevel::error, "error: socket(): %d", errno);
         return false;
     }
     if (!bindToPath(listening.fd())) {
-        OSTREL_LOG(logLevel::error, "error: bind(): %d:%s", errno, socketPath);
+        OSTREL_LOG_AT(logPlace::bindTo, logLevel::error, "error: bind(): %d:%s", errno, socketPath);
         return false;
     }
     ostrelExecute("chmod 777 %s", socketPath);
     if (listen(listening.fd(), backlog) != 0) {
-        OSTREL_LOG(logLevel::error, "error: listen(): %d", errno);
+        OSTREL_LOG_AT(logPlace::bindTo, logLevel::error, "error: listen(): %d", errno);
         return false;
     }
     _SetCloseOnExec(listening.fd());

@@ -121,15 +121,14 @@ int deinstanciate(LogPlace place, const char* name, unsigned int kind, unsigned 
 
 int OstrelClientWriteValues(OstrelValues* values) {
     if (values == nullptr) {
-        OSTREL_LOG(logLevel::debug, "nothing to write");
+        OSTREL_LOG_AT(logPlace::writeValues, logLevel::debug, "nothing to write");
         return 0;
     }
-    if (!validList(OSTREL_HERE, *values))
+    if (!validList(logPlace::writeValues, *values))
         return 0;
     OstrelClientDumpValues(values);
-    const LogPlace here = OSTREL_HERE;
-    return fenced(here, 0, [=] {
-        if (decide(here, "write") == Decision::applyNow)
+    return fenced(logPlace::writeValues, 0, [=] {
+        if (decide(logPlace::writeValues, "write") == Decision::applyNow)
             return applyWrites(*values);
         storeWrites(*values);
         return 1;

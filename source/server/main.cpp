@@ -12,7 +12,7 @@
 #include "server/globals.h"
 #include "server/logFile.h"
 #include "server/mainLoop.h"
-#include "server/plugins.h"
+#include "server/pluginLoading.h"
 #include "server/serverModule.h"
 #include "server/signals.h"
 #include "server/storedOperations.h"
@@ -120,6 +120,6 @@ int main(int argc, char** argv) {
     loadPlugins(options.reduced);
     state = phase::idle;
     popBackStoredMessage();
-    OSTREL_LOG(logLevel::debug, "[ostrel] Plugins loaded, entering main loop");
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::debug, "[ostrel] Plugins loaded, entering main loop");
     mainLoop();
 }

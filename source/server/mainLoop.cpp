@@ -11,7 +11,7 @@
 #include "server/dispatcher.h"
 #include "server/globals.h"
 #include "server/logFile.h"
-#include "server/plugins.h"
+#include "server/pluginLoading.h"
 #include "server/serverModule.h"
 
 namespace {

@@ -1,3 +1,5 @@
+#include "server/pluginBroadcasts.h"
+
 #include <algorithm>
 
 #include "common/logText.h"
@@ -5,7 +7,6 @@
 #include "server/globals.h"
 #include "server/logFile.h"
 #include "server/pluginRecord.h"
-#include "server/plugins.h"
 #include "server/pluginsModule.h"
 
 namespace {
@@ -63,7 +64,7 @@ int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
     if (!selection.empty()) {
         state = phase::restarting;
         if (restartAll(selection))
-            OSTREL_LOG(logLevel::notice, "[OstrelServer] REBOOT REQUIRED");
+            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::notice, "[OstrelServer] REBOOT REQUIRED");
     }
     state = phase::serving;
     return 1;

@@ -1,3 +1,5 @@
+#include "server/pluginLoading.h"
+
 #include <dirent.h>
 #include <dlfcn.h>
 
@@ -14,7 +16,6 @@
 #include "server/globals.h"
 #include "server/pluginFile.h"
 #include "server/pluginRecord.h"
-#include "server/plugins.h"
 #include "server/pluginsModule.h"
 
 namespace {
@@ -103,29 +104,32 @@ void loadPlugins(int reduced) {
     loadDirectory(reduced);
     if (listOfClients.empty())
         Die("No plugins loaded");
-    OSTREL_LOG(logLevel::debug, "Loaded %d plugins", static_cast<int>(listOfClients.size()));
-    OSTREL_LOG(logLevel::debug, "Sorting plugins...");
+    OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Loaded %d plugins",
+                  static_cast<int>(listOfClients.size()));
+    OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Sorting plugins...");
     sortPlugins();
-    OSTREL_LOG(logLevel::debug, "Initializing plugins...");
+    OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Initializing plugins...");
     for (OstrelClientPlugin* plugin : listOfClients) {
         plugin->initIo();
         shareAnswers(*plugin);
-        OSTREL_LOG(logLevel::debug, "Plugin %s/%s initialized (prio %d)", plugin->shortFileName,
-                   printable(plugin->moduleName), static_cast<int>(plugin->loadPriority));
+        OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Plugin %s/%s initialized (prio %d)",
+                      plugin->shortFileName, printable(plugin->moduleName),
+                      static_cast<int>(plugin->loadPriority));
     }
 }
 
 bool loadOnePlugin(const char* fileName, int reduced) {
-    OSTREL_LOG(logLevel::debug, "Loading plugin: %s", fileName);
+    OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "Loading plugin: %s", fileName);
     const char* fault = faultOfPluginFile(fileName);
     Library library(fault == nullptr ? dlopen(fileName, RTLD_NOW) : nullptr);
     if (!library) {
-        OSTREL_LOG(logLevel::error, "error: file %s cannot load as plugin, er=%s", fileName,
-                   printable(fault != nullptr ? fault : dlerror()));
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error, "error: file %s cannot load as plugin, er=%s",
+                      fileName, printable(fault != nullptr ? fault : dlerror()));
         return false;
     }
     if (reduced != 0 && dlsym(library.get(), "ostrelClientEssentialFunc") == nullptr) {
-        OSTREL_LOG(logLevel::error, "[ostrel] This plugin is not essential, skipping it");
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error,
+                      "[ostrel] This plugin is not essential, skipping it");
         return false;
     }
     OstrelIoFuncs_t* table = findTable(library.get(), fileName);
@@ -134,9 +138,11 @@ bool loadOnePlugin(const char* fileName, int reduced) {
 
     auto plugin = std::make_unique<OstrelClientPlugin>(fileName);
     plugin->setIo(table);
-    OSTREL_LOG(logLevel::debug, "   short filename: %s", plugin->shortFileName);
-    OSTREL_LOG(logLevel::debug, "   load priority:  %d", static_cast<int>(plugin->loadPriority));
-    OSTREL_LOG(logLevel::debug, "   src filename:   %s", printable(table->srcFileName));
+    OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "   short filename: %s", plugin->shortFileName);
+    OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "   load priority:  %d",
+                  static_cast<int>(plugin->loadPriority));
+    OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "   src filename:   %s",
+                  printable(table->srcFileName));
     listOfClients.push_back(plugin.get());
     plugin.release()->dlHandle = library.release();
     return true;

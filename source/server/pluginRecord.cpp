@@ -109,25 +109,28 @@ bool OstrelClientPlugin::setIo(OstrelIoFuncs_t* table) {
 }
 
 bool OstrelClientPlugin::initIo() {
-    if (traceEntry(OSTREL_HERE, *this, "init", io->init, 5, &moduleName) != 1)
+    if (traceEntry(logPlace::initialise, *this, "init", io->init, 5, &moduleName) != 1)
         Die("Init failed for plugin");
-    if (traceEntry(OSTREL_HERE, *this, "getWatchedValues", io->getWatchedValues, &nbWatchedValues,
+    if (traceEntry(logPlace::initialise, *this, "getWatchedValues", io->getWatchedValues, &nbWatchedValues,
                    &watchedValues) != 1)
         Die("Cannot get watched values");
     nbWatchedValues = countOf(*this, "getWatchedValues", nbWatchedValues, watchedValues);
-    OSTREL_LOG(logLevel::debug, "Plugin %s watched values:", shortFileName);
+    OSTREL_LOG_AT(logPlace::initialise, logLevel::debug, "Plugin %s watched values:", shortFileName);
     for (unsigned int i = 0; i < nbWatchedValues; ++i)
-        OSTREL_LOG(logLevel::debug, "   [%1d] <%s>", static_cast<int>(i), printable(watchedValues[i]));
+        OSTREL_LOG_AT(logPlace::initialise, logLevel::debug, "   [%1d] <%s>", static_cast<int>(i),
+                      printable(watchedValues[i]));
 
     if (io->trigger != nullptr && io->getTriggerList != nullptr) {
-        OSTREL_LOG(logLevel::debug, "Getting trigger list for module %s", printable(moduleName));
-        if (callEntry(OSTREL_HERE, *this, "getTriggerList", io->getTriggerList, &nbTriggers, &triggerList) !=
-            1)
+        OSTREL_LOG_AT(logPlace::initialise, logLevel::debug, "Getting trigger list for module %s",
+                      printable(moduleName));
+        if (callEntry(logPlace::initialise, *this, "getTriggerList", io->getTriggerList, &nbTriggers,
+                      &triggerList) != 1)
             Die("Cannot get trigger values");
         nbTriggers = countOf(*this, "getTriggerList", nbTriggers, triggerList);
     } else {
-        OSTREL_LOG(logLevel::debug, "No trigger for that plugin getTriggerList:%lx trigger:%lx",
-                   address(io->getTriggerList), address(io->trigger));
+        OSTREL_LOG_AT(logPlace::initialise, logLevel::debug,
+                      "No trigger for that plugin getTriggerList:%lx trigger:%lx",
+                      address(io->getTriggerList), address(io->trigger));
     }
     return true;
 }

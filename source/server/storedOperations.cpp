@@ -4,7 +4,7 @@
 #include "common/ostrelUtils.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
-#include "server/plugins.h"
+#include "server/pluginBroadcasts.h"
 #include "server/serverModule.h"
 #include "server/transaction.h"
 

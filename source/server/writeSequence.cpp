@@ -13,7 +13,7 @@
 #include "server/connections.h"
 #include "server/globals.h"
 #include "server/logFile.h"
-#include "server/plugins.h"
+#include "server/pluginBroadcasts.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"
