@@ -2,9 +2,9 @@
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
+#include "server/commitBroadcasts.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
-#include "server/pluginBroadcasts.h"
 #include "server/serverModule.h"
 #include "server/transaction.h"
 
@@ -53,32 +53,30 @@ void broadcastApplied() {
             addChanged(record->name);
     }
     destroyRecords(listOfStoredValues);
-    PluginBroadcastTrigger(listOfChangedStuff);
-    PluginBroadcastChange(listOfChangedStuff);
-    destroyRecords(listOfChangedStuff);
+    broadcastReplayedChanges();
 }
 
 }  // namespace
 
 bool popBackStoredMessage() {
-    OSTREL_LOG(logLevel::debug, "\t** Poping Stored Messages :%d",
-               static_cast<int>(listOfStoredValues.size()));
+    OSTREL_LOG_AT(logPlace::replay, logLevel::debug, "\t** Poping Stored Messages :%d",
+                  static_cast<int>(listOfStoredValues.size()));
     for (int pass = 0; !listOfStoredValues.empty(); ++pass) {
         if (pass == mostPasses) {
-            OSTREL_LOG(logLevel::error,
-                       "[ostrelServer::popBackStoredMessage] Replay stopped after %d passes, next is <%s>",
-                       pass, LogText(listOfStoredValues.front()->name).text());
+            OSTREL_LOG_AT(logPlace::replay, logLevel::error,
+                          "[ostrelServer::popBackStoredMessage] Replay stopped after %d passes, next is <%s>",
+                          pass, LogText(listOfStoredValues.front()->name).text());
             return false;
         }
-        OSTREL_LOG(logLevel::debug, "\t**<%d> Poping Stored Messages :%d, %s", pass,
-                   static_cast<int>(listOfStoredValues.size()),
-                   LogText(listOfStoredValues.front()->name).text());
+        OSTREL_LOG_AT(logPlace::replay, logLevel::debug, "\t**<%d> Poping Stored Messages :%d, %s", pass,
+                      static_cast<int>(listOfStoredValues.size()),
+                      LogText(listOfStoredValues.front()->name).text());
         destroyRecords(listOfChangedStuff);
         if (!applyStored())
             return false;
         broadcastApplied();
     }
-    OSTREL_LOG(logLevel::debug, "\t** Exiting Stored Messages :%d", 0);
+    OSTREL_LOG_AT(logPlace::replay, logLevel::debug, "\t** Exiting Stored Messages :%d", 0);
     return true;
 }
 
