@@ -6,7 +6,14 @@
 // OSTREL_LOG.
 #pragma once
 
+#include <string_view>
+
 struct LogPlace {
     const char* module;
     const char* function;
+
+    // Whether a line that was read from a log is of this place.
+    constexpr bool is(std::string_view itsModule, std::string_view itsFunction) const {
+        return itsModule == module && itsFunction == function;
+    }
 };

@@ -10,6 +10,7 @@
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/logPlaces.h"
 #include "server/sequenceSize.h"
 #include "server/transaction.h"
@@ -95,8 +96,7 @@ bool send(ostrelLink& link, uint32_t code, std::span<OstrelValue> records) {
         list.reset(
             OstrelMarshallParameters(code, static_cast<unsigned int>(records.size()), records.data(), &size));
     } catch (const std::bad_alloc&) {
-        OSTREL_LOG_AT(logPlace::instanciate, logLevel::error,
-                      "[ostrelEvent:instanciate] Marshalling message failed");
+        OSTREL_LOG_AT(logPlace::instanciate, logLevel::error, knownLine::instanceNotAnswered);
         return false;
     }
     if (!link.sendMessage(size, list.get())) {

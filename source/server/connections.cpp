@@ -14,6 +14,7 @@
 #include "server/descriptors.h"
 #include "server/event.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/serverModule.h"
 
 namespace {
@@ -175,7 +176,7 @@ bool startListener() {
 void startServing() {
     ostrelLink::limits = {peerStall, peerRate, &quitRequested, firstClientDescriptor()};
     if (!chaussette.bindTo(port))
-        Die("Cannot bind");
+        Die(knownLine::cannotBind);
     if (pthread_mutex_init(&bllLock, nullptr) != 0)
         Die("Cannot init the BLL");
     if (!startListener())

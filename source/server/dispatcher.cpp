@@ -12,6 +12,7 @@
 #include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
 #include "server/connections.h"
+#include "server/knownLines.h"
 #include "server/mainLoop.h"
 #include "server/readRequests.h"
 #include "server/serverModule.h"
@@ -44,7 +45,7 @@ bool serveConnect(ostrelConnection& connection, Payload payload) {
         BllGuard guard;  // the listener reads the names
         connection.name = std::move(name);
     }
-    OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error, "[ostrServer::PopMessage] Got connect from %s",
+    OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error, knownLine::connected,
                   LogText(connection.name.get()).text());
     connection.connected = 1;
     return true;

@@ -10,6 +10,7 @@
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
 #include "server/inProcess.h"
+#include "server/knownLines.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"
@@ -22,8 +23,7 @@ enum class Decision { applyNow, postpone };
 Decision decide(LogPlace place, const char* verb) {
     switch (state) {
         case phase::writingConf:
-            OSTREL_LOG_AT(place, logLevel::error,
-                          "error: a client is not allowed to %s value in its writing state !", verb);
+            OSTREL_LOG_AT(place, logLevel::error, knownLine::writesInWriteConf, verb);
             std::exit(-1);
         case phase::loading:
         case phase::restarting:

@@ -5,6 +5,7 @@
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/logFile.h"
 #include "server/pluginRecord.h"
 #include "server/pluginsModule.h"
@@ -39,8 +40,8 @@ bool restartAll(const std::vector<int>& selection) {
         OstrelClientPlugin& plugin = pluginAt(place);
         bool reboot = false;
         if (!plugin.restart(&reboot))
-            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error,
-                          "[Warning] restart failed for client :%s", printable(plugin.moduleName));
+            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error, knownLine::restartFailed,
+                          printable(plugin.moduleName));
         rebootWanted = rebootWanted || reboot;
     }
     return rebootWanted;
@@ -58,8 +59,8 @@ int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
     for (int place : selection) {
         OstrelClientPlugin& plugin = pluginAt(place);
         if (!plugin.writeConf())
-            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error,
-                          "[Warning] writeConf failed for client :%s", printable(plugin.moduleName));
+            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error, knownLine::writeConfFailed,
+                          printable(plugin.moduleName));
     }
     if (!selection.empty()) {
         state = phase::restarting;

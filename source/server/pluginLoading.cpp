@@ -14,6 +14,7 @@
 
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/pluginFile.h"
 #include "server/pluginRecord.h"
 #include "server/pluginsModule.h"
@@ -88,7 +89,7 @@ void loadDirectory(int reduced) {
     Directory directory(opendir(pluginDirectory));
     OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Plugins dir: %s", pluginDirectory);
     if (!directory)
-        Die("Cannot open plugin dir");
+        Die(knownLine::noPluginFolder);
     while (const dirent* entry = readdir(directory.get())) {
         if (!isPluginName(entry->d_name))
             continue;
@@ -103,7 +104,7 @@ void loadDirectory(int reduced) {
 void loadPlugins(int reduced) {
     loadDirectory(reduced);
     if (listOfClients.empty())
-        Die("No plugins loaded");
+        Die(knownLine::noPlugins);
     OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Loaded %d plugins",
                   static_cast<int>(listOfClients.size()));
     OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Sorting plugins...");

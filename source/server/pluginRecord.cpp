@@ -10,6 +10,7 @@
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
+#include "server/knownLines.h"
 #include "server/pluginsModule.h"
 
 // The table is shared with separately built objects.
@@ -45,8 +46,7 @@ std::string_view withoutFolder(std::string_view path) {
 }
 
 void logException(LogPlace place, const OstrelClientPlugin& plugin, const char* entry, const char* what) {
-    OSTREL_LOG_AT(place, logLevel::error, "Plugin[%s].%s() threw an exception: %s", plugin.shortFileName,
-                  entry, what);
+    OSTREL_LOG_AT(place, logLevel::error, knownLine::entryThrew, plugin.shortFileName, entry, what);
 }
 
 // Calls an entry. Anything that it throws counts as a failed result.
@@ -78,8 +78,7 @@ unsigned int countOf(const OstrelClientPlugin& plugin, const char* entry, unsign
                      char** patterns) {
     if (count == 0 || patterns != nullptr)
         return count;
-    OSTREL_LOG_AT(logPlace::initialise, logLevel::error,
-                  "error: Plugin[%s].%s() gave a count of %u but no patterns", plugin.shortFileName, entry,
+    OSTREL_LOG_AT(logPlace::initialise, logLevel::error, knownLine::noPatterns, plugin.shortFileName, entry,
                   count);
     return 0;
 }
@@ -110,10 +109,10 @@ bool OstrelClientPlugin::setIo(OstrelIoFuncs_t* table) {
 
 bool OstrelClientPlugin::initIo() {
     if (traceEntry(logPlace::initialise, *this, "init", io->init, 5, &moduleName) != 1)
-        Die("Init failed for plugin");
+        Die(knownLine::initFailed);
     if (traceEntry(logPlace::initialise, *this, "getWatchedValues", io->getWatchedValues, &nbWatchedValues,
                    &watchedValues) != 1)
-        Die("Cannot get watched values");
+        Die(knownLine::noWatchedValues);
     nbWatchedValues = countOf(*this, "getWatchedValues", nbWatchedValues, watchedValues);
     OSTREL_LOG_AT(logPlace::initialise, logLevel::debug, "Plugin %s watched values:", shortFileName);
     for (unsigned int i = 0; i < nbWatchedValues; ++i)
@@ -125,7 +124,7 @@ bool OstrelClientPlugin::initIo() {
                       printable(moduleName));
         if (callEntry(logPlace::initialise, *this, "getTriggerList", io->getTriggerList, &nbTriggers,
                       &triggerList) != 1)
-            Die("Cannot get trigger values");
+            Die(knownLine::noTriggers);
         nbTriggers = countOf(*this, "getTriggerList", nbTriggers, triggerList);
     } else {
         OSTREL_LOG_AT(logPlace::initialise, logLevel::debug,

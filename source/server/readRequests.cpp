@@ -12,6 +12,7 @@
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
 #include "server/inProcess.h"
+#include "server/knownLines.h"
 #include "server/serverModule.h"
 
 namespace {
@@ -117,7 +118,7 @@ int serve(LogPlace place, Answer (*answerTo)(const Entries&), unsigned int nbByt
         }
         return failed ? 0 : 1;
     } catch (const std::bad_alloc&) {
-        OSTREL_LOG_AT(place, logLevel::error, "[ostrelEvent:read] Marshalling message failed");
+        OSTREL_LOG_AT(place, logLevel::error, knownLine::readNotAnswered);
         return 0;
     }
 }

@@ -5,6 +5,7 @@
 #include "server/commitBroadcasts.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/serverModule.h"
 #include "server/transaction.h"
 
@@ -26,10 +27,7 @@ bool apply(long handle, OstrelValue* record) {
 bool applyStored() {
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
-        OSTREL_LOG_AT(
-            logPlace::replay, logLevel::error,
-            "[ostrelServer::HandleWriteSequence] Warning, dataStartWriteTransaction returned invalid "
-            "handle");
+        OSTREL_LOG_AT(logPlace::replay, logLevel::error, knownLine::noTransaction);
         destroyRecords(listOfStoredValues);
         return false;
     }

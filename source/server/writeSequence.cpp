@@ -12,6 +12,7 @@
 #include "server/commitBroadcasts.h"
 #include "server/connections.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/logFile.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
@@ -51,7 +52,7 @@ bool commitTransaction(long handle) {
 Next commit(long handle) {
     OSTREL_LOG_AT(logPlace::writeSequence, logLevel::debug, "[ostrServer] Got commit message");
     if (!commitTransaction(handle)) {
-        OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error, "[ostrelServer] Warning, commit failed");
+        OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error, knownLine::commitFailed);
         return Next::endedFailed;
     }
     tellCommitted();
@@ -110,9 +111,7 @@ Next serveTransaction(ostrelConnection* connection) {
     beginSequence();
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
-        OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error,
-                      "[ostrelServer::HandleWriteSequence] Warning, dataStartWriteTransaction returned "
-                      "invalid handle");
+        OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error, knownLine::noTransaction);
         return Next::endedFailed;
     }
     try {
