@@ -100,7 +100,7 @@ Database::Database(const ostrelDbCfg* cfg, const Paths& paths, const FileCalls& 
     constexpr std::chrono::seconds patience{2};
     const bool isLocked = lock_.take(patience);
     if (!isLocked && errno == EWOULDBLOCK)
-        Die("Database in use");
+        Die(inUse);
     if (!isLocked)
         STORE_ERROR("cannot lock %s: %s; nothing can be committed until that works", lock_.path().c_str(),
                     std::strerror(errno));

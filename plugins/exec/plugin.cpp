@@ -1,6 +1,7 @@
 // Lets services be adapted by scripts: has the commands of the rules run whose keys have changed.
 #include <ostrel/plugin.hpp>
 
+#include "exec/knownLines.h"
 #include "exec/rules.h"
 #include "exec/runner.h"
 
@@ -9,7 +10,7 @@ namespace exec {
 // By triggers, which name the key; writeConf and restart do not.
 class Plugin {
 public:
-    static constexpr char name[] = "exec";
+    static constexpr const char* name = moduleName;
 
     // Never fails: the rest of the appliance goes on without the scripts.
     void init() {
@@ -92,7 +93,7 @@ private:
             ostrel::plugin::logError(exception.what());
             return false;
         }
-        ostrel::plugin::logNotice("the runner is started, all rules are due");
+        ostrel::plugin::logNotice(std::string("the runner is started, ") + knownLine::allRulesDue);
         askForAll();
         return true;
     }

@@ -1,4 +1,6 @@
-// Internal to the link: the name that its log lines carry.
+// Internal to the link: the module that its log lines name.
 #pragma once
 
-constexpr char logModule[] = "ostrelLink";
+#include "common/linkPlaces.h"
+
+constexpr const char* logModule = logModules::link;

@@ -142,7 +142,6 @@ std::uint32_t Parameter::valueAsNumber() const {
 }
 
 std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned char> bytes) {
-    constexpr char function[] = "OstrelUnMarshallParameters";
     Reader reader(bytes);
     std::uint32_t count = 0;
     if (!reader.count(parameterSize, count))
@@ -154,8 +153,9 @@ std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned c
     }
     if (reader.left() != 0) {
         auto unused = static_cast<int>(reader.left());
-        OSTREL_LOG_AS(function, logLevel::error, "[OstrelUnMarshallParameters] size not null :%d", unused);
-        OSTREL_LOG_AS(function, logLevel::error,
+        OSTREL_LOG_AT(logPlace::unmarshallParameters, logLevel::error,
+                      "[OstrelUnMarshallParameters] size not null :%d", unused);
+        OSTREL_LOG_AT(logPlace::unmarshallParameters, logLevel::error,
                       "[OstrelUnMarshallParameters] Error mismatch end of buffer :%d", unused);
     }
     return entries;

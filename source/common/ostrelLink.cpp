@@ -54,10 +54,6 @@ private:
     int fd_;
 };
 
-// What the log calls the functions behind the public ones.
-constexpr char sendDataName[] = "sendData";
-constexpr char receiveDataName[] = "receiveData";
-
 // False, with errno set, when there is no client, or not yet a number for the one that client holds then.
 bool acceptInto(Socket& client, int listening) {
     std::lock_guard guard(ostrelLink::accepting);
@@ -123,19 +119,19 @@ ostrelLink::~ostrelLink() {
 }
 
 bool ostrelLink::bindTo(unsigned int port) {
-    OSTREL_LOG(logLevel::debug, "[ostrLink] binding on port %d", static_cast<int>(port));
+    OSTREL_LOG_AT(logPlace::bindTo, logLevel::debug, "[ostrLink] binding on port %d", static_cast<int>(port));
     Socket listening;
     if (listening.fd() < 0) {
-        OSTREL_LOG(logLevel::error, "error: socket(): %d", errno);
+        OSTREL_LOG_AT(logPlace::bindTo, logLevel::error, "error: socket(): %d", errno);
         return false;
     }
     if (!bindToPath(listening.fd())) {
-        OSTREL_LOG(logLevel::error, "error: bind(): %d:%s", errno, socketPath);
+        OSTREL_LOG_AT(logPlace::bindTo, logLevel::error, "error: bind(): %d:%s", errno, socketPath);
         return false;
     }
     ostrelExecute("chmod 777 %s", socketPath);
     if (listen(listening.fd(), backlog) != 0) {
-        OSTREL_LOG(logLevel::error, "error: listen(): %d", errno);
+        OSTREL_LOG_AT(logPlace::bindTo, logLevel::error, "error: listen(): %d", errno);
         return false;
     }
     _SetCloseOnExec(listening.fd());
@@ -182,7 +178,7 @@ bool ostrelLink::sendData(unsigned int nbBytes, unsigned char* bytes) {
 
 bool ostrelLink::send(unsigned int nbBytes, const void* bytes, Outgoing& frame) {
     if (fd == -1) {
-        OSTREL_LOG_AS(sendDataName, logLevel::error, "[ostrLink::SendData] No socket opened");
+        OSTREL_LOG_AT(logPlace::sendData, logLevel::error, "[ostrLink::SendData] No socket opened");
         return false;
     }
     const auto* next = static_cast<const unsigned char*>(bytes);
@@ -196,7 +192,7 @@ bool ostrelLink::send(unsigned int nbBytes, const void* bytes, Outgoing& frame) 
             frame.waitingSince.reset();
         } else if (errno != EAGAIN) {
             sending_ = errno == EPIPE || errno == ECONNRESET ? Sending::peerGone : Sending::givenUp;
-            OSTREL_LOG_AS(sendDataName, logLevel::error, "[ostrLink::sendData] SendData Error :%%w");
+            OSTREL_LOG_AT(logPlace::sendData, logLevel::error, "[ostrLink::sendData] SendData Error :%%w");
             return false;
         } else if (!waitWritable(frame)) {
             sending_ = Sending::givenUp;
@@ -209,7 +205,7 @@ bool ostrelLink::send(unsigned int nbBytes, const void* bytes, Outgoing& frame) 
 // True when it is worth trying to send again.
 bool ostrelLink::waitWritable(Outgoing& frame) {
     if (stopRequested()) {
-        OSTREL_LOG_AS(sendDataName, logLevel::debug,
+        OSTREL_LOG_AT(logPlace::sendData, logLevel::debug,
                       "[ostrLink::sendData] Stopped while the peer does not read");
         return false;
     }
@@ -220,13 +216,13 @@ bool ostrelLink::waitWritable(Outgoing& frame) {
         if (!frame.firstWait)
             frame.firstWait = now;
         if (limits.stall.count() != 0 && untilLimit(*frame.waitingSince, now).count() <= 0) {
-            OSTREL_LOG_AS(sendDataName, logLevel::error,
+            OSTREL_LOG_AT(logPlace::sendData, logLevel::error,
                           "[ostrLink::sendData] Peer has taken nothing for %d ms",
                           static_cast<int>(limits.stall.count()));
             return false;
         }
         if (frame.isTooSlow(now)) {
-            OSTREL_LOG_AS(sendDataName, logLevel::error,
+            OSTREL_LOG_AT(logPlace::sendData, logLevel::error,
                           "[ostrLink::sendData] Peer takes less than %u bytes per second", limits.sendRate);
             return false;
         }
@@ -244,7 +240,7 @@ bool ostrelLink::receiveData(unsigned int nbBytes, unsigned char* bytes) {
 
 bool ostrelLink::receive(unsigned int nbBytes, unsigned char* bytes, Frame& frame) {
     if (fd == -1) {
-        OSTREL_LOG_AS(receiveDataName, logLevel::error, "[ostrLink::rxData] No socket opened");
+        OSTREL_LOG_AT(logPlace::receiveData, logLevel::error, "[ostrLink::rxData] No socket opened");
         return false;
     }
     std::size_t left = nbBytes;
@@ -255,7 +251,8 @@ bool ostrelLink::receive(unsigned int nbBytes, unsigned char* bytes, Frame& fram
             bytes += received;
             frame.begun = true;
         } else if (received == 0 || errno != EAGAIN || !waitReadable(frame)) {
-            OSTREL_LOG_AS(receiveDataName, logLevel::debug, "[ostrLink::rxData] Rx Error or socket closed");
+            OSTREL_LOG_AT(logPlace::receiveData, logLevel::debug,
+                          "[ostrLink::rxData] Rx Error or socket closed");
             return false;
         }
     }
@@ -272,7 +269,7 @@ bool ostrelLink::waitReadable(Frame& frame) {
             frame.waitingSince = Clock::now();
         timeout = std::min(timeout, untilLimit(*frame.waitingSince, Clock::now()));
         if (timeout.count() <= 0) {
-            OSTREL_LOG_AS(receiveDataName, logLevel::error,
+            OSTREL_LOG_AT(logPlace::receiveData, logLevel::error,
                           "[ostrLink::rxData] Frame not complete after %d ms",
                           static_cast<int>(limits.stall.count()));
             return false;
@@ -284,7 +281,7 @@ bool ostrelLink::waitReadable(Frame& frame) {
     poll(&wait, 1, static_cast<int>(timeout.count()));
     // Urgent data makes the socket readable without a byte to read: waiting on would spin.
     if ((wait.revents & POLLPRI) != 0) {
-        OSTREL_LOG_AS(receiveDataName, logLevel::error, "[ostrLink::rxData] Urgent data");
+        OSTREL_LOG_AT(logPlace::receiveData, logLevel::error, "[ostrLink::rxData] Urgent data");
         return false;
     }
     return true;
@@ -329,19 +326,18 @@ bool ostrelLink::receiveReadyMessage(unsigned int bufferSize, unsigned int* payl
 
 bool ostrelLink::receiveFrame(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer,
                               Frame& frame) {
-    constexpr char function[] = "receiveMessage";
     unsigned int size = 0;
     if (!receive(sizeof size, reinterpret_cast<unsigned char*>(&size), frame)) {
-        OSTREL_LOG_AS(function, logLevel::debug, "read32(&payloadSize) failed");
+        OSTREL_LOG_AT(logPlace::receiveMessage, logLevel::debug, "read32(&payloadSize) failed");
         return false;
     }
     unsigned int count = 0;
     if (!receive(sizeof count, reinterpret_cast<unsigned char*>(&count), frame)) {
-        OSTREL_LOG_AS(function, logLevel::debug, "read32(&count) failed");
+        OSTREL_LOG_AT(logPlace::receiveMessage, logLevel::debug, "read32(&count) failed");
         return false;
     }
     if (size > bufferSize) {
-        OSTREL_LOG_AS(function, logLevel::error, "[receive] Buffer too small %d vs %d",
+        OSTREL_LOG_AT(logPlace::receiveMessage, logLevel::error, "[receive] Buffer too small %d vs %d",
                       static_cast<int>(size), static_cast<int>(bufferSize));
         return false;
     }

@@ -17,6 +17,9 @@
 #include <memory>
 #include <string>
 
+#include "common/logLayout.h"
+#include "common/logLock.h"
+
 constexpr char logModule[] = "ostrelUtils";
 
 int printMask = 7;
@@ -25,8 +28,6 @@ int showPrefix = 0;
 namespace {
 
 constexpr std::size_t prefixCapacity = 255;
-constexpr std::size_t prefixWidth = 65;
-constexpr char errorTag[] = "\033[41m**** ERROR ****\033[m ";
 
 // A line's prefix, built in place; a piece that does not fit is cut.
 class Prefix {
@@ -41,7 +42,7 @@ public:
     }
 
     void pad() {
-        while (length_ < prefixWidth)
+        while (length_ < logLayout::prefixWidth)
             text_[length_++] = ' ';
         text_[length_] = '\0';
     }
@@ -53,16 +54,16 @@ private:
     std::size_t length_ = 0;
 };
 
-const char* levelName(int level) {
+const char* levelTag(int level) {
     switch (level) {
         case logLevel::error:
-            return "ERR";
+            return logLayout::errorLevel;
         case logLevel::notice:
-            return "NOT";
+            return logLayout::noticeLevel;
         case logLevel::debug:
-            return "DBG";
+            return logLayout::debugLevel;
         default:
-            return "---";
+            return logLayout::otherLevel;
     }
 }
 
@@ -71,7 +72,7 @@ void printPrefix(int level, const char* file, int line, const char* function) {
     gettimeofday(&now, nullptr);
 
     Prefix prefix;
-    prefix.add("[%s] ", levelName(level));
+    prefix.add("%s ", levelTag(level));
     prefix.add("%d.%03d:", static_cast<std::int32_t>(now.tv_sec), static_cast<int>(now.tv_usec / 1000));
     if (file != nullptr) {
         const char* slash = std::strrchr(file, '/');
@@ -81,21 +82,12 @@ void printPrefix(int level, const char* file, int line, const char* function) {
     }
     prefix.add("%d:", line);
     if (function != nullptr)
-        prefix.add("%s():", function);
+        prefix.add("%s%s", function, logLayout::functionEnd);
     else
         prefix.add("-:");
     prefix.pad();
-    std::printf("%s  ", prefix.text());
+    std::printf("%s%s", prefix.text(), logLayout::textGap);
 }
-
-// Holds the stream's own lock, so that a line of one thread is not cut by a line of the other.
-class StdoutLock {
-public:
-    StdoutLock() { flockfile(stdout); }
-    ~StdoutLock() { funlockfile(stdout); }
-    StdoutLock(const StdoutLock&) = delete;
-    StdoutLock& operator=(const StdoutLock&) = delete;
-};
 
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -125,11 +117,11 @@ const char* printable(const char* text) { return text != nullptr ? text : "(null
 void ostrelPrintLine(int level, const char* file, int line, const char* function, const char* format, ...) {
     if ((level & printMask) == 0)
         return;
-    StdoutLock lock;
+    const LogLock lock;
     if (showPrefix != 0)
         printPrefix(level, file, line, function);
     if (level == logLevel::error)
-        std::fputs(errorTag, stdout);
+        std::fputs(logLayout::errorTag, stdout);
     va_list arguments;
     va_start(arguments, format);
     std::vprintf(format, arguments);
@@ -168,7 +160,7 @@ int OpenLog(char* path) {
 }
 
 void Die(const char* message) {
-    std::printf("FATAL ERROR :%s\n", printable(message));
+    std::printf(logLayout::fatalFormat, printable(message));
     std::fflush(stdout);
     std::exit(-1);
 }

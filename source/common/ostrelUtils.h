@@ -1,10 +1,12 @@
 // The log macros and what else of the log is not for plug-ins; the functions themselves are declared in
 // ostrel/plugin.h.
 //
-// A log line names its module, not its file: each module's internal header defines one constant logModule,
-// which the macros find by plain name lookup, so a file without one does not compile.
+// A log line names its place (logPlace.h): a module, not a file, and a function. Each module's internal
+// header defines one constant logModule, which OSTREL_HERE finds by plain name lookup, so a file without one
+// does not compile.
 #pragma once
 
+#include "common/logPlace.h"
 #include "ostrel/plugin.h"
 
 // Bit mask of the levels that are written; non-zero showPrefix: lines start with level, time and place.
@@ -24,14 +26,15 @@ int openLogFile(const char* path);
 void useLogFile(int fd, const char* path);
 
 // The arguments are not evaluated when the mask hides the level.
-#define OSTREL_LOG(level, ...) OSTREL_LOG_AS(__func__, level, __VA_ARGS__)
-
-// For a line whose documented function name is not that of the function that writes it.
-#define OSTREL_LOG_AS(function, level, ...)                                         \
-    do {                                                                            \
-        if ((printMask & (level)) != 0)                                             \
-            ostrelPrintLine((level), logModule, __LINE__, (function), __VA_ARGS__); \
+#define OSTREL_LOG_AT(place, level, ...)                                                       \
+    do {                                                                                       \
+        if ((printMask & (level)) != 0)                                                        \
+            ostrelPrintLine((level), (place).module, __LINE__, (place).function, __VA_ARGS__); \
     } while (false)
+
+// The place where the macro stands; in a lambda it is the lambda's.
+#define OSTREL_HERE (LogPlace{logModule, __func__})
+#define OSTREL_LOG(level, ...) OSTREL_LOG_AT(OSTREL_HERE, level, __VA_ARGS__)
 
 namespace logLevel {
 constexpr int error = 1;

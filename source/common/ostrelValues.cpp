@@ -108,11 +108,11 @@ void OstrelValues_Destroy(OstrelValues* list) {
 
 namespace {
 
-// function: the public function that was called, for its log lines.
-void append(const char* function, OstrelValues* list, const char* name, const void* bytes, std::size_t size,
+// place: of the public function that was called.
+void append(LogPlace place, OstrelValues* list, const char* name, const void* bytes, std::size_t size,
             ostrelValueType type) {
     if (!isSound(list) || name == nullptr) {
-        OSTREL_LOG_AS(function, logLevel::debug, "error: invalid arguments");
+        OSTREL_LOG_AT(place, logLevel::debug, "error: invalid arguments");
         return;
     }
     try {
@@ -131,28 +131,28 @@ void append(const char* function, OstrelValues* list, const char* name, const vo
         list->values = static_cast<OstrelValue**>(grown);
         list->values[list->count++] = value.release();
     } catch (const std::bad_alloc&) {
-        OSTREL_LOG_AS(function, logLevel::error, "error: out of memory");
+        OSTREL_LOG_AT(place, logLevel::error, "error: out of memory");
     }
 }
 
 }  // namespace
 
 void OstrelValues_Add_Bool(OstrelValues* list, const char* name, unsigned char value) {
-    append(__func__, list, name, &value, sizeof value, ostrelTypeBool);
+    append(OSTREL_HERE, list, name, &value, sizeof value, ostrelTypeBool);
 }
 
 void OstrelValues_Add_Byte(OstrelValues* list, const char* name, unsigned char value) {
-    append(__func__, list, name, &value, sizeof value, ostrelTypeByte);
+    append(OSTREL_HERE, list, name, &value, sizeof value, ostrelTypeByte);
 }
 
 void OstrelValues_Add_Dword(OstrelValues* list, const char* name, unsigned int value) {
-    append(__func__, list, name, &value, sizeof value, ostrelTypeDword);
+    append(OSTREL_HERE, list, name, &value, sizeof value, ostrelTypeDword);
 }
 
 void _OstrelValues_Add_StringTyped(OstrelValues* list, const char* name, const char* text,
                                    ostrelValueType type) {
     const char* bytes = text != nullptr ? text : "";
-    append(__func__, list, name, bytes, std::strlen(bytes) + 1, type);
+    append(OSTREL_HERE, list, name, bytes, std::strlen(bytes) + 1, type);
 }
 
 void OstrelValues_Add_String(OstrelValues* list, const char* name, const char* text) {

@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr char bindName[] = "bindTo";
 constexpr int mostTries = 200;
 constexpr unsigned int pause = 10000;  // microseconds
 
@@ -36,8 +35,8 @@ std::string nameAside() {
 }
 
 void logAside(const std::string& aside) {
-    OSTREL_LOG_AS(bindName, logLevel::error, "[ostrLink] %s cannot be removed: it is now %s", socketPath,
-                  aside.c_str());
+    OSTREL_LOG_AT(logPlace::bindTo, logLevel::error, "[ostrLink] %s cannot be removed: it is now %s",
+                  socketPath, aside.c_str());
 }
 
 void moveAside() {

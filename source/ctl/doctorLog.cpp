@@ -10,6 +10,8 @@
 
 #include "ctl/doctorChecks.h"
 #include "ctl/logFaults.h"
+#include "db/log.h"
+#include "server/knownLines.h"
 
 namespace {
 
@@ -20,17 +22,19 @@ struct Remedy {
     std::string_view reason;
     const char* advice;
 };
-constexpr std::array<Remedy, 6> remedies{{
-    {"Cannot bind", "the line before it tells the error; /tmp must exist and the daemon may write there"},
-    {"Database in use", "another daemon runs: one was started twice, and emptied the log of the first"},
-    {"Cannot open plugin dir", "see the line plug-ins"},
-    {"No plugins loaded", "see the lines plug-in; with --reduced at least one must be essential"},
-    {"Init failed for plugin",
+constexpr char namesPlugin[] =
+    "run ostrelServer --debug --verbose once: its last line with >>> names the plug-in; correct or remove it";
+constexpr std::array<Remedy, 7> remedies{{
+    {knownLine::cannotBind,
+     "the line before it tells the error; /tmp must exist and the daemon may write there"},
+    {store::inUse, "another daemon runs: one was started twice, and emptied the log of the first"},
+    {knownLine::noPluginFolder, "see the line plug-ins"},
+    {knownLine::noPlugins, "see the lines plug-in; with --reduced at least one must be essential"},
+    {knownLine::initFailed,
      "run ostrelServer --debug --verbose once: its last line with >>> names the plug-in; correct or remove "
      "it; --reduced starts without those that are not essential"},
-    {"Cannot get",
-     "run ostrelServer --debug --verbose once: its last line with >>> names the plug-in; correct or remove "
-     "it"},
+    {knownLine::noWatchedValues, namesPlugin},
+    {knownLine::noTriggers, namesPlugin},
 }};
 
 const char* adviceFor(std::string_view reason) {

@@ -1,40 +1,52 @@
 #include "ctl/logFaults.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <utility>
 
+#include "common/linkPlaces.h"
+#include "common/logLayout.h"
+#include "exec/knownLines.h"
+#include "ostrel/plugin/knownLines.hpp"
+#include "server/knownLines.h"
+#include "server/logPlaces.h"
+
 namespace {
 
-constexpr std::string_view fatalMark = "FATAL ERROR :";
-constexpr std::string_view runnerMark = "ostrelExecRunner: rule ";
-constexpr std::string_view failedClient = " failed for client :";
+using logLayout::fixedPart;
 
-// The daemon's functions that serve clients. What these log as an error is a client's doing: it came, left,
-// or asked for what is refused.
-constexpr std::array<std::string_view, 15> clientFunctions{"popMessage",
-                                                           "removeCnx",
-                                                           "HandleWriteSequence",
-                                                           "unpackReadMessage",
-                                                           "unpackGetOwnerQtyMessage",
-                                                           "unpackGetPKeyListMessage",
-                                                           "unpackNotifyMessage",
-                                                           "unpackEraseMessage",
-                                                           "unpackInstanciateMessage",
-                                                           "unpackDeinstanciateMessage",
-                                                           "unpackDeinstanciateOwnerMessage",
-                                                           "OstrelUnMarshallParameters",
-                                                           "sendData",
-                                                           "receiveData",
-                                                           "receiveMessage"};
+constexpr std::string_view fatalMark = fixedPart(logLayout::fatalFormat);
+constexpr std::string_view ruleMark = exec::knownLine::ofRule;
+// Of all of the daemon's modules; plug-ins have names of their own.
+constexpr std::string_view daemonsModules = "ostrel";
+
+// Where clients are served. What is logged there as an error is a client's doing: it came, left, or asked for
+// what is refused.
+constexpr LogPlace clientPlaces[] = {logPlace::dispatcher,
+                                     logPlace::removeConnection,
+                                     logPlace::writeSequence,
+                                     logPlace::read,
+                                     logPlace::ownerQty,
+                                     logPlace::pKeyList,
+                                     logPlace::notify,
+                                     logPlace::erase,
+                                     logPlace::instanciate,
+                                     logPlace::deinstanciate,
+                                     logPlace::deinstanciateOwner,
+                                     logPlace::unmarshallParameters,
+                                     logPlace::sendData,
+                                     logPlace::receiveData,
+                                     logPlace::receiveMessage};
 // But these are the daemon's own.
-constexpr std::array<std::string_view, 3> ownFaults{"[ostrelServer] Warning, commit failed",
-                                                    "returned invalid handle", "Marshalling message failed"};
+constexpr std::string_view ownFaults[] = {knownLine::commitFailed, knownLine::noTransaction,
+                                          knownLine::readNotAnswered, knownLine::instanceNotAnswered};
+// The plug-in's name is behind them.
+constexpr std::string_view pluginFailures[] = {fixedPart(knownLine::writeConfFailed),
+                                               fixedPart(knownLine::restartFailed)};
 // What a line says that follows from the cause in one before it.
-constexpr std::array<std::string_view, 4> consequences{failedClient, "[ostrelServer] Warning, commit failed",
-                                                       "the service has its last good configuration",
-                                                       "the service may not run"};
+constexpr std::string_view consequences[] = {pluginFailures[0], pluginFailures[1], knownLine::commitFailed,
+                                             ostrel::plugin::knownLine::keepsOldConfiguration,
+                                             ostrel::plugin::knownLine::mayNotRun};
 
 bool holdsAny(std::string_view text, const auto& parts) {
     return std::ranges::any_of(
@@ -50,8 +62,8 @@ struct LogLine {
 };
 
 std::optional<LogLine> parseLine(std::string_view line) {
-    constexpr std::string_view placeEnd = "():";
-    constexpr std::string_view tagEnd = "\033[m ";
+    constexpr std::string_view placeEnd = logLayout::functionEnd;
+    constexpr std::string_view errorTag = logLayout::errorTag;
     const std::size_t end = line.find(placeEnd);
     if (!line.starts_with('[') || end == std::string_view::npos)
         return std::nullopt;
@@ -61,15 +73,24 @@ std::optional<LogLine> parseLine(std::string_view line) {
                    .text = line.substr(end + placeEnd.size())};
     const std::size_t module = place.find(':') + 1;
     parsed.module = place.substr(module, place.find(':', module) - module);
-    if (const std::size_t tag = line.find(tagEnd); tag != std::string_view::npos)
-        parsed.text = line.substr(tag + tagEnd.size());
+    if (const std::size_t tag = line.find(errorTag); tag != std::string_view::npos)
+        parsed.text = line.substr(tag + errorTag.size());
     parsed.text.remove_prefix(std::min(parsed.text.find_first_not_of(' '), parsed.text.size()));
     return parsed;
 }
 
 bool isClients(const LogLine& line) {
-    return std::ranges::find(clientFunctions, line.function) != clientFunctions.end() &&
-           !holdsAny(line.text, ownFaults);
+    const auto isAt = [&line](const LogPlace& place) { return place.is(line.module, line.function); };
+    return std::ranges::any_of(clientPlaces, isAt) && !holdsAny(line.text, ownFaults);
+}
+
+// By the daemon's line that one of its entries failed.
+std::optional<std::string> failedPlugin(std::string_view text) {
+    for (const std::string_view failure : pluginFailures) {
+        if (text.starts_with(failure))
+            return std::string(text.substr(failure.size()));
+    }
+    return std::nullopt;
 }
 
 class Reader {
@@ -78,8 +99,8 @@ public:
         const std::string_view before = std::exchange(loose_, {});
         if (line.starts_with(fatalMark))
             faults_.fatal = line.substr(fatalMark.size());
-        else if (line.starts_with(runnerMark))
-            takeRunners(line.substr(runnerMark.size()), before);
+        else if (line.starts_with(ruleMark))
+            takeRunners(line.substr(ruleMark.size()), before);
         else if (std::optional<LogLine> parsed = parseLine(line))
             takeDaemons(*parsed, before);
         else
@@ -93,25 +114,25 @@ private:
     void takeRunners(std::string_view text, std::string_view before) {
         const std::size_t colon = std::min(text.find(": "), text.size());
         const std::string rule = ruleName(text.substr(0, colon));
-        if (text.ends_with(": succeeded again"))
+        if (text.ends_with(exec::knownLine::succeededAgain))
             faults_.services.erase(rule);
-        else if (!text.ends_with("the rest is left out"))
+        else if (!text.ends_with(exec::knownLine::restLeftOut))
             add(faults_.services[rule], text.substr(std::min(colon + 2, text.size())), before);
     }
 
     void takeDaemons(const LogLine& line, std::string_view before) {
-        if (line.level == "[NOT]" && line.text == "follows the database again")
+        if (line.level == logLayout::noticeLevel && line.text == ostrel::plugin::knownLine::followsAgain)
             faults_.services.erase(std::string(line.module));
         // Whatever a runner that has ended knew of them: they are run now, and a failure is told anew.
-        if (line.level == "[NOT]" && line.module == "exec" && line.text.ends_with("all rules are due"))
+        if (line.level == logLayout::noticeLevel && line.module == exec::moduleName &&
+            line.text.ends_with(exec::knownLine::allRulesDue))
             std::erase_if(faults_.services,
                           [](const auto& service) { return service.first.starts_with(ruleName("")); });
-        if (line.level != "[ERR]" || isClients(line))
+        if (line.level != logLayout::errorLevel || isClients(line))
             return;
-        if (const std::size_t name = line.text.find(failedClient); name != std::string_view::npos)
-            add(faults_.services[std::string(line.text.substr(name + failedClient.size()))], line.text,
-                before);
-        else if (line.module.starts_with("ostrel"))
+        if (const std::optional<std::string> plugin = failedPlugin(line.text))
+            add(faults_.services[*plugin], line.text, before);
+        else if (line.module.starts_with(daemonsModules))
             add(faults_.own, line.text, before);
         else
             add(faults_.services[std::string(line.module)], line.text, before);

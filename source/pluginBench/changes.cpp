@@ -1,8 +1,8 @@
 #include "pluginBench/changes.h"
 
 #include <optional>
-#include <vector>
 
+#include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
 #include "server/changeMessages.h"
 #include "text/grammar.h"
@@ -93,7 +93,7 @@ bool Changes::apply(std::string_view text) {
     if (std::optional<Owned> owned = parseOwned(text)) {
         record.setName(owned->structure.c_str());
         record.owner = owned->owner;
-        return applyChanges(ChangeKind::removeOwned, handle_, {&record, 1});
+        return applyChanges(messageCode::deinstanciateOwner, handle_, {&record, 1});
     }
     Labelled labelled = takeLabel(text);
     store::Line line;
@@ -101,12 +101,11 @@ bool Changes::apply(std::string_view text) {
         return true;
     fill(record, line);
     if (line.kind == LineKind::instance) {
-        std::vector<unsigned int> keys;
         record.setTpltName(line.instance.templateName.c_str());
         record.owner = line.instance.owner;
-        if (!instanciateAll(handle_, {&record, 1}, keys))
+        if (!applyChanges(messageCode::instanciate, handle_, {&record, 1}))
             return false;
-        instances_[labelled.label] = keys.front();
+        instances_[labelled.label] = record.pKey;
         return true;
     }
     record.pKey = line.index;
@@ -119,9 +118,9 @@ bool Changes::apply(std::string_view text) {
         record.pKey = instance->second;
     }
     if (line.kind == LineKind::value)
-        return applyChanges(ChangeKind::write, handle_, {&record, 1});
-    bool plain = line.kind == LineKind::erased && record.pKey == 0;
-    return applyChanges(plain ? ChangeKind::erase : ChangeKind::remove, handle_, {&record, 1});
+        return applyChanges(messageCode::notify, handle_, {&record, 1});
+    const bool plain = line.kind == LineKind::erased && record.pKey == 0;
+    return applyChanges(plain ? messageCode::erase : messageCode::deinstanciate, handle_, {&record, 1});
 }
 
 }  // namespace pluginBench

@@ -10,6 +10,7 @@
 #include <optional>
 #include <system_error>
 
+#include "common/logLayout.h"
 #include "common/ostrelUtils.h"
 
 namespace pluginBench {
@@ -17,19 +18,14 @@ namespace {
 
 using Level = LogLine::Level;
 
-// What begins an error's text.
-constexpr std::string_view errorTag = "\033[41m**** ERROR ****\033[m ";
-// The place where texts begin, unless what stands before them is longer.
-constexpr std::size_t prefixWidth = 65;
-constexpr std::string_view gap = "  ";
-
 std::optional<Level> levelOf(std::string_view line) {
-    constexpr std::pair<std::string_view, Level> levels[] = {{"[ERR] ", Level::error},
-                                                             {"[NOT] ", Level::notice},
-                                                             {"[DBG] ", Level::other},
-                                                             {"[---] ", Level::other}};
-    for (const auto& [tag, level] : levels) {
-        if (line.starts_with(tag))
+    constexpr std::pair<std::string_view, Level> levels[] = {{logLayout::errorLevel, Level::error},
+                                                             {logLayout::noticeLevel, Level::notice},
+                                                             {logLayout::debugLevel, Level::other},
+                                                             {logLayout::otherLevel, Level::other}};
+    const std::string_view tag = line.substr(0, line.find(' '));
+    for (const auto& [levelTag, level] : levels) {
+        if (tag == levelTag)
             return level;
     }
     return std::nullopt;
@@ -45,18 +41,19 @@ std::optional<std::string_view> takeUntil(std::string_view& rest, std::string_vi
     return taken;
 }
 
-// [LEVEL] TIME:MODULE:LINE:FUNCTION():  TEXT
 LogLine parseLine(std::string_view line) {
+    constexpr std::string_view gap = logLayout::textGap;
+    constexpr std::string_view errorTag = logLayout::errorTag;
     const std::optional<Level> level = levelOf(line);
     std::string_view rest = line;
     LogLine parsed;
     std::optional<std::string_view> time = takeUntil(rest, ":");
     std::optional<std::string_view> module = takeUntil(rest, ":");
     std::optional<std::string_view> number = takeUntil(rest, ":");
-    std::optional<std::string_view> function = takeUntil(rest, "():");
-    const std::size_t place = std::max(prefixWidth, line.size() - rest.size());
+    std::optional<std::string_view> function = takeUntil(rest, logLayout::functionEnd);
+    const std::size_t place = std::max(logLayout::prefixWidth, line.size() - rest.size());
     if (!level || !time || !module || !number || !function ||
-        line.substr(std::min(place, line.size()), 2) != gap) {
+        line.substr(std::min(place, line.size()), gap.size()) != gap) {
         parsed.text = line;
         return parsed;
     }

@@ -21,7 +21,7 @@
 #include "server/globals.h"
 #include "server/pluginRecord.h"
 #include "server/pluginSymbols.h"
-#include "server/plugins.h"
+#include "server/pluginLoading.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"
 #include "server/writeSequence.h"

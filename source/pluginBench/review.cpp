@@ -4,6 +4,11 @@
 #include <charconv>
 #include <cstdio>
 
+#include "common/logLayout.h"
+#include "ostrel/plugin/knownLines.hpp"
+#include "server/knownLines.h"
+#include "server/logPlaces.h"
+
 namespace pluginBench {
 namespace {
 
@@ -11,21 +16,24 @@ namespace {
 constexpr std::size_t shownLog = 16000;
 
 // What the C++ layer says of a write where the daemon would end.
-constexpr std::string_view leftOut = "error: a write in writeConf is left out";
+constexpr std::string_view leftOut = ostrel::plugin::knownLine::writeLeftOut;
 
 // The daemon tells of clients that come and go at the level of errors.
 bool isNews(const LogLine& line) {
-    return line.function == "removeCnx" ||
-           (line.function == "popMessage" && line.text.find("Got connect from ") != std::string::npos);
+    constexpr std::string_view connected = logLayout::fixedPart(knownLine::connected);
+    return logPlace::removeConnection.is(line.module, line.function) ||
+           (logPlace::dispatcher.is(line.module, line.function) && line.text.starts_with(connected));
 }
 
 // The host's words for a failure of an entry, which the bench sees itself.
 bool isHosts(const LogLine& line) {
-    constexpr std::string_view texts[] = {
-        "[Warning] writeConf failed for client :", "[Warning] restart failed for client :",
-        "() threw an exception: ", " but no patterns", "value in its writing state !"};
+    using logLayout::fixedPart;
+    constexpr std::string_view texts[] = {fixedPart(knownLine::writeConfFailed),
+                                          fixedPart(knownLine::restartFailed),
+                                          fixedPart(knownLine::entryThrew), fixedPart(knownLine::noPatterns),
+                                          fixedPart(knownLine::writesInWriteConf)};
     auto isIn = [&](std::string_view text) { return line.text.find(text) != std::string::npos; };
-    return (line.module == "ostrelPlugins" || line.module == "ostrelServer") &&
+    return (line.module == logModules::plugins || line.module == logModules::server) &&
            std::ranges::any_of(texts, isIn);
 }
 
@@ -46,7 +54,7 @@ std::string Review::failureOf(const Part& part, const LogLine& line,
         return {};
     const std::size_t last = scenario_.steps.size() - 1;
     const std::size_t number = scenario_.steps[std::min(part.step, last)].number;
-    if (line.text.starts_with(leftOut))
+    if (line.text.find(leftOut) != std::string::npos)
         return scenario_.placed(number, "changes the database in writeConf: " + described(line));
     auto tells = [&](const std::string& fault) { return fault.find(line.text) != std::string::npos; };
     auto names = [&](const Expectation& expectation) {

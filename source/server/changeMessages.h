@@ -1,31 +1,20 @@
 // The messages that change the database inside a write sequence.
 //
-// Main thread, with bllLock held. bytes: the message's payload behind its code. Each value is applied at
-// once, in list order, and noted in listOfChangedStuff. False: the message was not applied whole, and the
-// transaction has been rolled back.
+// Main thread, with bllLock held.
 #pragma once
 
+#include <cstdint>
 #include <span>
-#include <vector>
 
 #include "ostrel/plugin.h"
-
-class ostrelLink;
+#include "server/changeHandler.h"
 
 // Every change is counted (see SequenceSize), and refused when a sequence takes too much memory. A sequence
 // begins with this.
 void beginSequence();
 
-enum class ChangeKind { write, erase, remove, removeOwned };
-// The same for decoded values, but false leaves the transaction to the caller's rollback.
-bool applyChanges(ChangeKind kind, long handle, std::span<OstrelValue> values);
-// Makes an instance for each value; keys receives their primary keys in order.
-bool instanciateAll(long handle, std::span<OstrelValue> values, std::vector<unsigned int>& keys);
+// Null when the code is none of such a message.
+const ChangeHandler* findChangeHandler(uint32_t code);
 
-bool unpackNotifyMessage(long handle, unsigned int nbBytes, unsigned char* bytes);
-bool unpackEraseMessage(long handle, unsigned int nbBytes, unsigned char* bytes);
-bool unpackDeinstanciateMessage(long handle, unsigned int nbBytes, unsigned char* bytes);
-bool unpackDeinstanciateOwnerMessage(long handle, unsigned int nbBytes, unsigned char* bytes);
-// Works in the open transaction and answers on link: with the new primary keys, or with a failure when the
-// list does not decode.
-bool unpackInstanciateMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link);
+// What the message of that code does with values that were decoded: ChangeHandler::applyAll.
+bool applyChanges(uint32_t code, long transaction, std::span<OstrelValue> values);

@@ -14,6 +14,7 @@
 #include "server/descriptors.h"
 #include "server/event.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/serverModule.h"
 
 namespace {
@@ -76,7 +77,7 @@ bool waitFor(int fd) {
 bool waitForRoom() {
     if (clients < mostClients())
         return !stopping;
-    OSTREL_LOG_AS("listener", logLevel::error,
+    OSTREL_LOG_AT(logPlace::listener, logLevel::error,
                   "[ostrelServer] %d clients are connected: more have to wait until one leaves",
                   mostClients());
     while (clients >= mostClients()) {
@@ -101,8 +102,8 @@ void logConnections() {
         return;
     int index = 0;
     for (const ostrelConnection* connection : listOfConnection) {
-        OSTREL_LOG_AS("listener", logLevel::debug, "\tCnx:%02d Fd:%02d Name:%s", index++, connection->fd,
-                      LogText(connection->name.get()).text());
+        OSTREL_LOG_AT(logPlace::listener, logLevel::debug, "\tCnx:%02d Fd:%02d Name:%s", index++,
+                      connection->fd, LogText(connection->name.get()).text());
     }
 }
 
@@ -175,7 +176,7 @@ bool startListener() {
 void startServing() {
     ostrelLink::limits = {peerStall, peerRate, &quitRequested, firstClientDescriptor()};
     if (!chaussette.bindTo(port))
-        Die("Cannot bind");
+        Die(knownLine::cannotBind);
     if (pthread_mutex_init(&bllLock, nullptr) != 0)
         Die("Cannot init the BLL");
     if (!startListener())
@@ -204,7 +205,8 @@ void* listener(void*) {
         try {
             acceptClient();
         } catch (const std::bad_alloc&) {
-            OSTREL_LOG(logLevel::error, "[OstrelServer] Out of memory for a new client");
+            OSTREL_LOG_AT(logPlace::listener, logLevel::error,
+                          "[OstrelServer] Out of memory for a new client");
             usleep(memoryRetryUs);
         }
     }
@@ -217,7 +219,8 @@ void removeCnx(int index) {
     BllGuard guard;
     auto place = listOfConnection.begin() + index;
     std::unique_ptr<ostrelConnection> connection(*place);
-    OSTREL_LOG(logLevel::error, "%s", connection->name ? LogText(connection->name.get()).text() : "");
+    OSTREL_LOG_AT(logPlace::removeConnection, logLevel::error, "%s",
+                  connection->name ? LogText(connection->name.get()).text() : "");
     listOfConnection.erase(place);
     connection.reset();
     if (clients.fetch_sub(1) == mostClients())

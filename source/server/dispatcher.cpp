@@ -12,6 +12,7 @@
 #include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
 #include "server/connections.h"
+#include "server/knownLines.h"
 #include "server/mainLoop.h"
 #include "server/readRequests.h"
 #include "server/serverModule.h"
@@ -22,21 +23,20 @@ namespace {
 using Payload = std::span<unsigned char>;
 using ReadHandler = int (*)(unsigned int, unsigned char*, ostrelLink*);
 
-constexpr char popMessageName[] = "popMessage";
 constexpr std::size_t codeSize = 4;
 
 bool serveConnect(ostrelConnection& connection, Payload payload) {
     constexpr std::size_t nameAt = 8;
     std::size_t length = payload.size() < nameAt ? 0 : readWord(payload.data() + codeSize);
     if (payload.size() < nameAt || length > payload.size() - nameAt) {
-        OSTREL_LOG_AS(popMessageName, logLevel::error,
+        OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error,
                       "[ostrServer::PopMessage] Malformed connect message (size %d)",
                       static_cast<int>(payload.size()));
         return false;
     }
     std::unique_ptr<char[]> name(new (std::nothrow) char[length + 1]);
     if (!name) {
-        OSTREL_LOG_AS(popMessageName, logLevel::error, "[ostrServer::PopMessage] Out of memory");
+        OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error, "[ostrServer::PopMessage] Out of memory");
         return false;
     }
     name[length] = '\0';
@@ -45,7 +45,7 @@ bool serveConnect(ostrelConnection& connection, Payload payload) {
         BllGuard guard;  // the listener reads the names
         connection.name = std::move(name);
     }
-    OSTREL_LOG_AS(popMessageName, logLevel::error, "[ostrServer::PopMessage] Got connect from %s",
+    OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error, knownLine::connected,
                   LogText(connection.name.get()).text());
     connection.connected = 1;
     return true;
@@ -61,10 +61,10 @@ bool serveRead(ReadHandler handler, ostrelConnection& connection, Payload payloa
 }
 
 bool serveWriteSequence(ostrelConnection& connection) {
-    OSTREL_LOG_AS(popMessageName, logLevel::debug, "[OSTREL SERVER] Start Writing sequence");
+    OSTREL_LOG_AT(logPlace::dispatcher, logLevel::debug, "[OSTREL SERVER] Start Writing sequence");
     BllGuard guard;
     bool keep = HandleWriteSequence(&connection);
-    OSTREL_LOG_AS(popMessageName, logLevel::debug, "[OSTREL SERVER] End Writing sequence");
+    OSTREL_LOG_AT(logPlace::dispatcher, logLevel::debug, "[OSTREL SERVER] End Writing sequence");
     return keep;
 }
 
@@ -74,13 +74,14 @@ bool popMessage(ostrelConnection* connection) {
     std::array<unsigned char, receiveBufferSize> buffer{};
     unsigned int size = 0;
     if (!connection->link->receiveReadyMessage(buffer.size(), &size, buffer.data())) {
-        OSTREL_LOG(logLevel::debug, "received message error or closed socket, from client %s",
-                   LogText(connection->name.get()).text());
+        OSTREL_LOG_AT(logPlace::dispatcher, logLevel::debug,
+                      "received message error or closed socket, from client %s",
+                      LogText(connection->name.get()).text());
         return false;
     }
     if (size < codeSize) {
-        OSTREL_LOG(logLevel::error, "[ostrServer::PopMessage] Message without a code (size %d)",
-                   static_cast<int>(size));
+        OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error,
+                      "[ostrServer::PopMessage] Message without a code (size %d)", static_cast<int>(size));
         return false;
     }
     Payload payload(buffer.data(), size);
@@ -91,18 +92,20 @@ bool popMessage(ostrelConnection* connection) {
         case messageCode::read:
             return serveRead(unpackReadMessage, *connection, payload);
         case messageCode::ownerQty:
-            OSTREL_LOG(logLevel::debug, "[ostrServer] Got get owner qty message");
+            OSTREL_LOG_AT(logPlace::dispatcher, logLevel::debug, "[ostrServer] Got get owner qty message");
             return serveRead(unpackGetOwnerQtyMessage, *connection, payload);
         case messageCode::pKeyList:
-            OSTREL_LOG(logLevel::debug, "[ostrServer] Got get primary key list message");
+            OSTREL_LOG_AT(logPlace::dispatcher, logLevel::debug,
+                          "[ostrServer] Got get primary key list message");
             return serveRead(unpackGetPKeyListMessage, *connection, payload);
         case messageCode::startWriting:
             return serveWriteSequence(*connection);
         case messageCode::shutdown:
             shutdownServer();
         default:
-            OSTREL_LOG(logLevel::error, "[ostrServer::PopMessage] Got unknown message 0x%x (size %d)", code,
-                       static_cast<int>(size));
+            OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error,
+                          "[ostrServer::PopMessage] Got unknown message 0x%x (size %d)", code,
+                          static_cast<int>(size));
             return true;
     }
 }

@@ -15,25 +15,23 @@ bool usable(const OstrelValue* value) {
 
 }  // namespace
 
-bool validArguments(const char* function, std::initializer_list<const void*> pointers) {
+bool validArguments(LogPlace place, std::initializer_list<const void*> pointers) {
     for (const void* pointer : pointers) {
         if (pointer == nullptr) {
-            OSTREL_LOG_AS(function, logLevel::debug, "error: invalid arguments");
+            OSTREL_LOG_AT(place, logLevel::debug, "error: invalid arguments");
             return false;
         }
     }
     return true;
 }
 
-bool validList(const char* function, const OstrelValues& list) {
+bool validList(LogPlace place, const OstrelValues& list) {
     bool valid = list.count <= 0 || list.values != nullptr;
     for (int i = 0; valid && i < list.count; ++i)
         valid = usable(list.values[i]);
     if (!valid)
-        OSTREL_LOG_AS(function, logLevel::debug, "error: invalid arguments");
+        OSTREL_LOG_AT(place, logLevel::debug, "error: invalid arguments");
     return valid;
 }
 
-void logFenced(const char* function, const char* what) {
-    OSTREL_LOG_AS(function, logLevel::error, "error: %s", what);
-}
+void logFenced(LogPlace place, const char* what) { OSTREL_LOG_AT(place, logLevel::error, "error: %s", what); }

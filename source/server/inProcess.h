@@ -5,12 +5,13 @@
 #include <exception>
 #include <initializer_list>
 
+#include "common/logPlace.h"
 #include "ostrel/plugin.h"
 
-// False, with a line in the log, when a pointer is null. function: the exported function, for that line.
-bool validArguments(const char* function, std::initializer_list<const void*> pointers);
+// False, with a line in the log, when a pointer is null. place: the exported function's.
+bool validArguments(LogPlace place, std::initializer_list<const void*> pointers);
 // The same for a list to be written and for one value of it.
-bool validList(const char* function, const OstrelValues& list);
+bool validList(LogPlace place, const OstrelValues& list);
 
 // The bytes and the type of a value, whatever its type; room bytes are in buffer. typed and read tell what
 // the database answered; size and type are set when it did.
@@ -23,15 +24,15 @@ struct StoredValue {
 StoredValue readStored(const char* key, unsigned int pKey, unsigned int room, unsigned char* buffer);
 
 // Writes the line for a function that ran into an exception.
-void logFenced(const char* function, const char* what);
+void logFenced(LogPlace place, const char* what);
 
 // The body's result, or failed when it throws.
 template <typename Body, typename Result>
-Result fenced(const char* function, Result failed, Body body) {
+Result fenced(LogPlace place, Result failed, Body body) {
     try {
         return body();
     } catch (const std::exception& exception) {
-        logFenced(function, exception.what());
+        logFenced(place, exception.what());
     }
     return failed;
 }

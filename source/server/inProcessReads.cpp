@@ -42,14 +42,15 @@ int roomFor(ostrelValueType type, int bufferSize) {
 int OstrelClientReadVectorElement_Typed(const char* key, unsigned int index, ostrelValueType type,
                                         unsigned char* buffer, int bufferSize) {
     if (buffer == nullptr || key == nullptr || bufferSize < 1) {
-        OSTREL_LOG(logLevel::error, "error: invalid arguments [key=%s]", LogText(key).text());
+        OSTREL_LOG_AT(logPlace::readTyped, logLevel::error, "error: invalid arguments [key=%s]",
+                      LogText(key).text());
         return 0;
     }
     // A text that cannot be read is empty.
     buffer[0] = 0;
     int room = roomFor(type, bufferSize);
     if (database->dataRead(committed, key, type, &room, buffer, index) == refused) {
-        OSTREL_LOG(logLevel::error, "error: dataRead(%s)", LogText(key).text());
+        OSTREL_LOG_AT(logPlace::readTyped, logLevel::error, "error: dataRead(%s)", LogText(key).text());
         return 0;
     }
     return 1;
@@ -57,7 +58,7 @@ int OstrelClientReadVectorElement_Typed(const char* key, unsigned int index, ost
 
 int readTyped(const char* key, unsigned int index, ostrelValueType type, unsigned char* buffer,
               unsigned int bufferSize) {
-    return fenced("OstrelClientReadVectorElement_Typed", 0, [=] {
+    return fenced(logPlace::readTyped, 0, [=] {
         return OstrelClientReadVectorElement_Typed(key, index, type, buffer, static_cast<int>(bufferSize));
     });
 }
@@ -110,39 +111,39 @@ StoredValue readStored(const char* key, unsigned int pKey, unsigned int room, un
 }
 
 int OstrelClientGetVectorSize(const char* key, unsigned int owner, unsigned int* result) {
-    if (!validArguments(__func__, {key, result}))
+    if (!validArguments(OSTREL_HERE, {key, result}))
         return 0;
-    return fenced(__func__, 0, [=] {
+    return fenced(OSTREL_HERE, 0, [=] {
         *result = static_cast<unsigned int>(database->getVectorSize(key, owner));
         return 1;
     });
 }
 
 int OstrelClientGetPrimaryKeys(const char* key, unsigned int owner, unsigned int* keys, int* count) {
-    if (!validArguments(__func__, {key, keys, count}))
+    if (!validArguments(OSTREL_HERE, {key, keys, count}))
         return 0;
-    return fenced(__func__, 0,
+    return fenced(OSTREL_HERE, 0,
                   [=] { return database->getInstances(key, owner, keys, count) != refused ? 1 : 0; });
 }
 
 int OstrelClientGetType(const char* key, unsigned int pKey, ostrelValueType* type) {
-    if (!validArguments(__func__, {key, type}))
+    if (!validArguments(OSTREL_HERE, {key, type}))
         return 0;
-    return fenced(__func__, 0, [=] { return database->getType(key, pKey, type) != refused ? 1 : 0; });
+    return fenced(OSTREL_HERE, 0, [=] { return database->getType(key, pKey, type) != refused ? 1 : 0; });
 }
 
 int OstrelClientReadValue(const char* key, unsigned int bufferSize, unsigned int* bytesRead,
                           unsigned char* buffer) {
-    if (!validArguments(__func__, {key, bytesRead, buffer}))
+    if (!validArguments(OSTREL_HERE, {key, bytesRead, buffer}))
         return 0;
-    return fenced(__func__, 0, [=] { return readUntyped(key, 0, bufferSize, bytesRead, buffer); });
+    return fenced(OSTREL_HERE, 0, [=] { return readUntyped(key, 0, bufferSize, bytesRead, buffer); });
 }
 
 int OstrelClientReadValueWithPKey(const char* key, unsigned int bufferSize, unsigned int* bytesRead,
                                   unsigned char* buffer) {
-    if (!validArguments(__func__, {key, bytesRead, buffer}))
+    if (!validArguments(OSTREL_HERE, {key, bytesRead, buffer}))
         return 0;
-    return fenced(__func__, 0,
+    return fenced(OSTREL_HERE, 0,
                   [=] { return readUntyped(key, readWord(buffer), bufferSize, bytesRead, buffer); });
 }
 
@@ -200,7 +201,7 @@ int OstrelClientReadVectorElement_MAC(const char* key, unsigned int index, unsig
 void OstrelClientDumpValues(OstrelValues* list) {
     if ((logLevel::notice & printMask) == 0)
         return;
-    if (!validArguments(__func__, {list}) || !validList(__func__, *list))
+    if (!validArguments(OSTREL_HERE, {list}) || !validList(OSTREL_HERE, *list))
         return;
     OSTREL_LOG(logLevel::notice, "*** OstrelClientDumpValues ***");
     OSTREL_LOG(logLevel::notice, "size: %d values", list->count);

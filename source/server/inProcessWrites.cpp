@@ -10,6 +10,7 @@
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
 #include "server/inProcess.h"
+#include "server/knownLines.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"
@@ -19,15 +20,14 @@ namespace {
 enum class Decision { applyNow, postpone };
 
 // verb: what the function does, for the line that says why the daemon ends.
-Decision decide(const char* function, const char* verb) {
+Decision decide(LogPlace place, const char* verb) {
     switch (state) {
         case phase::writingConf:
-            OSTREL_LOG_AS(function, logLevel::error,
-                          "error: a client is not allowed to %s value in its writing state !", verb);
+            OSTREL_LOG_AT(place, logLevel::error, knownLine::writesInWriteConf, verb);
             std::exit(-1);
         case phase::loading:
         case phase::restarting:
-            OSTREL_LOG_AS(function, logLevel::debug, "postponing write");
+            OSTREL_LOG_AT(place, logLevel::debug, "postponing write");
             return Decision::postpone;
         default:
             return Decision::applyNow;
@@ -75,7 +75,7 @@ void noteRemoved(const char* name) noexcept { addChanged(name); }
 int applyWrites(const OstrelValues& values) {
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
-        OSTREL_LOG_AS("OstrelClientWriteValues", logLevel::error,
+        OSTREL_LOG_AT(logPlace::writeValues, logLevel::error,
                       "warning, dataStartWriteTransaction returned invalid handle");
         return 0;
     }
@@ -89,27 +89,27 @@ int applyWrites(const OstrelValues& values) {
 }
 
 // Applies one removal or instantiation in a transaction of its own.
-int applyOne(const char* function, OstrelValue& operation, bool (*applier)(long, OstrelValue*)) {
+int applyOne(LogPlace place, OstrelValue& operation, bool (*applier)(long, OstrelValue*)) {
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
-        OSTREL_LOG_AS(function, logLevel::error, "Cannot start write transaction");
+        OSTREL_LOG_AT(place, logLevel::error, "Cannot start write transaction");
         return 0;
     }
     return inTransaction(handle, [&] { return applier(handle, &operation); });
 }
 
-int deinstanciate(const char* function, const char* name, unsigned int kind, unsigned int pKey,
+int deinstanciate(LogPlace place, const char* name, unsigned int kind, unsigned int pKey,
                   unsigned int owner) {
-    if (!validArguments(function, {name}))
+    if (!validArguments(place, {name}))
         return 0;
-    return fenced(function, 0, [=] {
+    return fenced(place, 0, [=] {
         OstrelValue operation(name, nullptr, 0, ostrelTypeNone, pKey, owner);
         operation.deinstanciateKind = kind;
-        if (decide(function, "instanciate") == Decision::postpone) {
+        if (decide(place, "instanciate") == Decision::postpone) {
             store(copyOf(operation));
             return 1;
         }
-        if (applyOne(function, operation, ostrelDoDeinstanciate) != 1)
+        if (applyOne(place, operation, ostrelDoDeinstanciate) != 1)
             return 0;
         // Told to the plug-ins if a broadcast is still to come: not by the one that is running.
         noteRemoved(name);
@@ -121,15 +121,14 @@ int deinstanciate(const char* function, const char* name, unsigned int kind, uns
 
 int OstrelClientWriteValues(OstrelValues* values) {
     if (values == nullptr) {
-        OSTREL_LOG(logLevel::debug, "nothing to write");
+        OSTREL_LOG_AT(logPlace::writeValues, logLevel::debug, "nothing to write");
         return 0;
     }
-    if (!validList(__func__, *values))
+    if (!validList(logPlace::writeValues, *values))
         return 0;
     OstrelClientDumpValues(values);
-    const char* function = __func__;
-    return fenced(function, 0, [=] {
-        if (decide(function, "write") == Decision::applyNow)
+    return fenced(logPlace::writeValues, 0, [=] {
+        if (decide(logPlace::writeValues, "write") == Decision::applyNow)
             return applyWrites(*values);
         storeWrites(*values);
         return 1;
@@ -137,7 +136,7 @@ int OstrelClientWriteValues(OstrelValues* values) {
 }
 
 int OstrelClientWriteVectorElements(OstrelValues* values, unsigned int index) {
-    if (!validArguments(__func__, {values}) || !validList(__func__, *values))
+    if (!validArguments(OSTREL_HERE, {values}) || !validList(OSTREL_HERE, *values))
         return 0;
     for (int i = 0; i < values->count; ++i)
         values->values[i]->pKey = index;
@@ -145,38 +144,38 @@ int OstrelClientWriteVectorElements(OstrelValues* values, unsigned int index) {
 }
 
 int OstrelClientWriteVectorElement(OstrelValue* value, unsigned int index) {
-    if (!validArguments(__func__, {value}))
+    if (!validArguments(OSTREL_HERE, {value}))
         return 0;
     OstrelValues list{&value, 1};
     return OstrelClientWriteVectorElements(&list, index);
 }
 
 int OstrelClientWriteValue(OstrelValue* value) {
-    if (!validArguments(__func__, {value}))
+    if (!validArguments(OSTREL_HERE, {value}))
         return 0;
     OstrelValues list{&value, 1};
     return OstrelClientWriteValues(&list);
 }
 
 int OstrelClientDeinstanciate(const char* name, unsigned int pKey) {
-    return deinstanciate(__func__, name, deinstanciateKind::one, pKey, 0);
+    return deinstanciate(OSTREL_HERE, name, deinstanciateKind::one, pKey, 0);
 }
 
 int OstrelClientDeinstanciateOwner(const char* name, unsigned int owner) {
-    return deinstanciate(__func__, name, deinstanciateKind::owners, 0, owner);
+    return deinstanciate(OSTREL_HERE, name, deinstanciateKind::owners, 0, owner);
 }
 
 int ostrelClientInstanciateStructure(const char* tpltName, const char* name, unsigned int owner) {
-    if (!validArguments(__func__, {tpltName, name}))
+    if (!validArguments(OSTREL_HERE, {tpltName, name}))
         return 0;
-    const char* function = __func__;
-    return fenced(function, 0, [=] {
+    const LogPlace here = OSTREL_HERE;
+    return fenced(here, 0, [=] {
         OstrelValue operation(name, nullptr, 0, ostrelTypeNone, 0, owner);
         operation.setTpltName(tpltName);
-        if (decide(function, "instanciate") == Decision::postpone) {
+        if (decide(here, "instanciate") == Decision::postpone) {
             store(copyOf(operation));
             return 1;
         }
-        return applyOne(function, operation, ostrelDoInstanciate);
+        return applyOne(here, operation, ostrelDoInstanciate);
     });
 }

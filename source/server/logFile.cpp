@@ -15,6 +15,7 @@
 #include <mutex>
 #include <string>
 
+#include "common/logLock.h"
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
@@ -102,15 +103,6 @@ bool keepEnd(off_t size, const std::string& kept) {
     return false;
 }
 
-// The other thread writes no line meanwhile.
-class LogPause {
-public:
-    LogPause() { flockfile(stdout); }
-    ~LogPause() { funlockfile(stdout); }
-    LogPause(const LogPause&) = delete;
-    LogPause& operator=(const LogPause&) = delete;
-};
-
 void takeReserve() { reserve = open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
 }  // namespace
@@ -143,7 +135,7 @@ void boundLog() {
     if (size == 0)
         return;
     const std::string kept = std::string(logFileName) + ".kept";
-    LogPause pause;
+    const LogLock lock;
     bool isKept = keepEnd(size, kept);
     int error = errno;
     if (ftruncate(STDOUT_FILENO, 0) != 0)

@@ -13,7 +13,7 @@
 #include "server/globals.h"
 #include "server/logFile.h"
 #include "server/mainLoop.h"
-#include "server/plugins.h"
+#include "server/pluginLoading.h"
 #include "server/serverModule.h"
 #include "server/signals.h"
 #include "server/storedOperations.h"
@@ -94,11 +94,10 @@ void openLog(const Options& options) {
 }
 
 void logStart() {
-    constexpr char function[] = "main";
-    OSTREL_LOG_AS(function, logLevel::notice, "** Ostrel v0.1 starting...**");
-    OSTREL_LOG_AS(function, logLevel::notice, "default db:  %s", defaultsPath);
-    OSTREL_LOG_AS(function, logLevel::notice, "db:          %s", livePath);
-    OSTREL_LOG_AS(function, logLevel::notice, "db tmplt:    %s", templatesPath);
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "** Ostrel v0.1 starting...**");
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "default db:  %s", defaultsPath);
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "db:          %s", livePath);
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "db tmplt:    %s", templatesPath);
 }
 
 void openDatabase(const Options& options) {
@@ -124,6 +123,6 @@ int main(int argc, char** argv) {
     loadPlugins(options.reduced);
     state = phase::idle;
     popBackStoredMessage();
-    OSTREL_LOG(logLevel::debug, "[ostrel] Plugins loaded, entering main loop");
+    OSTREL_LOG_AT(logPlace::mainProgram, logLevel::debug, "[ostrel] Plugins loaded, entering main loop");
     mainLoop();
 }

@@ -11,7 +11,7 @@
 #include "server/dispatcher.h"
 #include "server/globals.h"
 #include "server/logFile.h"
-#include "server/plugins.h"
+#include "server/pluginLoading.h"
 #include "server/serverModule.h"
 
 namespace {
@@ -25,12 +25,12 @@ constexpr short exceptional = POLLPRI;
 
 void serveFlags() {
     if (quitRequested != 0) {
-        OSTREL_LOG_AS("Signal_Quit", logLevel::notice, "exiting due to signal %d", quitSignal.load());
-        OSTREL_LOG_AS("main", logLevel::notice, "** Ostrel v0.1 exiting...**");
+        OSTREL_LOG_AT(logPlace::quitSignal, logLevel::notice, "exiting due to signal %d", quitSignal.load());
+        OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "** Ostrel v0.1 exiting...**");
         shutdownServer();
     }
     if (logReloadRequested != 0) {
-        OSTREL_LOG_AS("main", logLevel::notice, "[ostrelServer] Reloading Log file");
+        OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "[ostrelServer] Reloading Log file");
         logReloadRequested = 0;
         reopenLog();
     }

@@ -1,11 +1,13 @@
+#include "server/pluginBroadcasts.h"
+
 #include <algorithm>
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/logFile.h"
 #include "server/pluginRecord.h"
-#include "server/plugins.h"
 #include "server/pluginsModule.h"
 
 namespace {
@@ -38,7 +40,7 @@ bool restartAll(const std::vector<int>& selection) {
         OstrelClientPlugin& plugin = pluginAt(place);
         bool reboot = false;
         if (!plugin.restart(&reboot))
-            OSTREL_LOG_AS("PluginBroadcastChange", logLevel::error, "[Warning] restart failed for client :%s",
+            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error, knownLine::restartFailed,
                           printable(plugin.moduleName));
         rebootWanted = rebootWanted || reboot;
     }
@@ -57,13 +59,13 @@ int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
     for (int place : selection) {
         OstrelClientPlugin& plugin = pluginAt(place);
         if (!plugin.writeConf())
-            OSTREL_LOG(logLevel::error, "[Warning] writeConf failed for client :%s",
-                       printable(plugin.moduleName));
+            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error, knownLine::writeConfFailed,
+                          printable(plugin.moduleName));
     }
     if (!selection.empty()) {
         state = phase::restarting;
         if (restartAll(selection))
-            OSTREL_LOG(logLevel::notice, "[OstrelServer] REBOOT REQUIRED");
+            OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::notice, "[OstrelServer] REBOOT REQUIRED");
     }
     state = phase::serving;
     return 1;

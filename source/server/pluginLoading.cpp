@@ -1,3 +1,5 @@
+#include "server/pluginLoading.h"
+
 #include <dirent.h>
 #include <dlfcn.h>
 
@@ -12,9 +14,9 @@
 
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
+#include "server/knownLines.h"
 #include "server/pluginFile.h"
 #include "server/pluginRecord.h"
-#include "server/plugins.h"
 #include "server/pluginsModule.h"
 #include "text/fixedPaths.h"
 
@@ -49,20 +51,20 @@ OstrelIoFuncs_t* askForTable(OstrelIoFuncs_t* (*getIoFuncs)()) {
 
 // The table that the library exports, when it can be used; otherwise null, after a line in the log.
 OstrelIoFuncs_t* findTable(void* library, const char* fileName) {
-    constexpr char function[] = "loadOnePlugin";
     auto getIoFuncs = reinterpret_cast<OstrelIoFuncs_t* (*)()>(dlsym(library, "ostrelGetIoFuncs"));
     if (getIoFuncs == nullptr) {
-        OSTREL_LOG_AS(function, logLevel::error, "error: IoBlock function not exported in plugin %s",
-                      fileName);
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error,
+                      "error: IoBlock function not exported in plugin %s", fileName);
         return nullptr;
     }
     OstrelIoFuncs_t* table = askForTable(getIoFuncs);
     if (table == nullptr) {
-        OSTREL_LOG_AS(function, logLevel::error, "error: no IoBlock returned by plugin %s", fileName);
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error, "error: no IoBlock returned by plugin %s",
+                      fileName);
         return nullptr;
     }
     if (table->init == nullptr || table->restart == nullptr || table->getWatchedValues == nullptr) {
-        OSTREL_LOG_AS(function, logLevel::error,
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error,
                       "error: IoBlock of plugin %s lacks init, restart or getWatchedValues", fileName);
         return nullptr;
     }
@@ -84,11 +86,10 @@ void shareAnswers(const OstrelClientPlugin& asked) {
 }
 
 void loadDirectory(int reduced) {
-    constexpr char function[] = "loadPlugins";
     Directory directory(opendir(pluginFolder));
-    OSTREL_LOG_AS(function, logLevel::debug, "Plugins dir: %s", pluginFolder);
+    OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Plugins dir: %s", pluginFolder);
     if (!directory)
-        Die("Cannot open plugin dir");
+        Die(knownLine::noPluginFolder);
     while (const dirent* entry = readdir(directory.get())) {
         if (!isPluginName(entry->d_name))
             continue;
@@ -103,30 +104,33 @@ void loadDirectory(int reduced) {
 void loadPlugins(int reduced) {
     loadDirectory(reduced);
     if (listOfClients.empty())
-        Die("No plugins loaded");
-    OSTREL_LOG(logLevel::debug, "Loaded %d plugins", static_cast<int>(listOfClients.size()));
-    OSTREL_LOG(logLevel::debug, "Sorting plugins...");
+        Die(knownLine::noPlugins);
+    OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Loaded %d plugins",
+                  static_cast<int>(listOfClients.size()));
+    OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Sorting plugins...");
     sortPlugins();
-    OSTREL_LOG(logLevel::debug, "Initializing plugins...");
+    OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Initializing plugins...");
     for (OstrelClientPlugin* plugin : listOfClients) {
         plugin->initIo();
         shareAnswers(*plugin);
-        OSTREL_LOG(logLevel::debug, "Plugin %s/%s initialized (prio %d)", plugin->shortFileName,
-                   printable(plugin->moduleName), static_cast<int>(plugin->loadPriority));
+        OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Plugin %s/%s initialized (prio %d)",
+                      plugin->shortFileName, printable(plugin->moduleName),
+                      static_cast<int>(plugin->loadPriority));
     }
 }
 
 bool loadOnePlugin(const char* fileName, int reduced) {
-    OSTREL_LOG(logLevel::debug, "Loading plugin: %s", fileName);
+    OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "Loading plugin: %s", fileName);
     const char* fault = faultOfPluginFile(fileName);
     Library library(fault == nullptr ? dlopen(fileName, RTLD_NOW) : nullptr);
     if (!library) {
-        OSTREL_LOG(logLevel::error, "error: file %s cannot load as plugin, er=%s", fileName,
-                   printable(fault != nullptr ? fault : dlerror()));
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error, "error: file %s cannot load as plugin, er=%s",
+                      fileName, printable(fault != nullptr ? fault : dlerror()));
         return false;
     }
     if (reduced != 0 && dlsym(library.get(), "ostrelClientEssentialFunc") == nullptr) {
-        OSTREL_LOG(logLevel::error, "[ostrel] This plugin is not essential, skipping it");
+        OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error,
+                      "[ostrel] This plugin is not essential, skipping it");
         return false;
     }
     OstrelIoFuncs_t* table = findTable(library.get(), fileName);
@@ -135,9 +139,11 @@ bool loadOnePlugin(const char* fileName, int reduced) {
 
     auto plugin = std::make_unique<OstrelClientPlugin>(fileName);
     plugin->setIo(table);
-    OSTREL_LOG(logLevel::debug, "   short filename: %s", plugin->shortFileName);
-    OSTREL_LOG(logLevel::debug, "   load priority:  %d", static_cast<int>(plugin->loadPriority));
-    OSTREL_LOG(logLevel::debug, "   src filename:   %s", printable(table->srcFileName));
+    OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "   short filename: %s", plugin->shortFileName);
+    OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "   load priority:  %d",
+                  static_cast<int>(plugin->loadPriority));
+    OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "   src filename:   %s",
+                  printable(table->srcFileName));
     listOfClients.push_back(plugin.get());
     plugin.release()->dlHandle = library.release();
     return true;

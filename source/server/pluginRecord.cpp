@@ -10,6 +10,7 @@
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
+#include "server/knownLines.h"
 #include "server/pluginsModule.h"
 
 // The table is shared with separately built objects.
@@ -44,33 +45,31 @@ std::string_view withoutFolder(std::string_view path) {
     return named ? path.substr(slash + 1) : path;
 }
 
-void logException(const char* function, const OstrelClientPlugin& plugin, const char* entry,
-                  const char* what) {
-    OSTREL_LOG_AS(function, logLevel::error, "Plugin[%s].%s() threw an exception: %s", plugin.shortFileName,
-                  entry, what);
+void logException(LogPlace place, const OstrelClientPlugin& plugin, const char* entry, const char* what) {
+    OSTREL_LOG_AT(place, logLevel::error, knownLine::entryThrew, plugin.shortFileName, entry, what);
 }
 
 // Calls an entry. Anything that it throws counts as a failed result.
 template <typename... Parameters, typename... Arguments>
-int callEntry(const char* function, const OstrelClientPlugin& plugin, const char* name,
-              int (*entry)(Parameters...), Arguments... arguments) {
+int callEntry(LogPlace place, const OstrelClientPlugin& plugin, const char* name, int (*entry)(Parameters...),
+              Arguments... arguments) {
     try {
         return entry(arguments...);
     } catch (const std::exception& exception) {
-        logException(function, plugin, name, exception.what());
+        logException(place, plugin, name, exception.what());
     } catch (...) {
-        logException(function, plugin, name, "not a std::exception");
+        logException(place, plugin, name, "not a std::exception");
     }
     return 0;
 }
 
 // The same with the two trace lines around the call.
 template <typename... Parameters, typename... Arguments>
-int traceEntry(const char* function, const OstrelClientPlugin& plugin, const char* name,
+int traceEntry(LogPlace place, const OstrelClientPlugin& plugin, const char* name,
                int (*entry)(Parameters...), Arguments... arguments) {
-    OSTREL_LOG_AS(function, logLevel::debug, ">>> Plugin[%s].%s()", plugin.shortFileName, name);
-    int result = callEntry(function, plugin, name, entry, arguments...);
-    OSTREL_LOG_AS(function, logLevel::debug, "<<< Plugin[%s].%s()", plugin.shortFileName, name);
+    OSTREL_LOG_AT(place, logLevel::debug, ">>> Plugin[%s].%s()", plugin.shortFileName, name);
+    int result = callEntry(place, plugin, name, entry, arguments...);
+    OSTREL_LOG_AT(place, logLevel::debug, "<<< Plugin[%s].%s()", plugin.shortFileName, name);
     return result;
 }
 
@@ -79,8 +78,8 @@ unsigned int countOf(const OstrelClientPlugin& plugin, const char* entry, unsign
                      char** patterns) {
     if (count == 0 || patterns != nullptr)
         return count;
-    OSTREL_LOG_AS("initIo", logLevel::error, "error: Plugin[%s].%s() gave a count of %u but no patterns",
-                  plugin.shortFileName, entry, count);
+    OSTREL_LOG_AT(logPlace::initialise, logLevel::error, knownLine::noPatterns, plugin.shortFileName, entry,
+                  count);
     return 0;
 }
 
@@ -109,24 +108,28 @@ bool OstrelClientPlugin::setIo(OstrelIoFuncs_t* table) {
 }
 
 bool OstrelClientPlugin::initIo() {
-    if (traceEntry(__func__, *this, "init", io->init, 5, &moduleName) != 1)
-        Die("Init failed for plugin");
-    if (traceEntry(__func__, *this, "getWatchedValues", io->getWatchedValues, &nbWatchedValues,
+    if (traceEntry(logPlace::initialise, *this, "init", io->init, 5, &moduleName) != 1)
+        Die(knownLine::initFailed);
+    if (traceEntry(logPlace::initialise, *this, "getWatchedValues", io->getWatchedValues, &nbWatchedValues,
                    &watchedValues) != 1)
-        Die("Cannot get watched values");
+        Die(knownLine::noWatchedValues);
     nbWatchedValues = countOf(*this, "getWatchedValues", nbWatchedValues, watchedValues);
-    OSTREL_LOG(logLevel::debug, "Plugin %s watched values:", shortFileName);
+    OSTREL_LOG_AT(logPlace::initialise, logLevel::debug, "Plugin %s watched values:", shortFileName);
     for (unsigned int i = 0; i < nbWatchedValues; ++i)
-        OSTREL_LOG(logLevel::debug, "   [%1d] <%s>", static_cast<int>(i), printable(watchedValues[i]));
+        OSTREL_LOG_AT(logPlace::initialise, logLevel::debug, "   [%1d] <%s>", static_cast<int>(i),
+                      printable(watchedValues[i]));
 
     if (io->trigger != nullptr && io->getTriggerList != nullptr) {
-        OSTREL_LOG(logLevel::debug, "Getting trigger list for module %s", printable(moduleName));
-        if (callEntry(__func__, *this, "getTriggerList", io->getTriggerList, &nbTriggers, &triggerList) != 1)
-            Die("Cannot get trigger values");
+        OSTREL_LOG_AT(logPlace::initialise, logLevel::debug, "Getting trigger list for module %s",
+                      printable(moduleName));
+        if (callEntry(logPlace::initialise, *this, "getTriggerList", io->getTriggerList, &nbTriggers,
+                      &triggerList) != 1)
+            Die(knownLine::noTriggers);
         nbTriggers = countOf(*this, "getTriggerList", nbTriggers, triggerList);
     } else {
-        OSTREL_LOG(logLevel::debug, "No trigger for that plugin getTriggerList:%lx trigger:%lx",
-                   address(io->getTriggerList), address(io->trigger));
+        OSTREL_LOG_AT(logPlace::initialise, logLevel::debug,
+                      "No trigger for that plugin getTriggerList:%lx trigger:%lx",
+                      address(io->getTriggerList), address(io->trigger));
     }
     return true;
 }
@@ -137,7 +140,7 @@ bool OstrelClientPlugin::closeIo() {
         OSTREL_LOG(logLevel::debug, "<<< Plugin[%s].die() not done", shortFileName);
         return true;
     }
-    if (traceEntry(__func__, *this, "die", io->die) == 1)
+    if (traceEntry(OSTREL_HERE, *this, "die", io->die) == 1)
         return true;
     OSTREL_LOG(logLevel::debug, "Suicide failed for plugin");
     return false;
@@ -146,20 +149,20 @@ bool OstrelClientPlugin::closeIo() {
 bool OstrelClientPlugin::writeConf() {
     if (io == nullptr)
         Die("No io set in writeConf");
-    return io->writeConf == nullptr || traceEntry(__func__, *this, "writeConf", io->writeConf) == 1;
+    return io->writeConf == nullptr || traceEntry(OSTREL_HERE, *this, "writeConf", io->writeConf) == 1;
 }
 
 bool OstrelClientPlugin::trigger(const char* key) {
     if (io == nullptr)
         Die("No io set in trigger");
-    return io->trigger == nullptr || traceEntry(__func__, *this, "trigger", io->trigger, key) == 1;
+    return io->trigger == nullptr || traceEntry(OSTREL_HERE, *this, "trigger", io->trigger, key) == 1;
 }
 
 bool OstrelClientPlugin::restart(bool* reboot) {
     if (io == nullptr)
         Die("No io set in restart");
     int flag = 0;
-    bool restarted = traceEntry(__func__, *this, "restart", io->restart, &flag) == 1;
+    bool restarted = traceEntry(OSTREL_HERE, *this, "restart", io->restart, &flag) == 1;
     *reboot = flag == 1;
     return restarted;
 }

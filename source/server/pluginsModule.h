@@ -1,4 +1,6 @@
-// Internal to the plug-in host: the name that its log lines carry.
+// Internal to the plug-in host: the module that its log lines name.
 #pragma once
 
-constexpr char logModule[] = "ostrelPlugins";
+#include "server/logPlaces.h"
+
+constexpr const char* logModule = logModules::plugins;

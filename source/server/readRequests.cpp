@@ -12,6 +12,7 @@
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
 #include "server/inProcess.h"
+#include "server/knownLines.h"
 #include "server/serverModule.h"
 
 namespace {
@@ -41,15 +42,14 @@ Parameter numberEntry(std::string_view name, const std::uint32_t& number) {
 // Reads one value into the answer. False, with a line in the log for each thing that the database does not
 // give. room is scratch.
 bool addValue(ParametersBuilder& answer, const Parameter& entry, std::array<unsigned char, valueRoom>& room) {
-    constexpr char function[] = "unpackReadMessage";
     KeyName name(entry.name);
     StoredValue value = readStored(name.text(), entry.valueAsNumber(), valueRoom, room.data());
     if (!value.read)
-        OSTREL_LOG_AS(function, logLevel::error,
+        OSTREL_LOG_AT(logPlace::read, logLevel::error,
                       "[ostrelReply] OstrelClientReadValue call failed for value=<%s>",
                       LogText(name.text()).text());
     if (!value.typed)
-        OSTREL_LOG_AS(function, logLevel::error,
+        OSTREL_LOG_AT(logPlace::read, logLevel::error,
                       "[ostrelReply] OstrelClientGetType call failed for value=<%s>",
                       LogText(name.text()).text());
     if (!value.read || !value.typed)
@@ -86,7 +86,7 @@ Answer answerPKeyList(const Entries& entries) {
     int count = static_cast<int>(keys.size());
     KeyName name(first.name);
     if (database->getInstances(name.text(), first.valueAsNumber(), keys.data(), &count) != 0) {
-        OSTREL_LOG_AS("unpackGetPKeyListMessage", logLevel::error,
+        OSTREL_LOG_AT(logPlace::pKeyList, logLevel::error,
                       "database->getInstances call failed for value=<%s>", LogText(name.text()).text());
         return std::nullopt;
     }
@@ -95,16 +95,16 @@ Answer answerPKeyList(const Entries& entries) {
     return answer;
 }
 
-// Parses, lets the handler answer, sends. function: the handler's name in the log.
-int serve(const char* function, Answer (*answerTo)(const Entries&), unsigned int nbBytes,
-          unsigned char* bytes, ostrelLink* link) {
+// Parses, lets the handler answer, sends. place: the handler's.
+int serve(LogPlace place, Answer (*answerTo)(const Entries&), unsigned int nbBytes, unsigned char* bytes,
+          ostrelLink* link) {
     Answer answer;
     try {
         auto entries = parseParameters({bytes, nbBytes});
         if (entries)
             answer = answerTo(*entries);
         else
-            OSTREL_LOG_AS(function, logLevel::error, "[OstrelServer::%s] Unmarshall failed", function);
+            OSTREL_LOG_AT(place, logLevel::error, "[OstrelServer::%s] Unmarshall failed", place.function);
         bool failed = !answer;
         if (failed)
             answer.emplace(messageCode::failureAnswer);
@@ -113,12 +113,12 @@ int serve(const char* function, Answer (*answerTo)(const Entries&), unsigned int
             return 0;
         auto list = answer->bytes();
         if (!link->sendMessage(static_cast<unsigned int>(list.size()), list.data())) {
-            OSTREL_LOG_AS(function, logLevel::error, "[ostrelEvent:read] Send message failed");
+            OSTREL_LOG_AT(place, logLevel::error, "[ostrelEvent:read] Send message failed");
             failed = true;
         }
         return failed ? 0 : 1;
     } catch (const std::bad_alloc&) {
-        OSTREL_LOG_AS(function, logLevel::error, "[ostrelEvent:read] Marshalling message failed");
+        OSTREL_LOG_AT(place, logLevel::error, knownLine::readNotAnswered);
         return 0;
     }
 }
@@ -126,13 +126,13 @@ int serve(const char* function, Answer (*answerTo)(const Entries&), unsigned int
 }  // namespace
 
 int unpackReadMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link) {
-    return serve(__func__, answerRead, nbBytes, bytes, link);
+    return serve(logPlace::read, answerRead, nbBytes, bytes, link);
 }
 
 int unpackGetOwnerQtyMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link) {
-    return serve(__func__, answerOwnerQty, nbBytes, bytes, link);
+    return serve(logPlace::ownerQty, answerOwnerQty, nbBytes, bytes, link);
 }
 
 int unpackGetPKeyListMessage(unsigned int nbBytes, unsigned char* bytes, ostrelLink* link) {
-    return serve(__func__, answerPKeyList, nbBytes, bytes, link);
+    return serve(logPlace::pKeyList, answerPKeyList, nbBytes, bytes, link);
 }

@@ -1,4 +1,6 @@
-// Internal to the server core: the name that its log lines carry.
+// Internal to the server core: the module that its log lines name.
 #pragma once
 
-constexpr char logModule[] = "ostrelServer";
+#include "server/logPlaces.h"
+
+constexpr const char* logModule = logModules::server;

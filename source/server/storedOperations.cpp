@@ -2,15 +2,14 @@
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
+#include "server/commitBroadcasts.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
-#include "server/plugins.h"
+#include "server/knownLines.h"
 #include "server/serverModule.h"
 #include "server/transaction.h"
 
 namespace {
-
-constexpr char popBackName[] = "popBackStoredMessage";
 
 // A plug-in that stores a write of what it watches in every restart would replay for ever.
 constexpr int mostPasses = 100;
@@ -28,10 +27,7 @@ bool apply(long handle, OstrelValue* record) {
 bool applyStored() {
     long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
-        OSTREL_LOG_AS(
-            popBackName, logLevel::error,
-            "[ostrelServer::HandleWriteSequence] Warning, dataStartWriteTransaction returned invalid "
-            "handle");
+        OSTREL_LOG_AT(logPlace::replay, logLevel::error, knownLine::noTransaction);
         destroyRecords(listOfStoredValues);
         return false;
     }
@@ -42,7 +38,7 @@ bool applyStored() {
             return false;
     }
     if (database->dataCommit(handle) != 0) {
-        OSTREL_LOG_AS(popBackName, logLevel::error, "error: commit failed");
+        OSTREL_LOG_AT(logPlace::replay, logLevel::error, "error: commit failed");
         destroyRecords(listOfStoredValues);
         return false;
     }
@@ -55,32 +51,30 @@ void broadcastApplied() {
             addChanged(record->name);
     }
     destroyRecords(listOfStoredValues);
-    PluginBroadcastTrigger(listOfChangedStuff);
-    PluginBroadcastChange(listOfChangedStuff);
-    destroyRecords(listOfChangedStuff);
+    broadcastReplayedChanges();
 }
 
 }  // namespace
 
 bool popBackStoredMessage() {
-    OSTREL_LOG(logLevel::debug, "\t** Poping Stored Messages :%d",
-               static_cast<int>(listOfStoredValues.size()));
+    OSTREL_LOG_AT(logPlace::replay, logLevel::debug, "\t** Poping Stored Messages :%d",
+                  static_cast<int>(listOfStoredValues.size()));
     for (int pass = 0; !listOfStoredValues.empty(); ++pass) {
         if (pass == mostPasses) {
-            OSTREL_LOG(logLevel::error,
-                       "[ostrelServer::popBackStoredMessage] Replay stopped after %d passes, next is <%s>",
-                       pass, LogText(listOfStoredValues.front()->name).text());
+            OSTREL_LOG_AT(logPlace::replay, logLevel::error,
+                          "[ostrelServer::popBackStoredMessage] Replay stopped after %d passes, next is <%s>",
+                          pass, LogText(listOfStoredValues.front()->name).text());
             return false;
         }
-        OSTREL_LOG(logLevel::debug, "\t**<%d> Poping Stored Messages :%d, %s", pass,
-                   static_cast<int>(listOfStoredValues.size()),
-                   LogText(listOfStoredValues.front()->name).text());
+        OSTREL_LOG_AT(logPlace::replay, logLevel::debug, "\t**<%d> Poping Stored Messages :%d, %s", pass,
+                      static_cast<int>(listOfStoredValues.size()),
+                      LogText(listOfStoredValues.front()->name).text());
         destroyRecords(listOfChangedStuff);
         if (!applyStored())
             return false;
         broadcastApplied();
     }
-    OSTREL_LOG(logLevel::debug, "\t** Exiting Stored Messages :%d", 0);
+    OSTREL_LOG_AT(logPlace::replay, logLevel::debug, "\t** Exiting Stored Messages :%d", 0);
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <new>
 #include <string>
 
+#include "ostrel/plugin/knownLines.hpp"
 #include "ostrel/plugin/read.hpp"
 
 #pragma GCC visibility push(hidden)
@@ -19,7 +20,7 @@ namespace detail {
 inline bool writeAllowed() {
     if (mayWrite())
         return true;
-    logError(phase() == Phase::writeConf ? "a write in writeConf is left out"
+    logError(phase() == Phase::writeConf ? knownLine::writeLeftOut
                                          : "a write outside of the entries is left out");
     return false;
 }

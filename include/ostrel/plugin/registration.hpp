@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "ostrel/plugin/knownLines.hpp"
 #include "ostrel/plugin/shape.hpp"
 
 // Makes the class the plug-in of this shared object. Once, outside of any namespace. What the class has:
@@ -135,10 +136,10 @@ private:
     static void comeUp() {
         int reboot = 0;
         if (writeConf() != 1)
-            ostrelPrintLine(1, moduleName, 0, "init",
-                            "error: writeConf failed, the service has its last good configuration");
+            ostrelPrintLine(1, moduleName, 0, "init", "error: writeConf failed, %s",
+                            knownLine::keepsOldConfiguration);
         if (restart(&reboot) != 1)
-            ostrelPrintLine(1, moduleName, 0, "init", "error: restart failed, the service may not run");
+            ostrelPrintLine(1, moduleName, 0, "init", "error: restart failed, %s", knownLine::mayNotRun);
     }
 
     static int die() {
@@ -162,7 +163,7 @@ private:
         isDone = result == 1;
         const bool follows = isWritten_ && isRestarted_ && isTriggered_;
         if (follows && isBehind_)
-            ostrelPrintLine(2, moduleName, 0, entry, "follows the database again");
+            ostrelPrintLine(2, moduleName, 0, entry, "%s", knownLine::followsAgain);
         isBehind_ = !follows;
         return result;
     }

@@ -11,6 +11,7 @@
 #include <ostrel/plugin/command.hpp>
 #include <utility>
 
+#include "exec/knownLines.h"
 #include "exec/runner/launch.h"
 #include "exec/runner/output.h"
 
@@ -27,7 +28,7 @@ constexpr std::chrono::seconds copyLimit{1};
 constexpr std::chrono::milliseconds leftCheck{50};
 
 void report(const std::string& rule, const std::string& text) {
-    std::fprintf(stderr, "ostrelExecRunner: rule %s: %s\n", rule.c_str(), text.c_str());
+    std::fprintf(stderr, "%s%s: %s\n", knownLine::ofRule, rule.c_str(), text.c_str());
 }
 
 // Empty when all is well.
@@ -153,7 +154,7 @@ void Jobs::end(Job& job) {
         if (!text.empty() && !job.isStopped)
             report(job.request.rule, job.program + ": " + text);
         if (std::exchange(job.hasFailed, job.isStopped || !text.empty()) && !job.hasFailed)
-            report(job.request.rule, job.program + ": succeeded again");
+            report(job.request.rule, job.program + ": " + knownLine::succeededAgain);
     }
     if (job.copier != 0)
         copiers_.push_back(job.copier);

@@ -11,6 +11,8 @@
 #include <system_error>
 #include <utility>
 
+#include "exec/knownLines.h"
+
 namespace exec {
 namespace {
 
@@ -48,8 +50,8 @@ void copyOutput(const std::string& rule, const std::string& program) {
         signal(number, SIG_IGN);
     // Who ends runners by their name does not mean this.
     prctl(PR_SET_NAME, "ostrelExecOutput");
-    std::string cut = "ostrelExecRunner: rule " + rule + ": ";
-    cut.append(program).append(": printed over 64 KiB, the rest is left out\n");
+    std::string cut = knownLine::ofRule + rule + ": ";
+    cut.append(program).append(": printed over 64 KiB, ").append(knownLine::restLeftOut).append("\n");
     std::array<char, 16384> piece{};
     std::size_t left = mostLogged;
     char last = '\n';

@@ -23,9 +23,8 @@ TEST_F(Log, MaskSelectsLevels) {
     EXPECT_EQ(line(4), "text 5\n");
     ostrelSetPrintLevel(3);
     EXPECT_EQ(line(4) + line(3) + line(1), "text 5\n\033[41m**** ERROR ****\033[m text 5\n");
-    constexpr char logModule[] = "test";
     int evaluated = 0;
-    OSTREL_LOG_AS("f", 4, "%d", ++evaluated);
+    OSTREL_LOG_AT((LogPlace{"test", "f"}), 4, "%d", ++evaluated);
     EXPECT_EQ(evaluated, 0) << "the arguments of a hidden line";
 }
 

@@ -1,4 +1,4 @@
-// The plug-in host: the set of loaded plug-ins and what they are told.
+// What all plug-ins are told of changed keys.
 //
 // Main thread only. Plug-ins are called, so anything that a plug-in may do can happen during a call.
 #pragma once
@@ -6,16 +6,6 @@
 #include <vector>
 
 #include "ostrel/plugin.h"
-
-// Loads, orders and initialises the plug-ins of the plug-in directory; reduced: the essential ones only. Ends
-// the daemon when there is none or one fails to initialise.
-void loadPlugins(int reduced);
-// True when a plug-in was added to listOfClients; otherwise the log says why not.
-bool loadOnePlugin(const char* fileName, int reduced);
-// Orders listOfClients by load priority.
-bool sortPlugins();
-// Closes and unloads every plug-in, in list order.
-void unloadPlugins();
 
 // Has each plug-in that watches one of the changed keys rewrite its configuration, then has each of them
 // restart its service. The entries stay their owner's and must outlive the call. Leaves state at
