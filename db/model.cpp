@@ -1,6 +1,8 @@
 #include "db/model.h"
 
-#include "text/grammar.h"
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace store {
 namespace {
@@ -16,51 +18,11 @@ ostrelValueType defaultType(const Entry& entry) {
 
 }  // namespace
 
-const Model::Node* Model::node(std::string_view name) const {
-    if (lastFound_ != nullptr && lastFound_->first == name)
-        return lastFound_;
-    const auto found = entries_.find(name);
-    if (found == entries_.end())
-        return nullptr;
-    lastFound_ = &*found;
-    return lastFound_;
-}
-
-Model::Node& Model::makeNode(std::string_view name) {
-    const auto found = entries_.find(name);
-    return found != entries_.end() ? *found : *entries_.emplace(name, Entry()).first;
-}
-
-const Entry* Model::entry(std::string_view name) const {
-    const Node* found = node(name);
-    return found != nullptr ? &found->second : nullptr;
-}
-
-const Elements* Model::elements(std::string_view name) const {
-    const Entry* found = entry(name);
-    return found != nullptr ? found->elements.get() : nullptr;
-}
-
-const Cell* Model::cell(std::string_view name, uint32_t index) const {
-    const Entry* found = entry(name);
-    if (found == nullptr || index == 0)
-        return found != nullptr && !found->plain.isBlank() ? &found->plain : nullptr;
-    if (!found->elements)
-        return nullptr;
-    const auto element = found->elements->cells.find(index);
-    return element != found->elements->cells.end() ? &element->second : nullptr;
-}
-
-const Value* Model::find(std::string_view name, uint32_t index) const {
-    const Cell* found = cell(name, index);
-    return found != nullptr && found->present ? found : nullptr;
-}
-
 size_t Model::list(std::string_view name, uint32_t owner, unsigned int* keys, size_t room) const {
     const Structure* instances = structure(name);
     const Elements* vector = instances == nullptr ? elements(name) : nullptr;
     if (vector != nullptr && vector->structure != nullptr)
-        instances = &vector->structure->second;
+        instances = vector->structure;
     size_t count = 0;
     const auto add = [&](uint32_t key, bool matches) {
         if (matches && count++ < room && keys != nullptr)
@@ -76,100 +38,28 @@ size_t Model::list(std::string_view name, uint32_t owner, unsigned int* keys, si
     return count;
 }
 
-void Model::put(Node& node, uint32_t index, Cell cell, const Structures::value_type* structure) {
-    Entry& entry = node.second;
-    if (index != 0 && !entry.elements) {
-        entry.elements = std::make_unique<Elements>();
-        entry.elements->structure = structure;
-    }
-    Cell& place = index == 0 ? entry.plain : entry.elements->cells[index];
-    keepDefault(node, index, place, cell);
-    count(node, place, index, false);
-    count(node, cell, index, true);
-    place = std::move(cell);
-    if (place.isBlank()) {
-        if (index != 0)
-            entry.elements->cells.erase(index);
-        dropIfBlank(node);
-    }
+Result Model::addTemplateMember(std::string_view templateName, std::string_view member, Value value) {
+    return templates_.addMember(templateName, member, std::move(value));
 }
 
-void Model::count(Node& node, const Cell& cell, uint32_t index, bool added) {
-    const auto adjust = [added](size_t& counter, bool counts) {
-        if (counts && added) {
-            ++counter;
-        } else if (counts) {
-            --counter;
-        }
-    };
-    if (cell.changed)
-        tally(lineSize([&](RowVisitor& line) {
-                  cell.present ? line.value(rowKey(node, index), cell)
-                               : line.erased(rowKey(node, index), Origin::factory);
-              }),
-              added);
-    if (index != 0) {
-        Elements& elements = *node.second.elements;
-        adjust(elements.present, cell.present);
-        adjust(elements.defaults, cell.hasDefault);
-        // An erased element, without a default, says nothing about what the vector holds now.
-        if (added && (cell.present || cell.hasDefault))
-            elements.type = cell.type;
-    }
-    if (added && cell.changed && node.second.changedAt == Entry::unchanged) {
-        node.second.changedAt = static_cast<uint32_t>(changed_.size());
-        changed_.push_back(&node);
-    }
+Result Model::addDefaultInstance(const RowKey& key, const Instance& instance) {
+    return instances_.addDefault(key, instance);
 }
 
-void Model::tally(size_t lineBytes, bool added) {
-    // Unsigned numbers wrap, and back again.
-    changes_ += added ? 1 : size_t{0} - 1;
-    changedBytes_ += added ? lineBytes : size_t{0} - lineBytes;
+Result Model::setLastKey(std::string_view structure, uint32_t last) {
+    return instances_.setLastKey(structure, last);
 }
 
-RowKey Model::rowKey(const Node& node, uint32_t index) {
-    RowKey key{node.first, index};
-    const Elements* elements = node.second.elements.get();
-    if (index != 0 && elements != nullptr && elements->structure != nullptr) {
-        key.name = elements->structure->first;
-        key.member = std::string_view(node.first).substr(key.name.size() + 1);
-    }
-    return key;
-}
-
-// Before a change takes its place. A member's is one only as long as its instance is a default one.
-void Model::keepDefault(const Node& node, uint32_t index, const Cell& old, const Cell& cell) {
-    if (!old.hasDefault || old.changed || (cell.hasDefault && !cell.changed))
-        return;
-    const RowKey key = rowKey(node, index);
-    if (key.member.empty() || !structures_.find(key.name)->second.instances.at(index).changed)
-        factoryCells_.insert_or_assign({node.first, index}, old);
-}
-
-void Model::dropIfBlank(Node& node) {
-    Entry& entry = node.second;
-    if (entry.elements && entry.elements->cells.empty())
-        entry.elements.reset();
-    if (entry.elements || !entry.plain.isBlank())
-        return;
-    if (entry.changedAt != Entry::unchanged) {
-        changed_.back()->second.changedAt = entry.changedAt;
-        changed_[entry.changedAt] = changed_.back();
-        changed_.pop_back();
-    }
-    lastFound_ = nullptr;
-    entries_.erase(entries_.find(node.first));
+bool Model::isBelowStructure(std::string_view name) const {
+    return anySplit(
+        name, [this](std::string_view prefix, std::string_view) { return structure(prefix) != nullptr; });
 }
 
 Result Model::addDefault(const RowKey& key, Value value) {
     const std::string member = key.member.empty() ? std::string() : key.wholeName();
     const std::string_view name = member.empty() ? key.name : member;
-    const auto isStructure = [&](std::string_view prefix, std::string_view) {
-        return structure(prefix) != nullptr;
-    };
-    if (key.index != 0 && (!member.empty() || anySplit(name, isStructure)))
-        return addDefaultMember(name, key.index, std::move(value));
+    if (key.index != 0 && (!member.empty() || isBelowStructure(name)))
+        return instances_.addDefaultMember(name, key.index, std::move(value));
     if (key.index != 0 && structure(name) != nullptr)
         return {"the name is a structure's"};
     if (const Entry* found = entry(name); found != nullptr) {
@@ -178,27 +68,18 @@ Result Model::addDefault(const RowKey& key, Value value) {
         if (defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type)
             return {"the name has another type in an earlier line"};
     }
-    put(makeNode(name), key.index, Cell{std::move(value), true, true, false, false});
+    cells_.set(name, key.index, Cell{std::move(value), true, true, false, false});
     return {};
-}
-
-Result Model::checkElementName(const RowKey& key) const {
-    if (key.index == 0)
-        return {};
-    if (structure(key.name) != nullptr)
-        return {"the name is a structure's"};
-    const Elements* found = elements(key.name);
-    return found != nullptr && found->structure != nullptr ? Result{"the name is a structure member's"}
-                                                           : Result{};
 }
 
 Result Model::setValue(const RowKey& key, const Value& value) {
     if (!key.member.empty())
-        return setMember(key, value);
-    if (key.index != 0)
-        takeName(key.name, {});
-    if (const Result result = checkElementName(key); !result.ok())
-        return result;
+        return instances_.setMember(key, value);
+    if (key.index != 0) {
+        instances_.takeForVector(key.name);
+        if (const Result result = nameRules_.checkVector(key.name); !result.ok())
+            return result;
+    }
     const Entry* found = entry(key.name);
     if (found != nullptr && defaultType(*found) != ostrelTypeNone && defaultType(*found) != value.type) {
         // Over all that was before, an erasure, too.
@@ -206,14 +87,14 @@ Result Model::setValue(const RowKey& key, const Value& value) {
         return {"the default has another type and wins"};
     }
     const Cell* old = cell(key.name, key.index);
-    put(makeNode(key.name), key.index, Cell{value, true, old != nullptr && old->hasDefault, true, false});
+    cells_.set(key.name, key.index, Cell{value, true, old != nullptr && old->hasDefault, true, false});
     return {};
 }
 
 // What was a default is kept erased, also for a firmware that has none for it now. A row that does not say is
 // taken as the version that wrote it took it: by what is there now.
 Result Model::erase(const RowKey& key, Origin origin) {
-    const Result result = checkElementName(key);
+    const Result result = key.index != 0 ? nameRules_.checkVector(key.name) : Result{};
     if (origin == Origin::created) {
         if (result.ok())
             restoreDefault(key);
@@ -228,7 +109,7 @@ Result Model::erase(const RowKey& key, Origin origin) {
         erased.hasDefault = old->hasDefault;
         erased.changed = old->hasDefault || origin == Origin::factory;
     }
-    put(makeNode(key.name), key.index, std::move(erased));
+    cells_.set(key.name, key.index, std::move(erased));
     return {};
 }
 
@@ -237,8 +118,45 @@ void Model::restoreDefault(const RowKey& key) {
     const Cell* old = cell(key.name, key.index);
     if (old == nullptr || !old->changed)
         return;
-    const auto kept = factoryCells_.extract({std::string(key.name), key.index});
-    put(makeNode(key.name), key.index, kept.empty() ? Cell() : std::move(kept.mapped()));
+    std::optional<Cell> kept = cells_.takeKept(key.name, key.index);
+    cells_.set(key.name, key.index, kept ? *std::move(kept) : Cell());
+}
+
+void Model::visitChanges(RowVisitor& visitor) const {
+    structures_.visitChanges(visitor);
+    cells_.visitChanges(visitor);
+}
+
+void Model::visitInstances(const Structure& structure, CellVisitor& visitor) const {
+    for (const auto& [key, instance] : structure.instances) {
+        visitor.instance({structure.name, key}, instance);
+        for (const std::string& member : structure.members) {
+            const Elements* found = elements(memberName(structure.name, member));
+            if (found == nullptr || found->structure != &structure)
+                continue;
+            if (const auto cell = found->cells.find(key); cell != found->cells.end())
+                visitor.cell({structure.name, key, member}, cell->second);
+        }
+    }
+}
+
+void Model::visitCells(CellVisitor& visitor) const {
+    auto next = structures_.all().begin();
+    const auto visitStructuresBefore = [&](const std::string* name) {
+        for (; next != structures_.all().end() && (name == nullptr || next->first < *name); ++next)
+            visitInstances(next->second, visitor);
+    };
+    for (const Cells::Node* node : cells_.sorted()) {
+        const auto& [name, entry] = *node;
+        visitStructuresBefore(&name);
+        if (!entry.plain.isBlank())
+            visitor.cell({name}, entry.plain);
+        if (entry.elements && entry.elements->structure == nullptr) {
+            for (const auto& [index, cell] : entry.elements->cells)
+                visitor.cell({name, index}, cell);
+        }
+    }
+    visitStructuresBefore(nullptr);
 }
 
 }  // namespace store

@@ -30,8 +30,8 @@ const Value* Transaction::find(std::string_view name, uint32_t index) const {
         return committed;
     if (committed == nullptr)
         return newMember(name, index).value;
-    const Structures::value_type* structure = base_.elements(name)->structure;
-    return structure == nullptr || instance(structure->first, index) != nullptr ? committed : nullptr;
+    const Structure* structure = base_.elements(name)->structure;
+    return structure == nullptr || instance(structure->name, index) != nullptr ? committed : nullptr;
 }
 
 bool Transaction::isMember(std::string_view name) const {

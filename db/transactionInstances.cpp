@@ -44,20 +44,20 @@ Transaction::Member Transaction::newMember(std::string_view name, uint32_t key) 
 std::string_view Transaction::memberOf(std::string_view name, uint32_t key) const {
     const Elements* committed = base_.elements(name);
     return committed != nullptr && committed->structure != nullptr
-               ? std::string_view(committed->structure->first)
+               ? std::string_view(committed->structure->name)
                : newMember(name, key).structure;
 }
 
 // A name that this transaction has freed can serve another purpose only after the commit.
 Result Transaction::checkNewInstance(std::string_view name, const Template& members) const {
-    if (const Result result = base_.checkStructureName(name); !result.ok())
+    if (const Result result = base_.nameRules().checkStructure(name); !result.ok())
         return result;
     const NameChanges* own = changesOf(name);
     if (own != nullptr && (own->vectorType != ostrelTypeNone || !own->structure.empty()))
         return {"the name is a vector's or a member's"};
     for (const auto& [member, value] : members) {
         const std::string whole = memberName(name, member);
-        if (const Result result = base_.checkMemberName(whole, name); !result.ok())
+        if (const Result result = base_.nameRules().checkMember(whole, name); !result.ok())
             return result;
         const NameChanges* changes = changesOf(whole);
         const bool isTaken =

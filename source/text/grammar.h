@@ -57,13 +57,4 @@ private:
     void end();
 };
 
-// The length of the lines that write(visitor) makes of its rows.
-template <class Write>
-size_t lineSize(Write write) {
-    LineWriter writer;
-    writer.text.reserve(128);
-    write(writer);
-    return writer.text.size();
-}
-
 }  // namespace store
