@@ -8,6 +8,9 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
+#include "text.h"
+#include "tool.h"
 
 namespace {
 
@@ -243,8 +246,8 @@ TEST_F(ClientTool, LongBatchesAreOneTransaction) {
     // On a terminal, and only there, a bar tells that it waits; it fits, and a signal's message has its own
     // line.
     const Client holder;
-    holder.send(list(29));
-    ASSERT_TRUE(holder.ask(list(40)));
+    holder.send(list(code::startWriting));
+    ASSERT_TRUE(holder.ask(list(code::instanciate)));
     writeFile("/tmp/batch", batch);
     writeFile("/tmp/waits",
               "cd /vemra/bin; stty cols 30\n"
@@ -265,8 +268,8 @@ TEST_F(ClientTool, LongBatchesAreOneTransaction) {
 
 TEST_F(ClientTool, TellsBusyFromNotRunning) {
     std::optional<Client> client{std::in_place};
-    client->send(list(29));
-    ASSERT_TRUE(client->ask(list(40)));
+    client->send(list(code::startWriting));
+    ASSERT_TRUE(client->ask(list(code::instanciate)));
     for (const char* arguments : {"get a", "set a 5", "shutdown"})
         expect({{arguments + std::string(" --timeout 0.1"), {4, "", "no answer within 100 ms"}}});
     client.emplace();

@@ -5,6 +5,9 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
+#include "text.h"
+#include "tool.h"
 
 namespace fs = std::filesystem;
 
@@ -25,9 +28,7 @@ protected:
         client.emplace();
         return daemon.calls();
     }
-    bool write(const std::string& key, std::uint32_t value) {
-        return client->commit({list(6, {dword(key, value)})});
-    }
+    bool write(const std::string& key, std::uint32_t value) { return client->set(key, value); }
     std::optional<std::uint32_t> number(const std::string& key) { return client->number(key); }
 
     Daemon daemon;
@@ -39,7 +40,8 @@ TEST_F(Plugins, LoadAndRestartPrioritiesOrderTheCalls) {
     daemon.plugin("b", "loadPriority 4294967295\nrestartPriority 10\nwatch net.ip\n");
     daemon.plugin("c", "loadPriority 20\nwatch nothing\n");
     EXPECT_EQ(start(), "c init 5,a init 5,b init 5,");
-    EXPECT_TRUE(client->commit({list(6, {dword("net.ip", 5), dword("net.mask", 6), dword("wifi.ssid", 7)})}));
+    EXPECT_TRUE(client->commit(
+        {list(code::notify, {dword("net.ip", 5), dword("net.mask", 6), dword("wifi.ssid", 7)})}));
     EXPECT_EQ(daemon.calls(), "b writeConf,a writeConf,b restart,a restart,");
     EXPECT_EQ(daemon.stop(), 0);
     EXPECT_EQ(daemon.calls(), "c die,a die,b die,");
@@ -170,19 +172,19 @@ TEST_F(Plugins, DnsmasqIsGivenNoMoreHostsOfOneNameThanItCanServe) {
     const std::uint32_t dns = 0x736e64;  // "dns"
     for (const std::uint32_t count : {64U, 65U}) {
         std::vector<Entry> hosts(count == 64 ? 64 : 1, {.name = "host", .owner = dns, .tpltName = "host"});
-        client->send(list(29));
-        ASSERT_TRUE(client->ask(list(40, hosts)));
+        client->send(list(code::startWriting));
+        ASSERT_TRUE(client->ask(list(code::instanciate, hosts)));
         std::vector<Entry> values;
         for (std::uint32_t key = count - static_cast<std::uint32_t>(hosts.size()) + 1; key <= count; ++key) {
             values.push_back({"host.name", text("Many"), ostrelTypeString, key});
             values.push_back({"host.address", text("10.0.0." + std::to_string(key)), ostrelTypeIP, key});
         }
-        client->send(
-            list(6, {values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2)}));
-        client->send(
-            list(6, {values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end()}));
-        client->send(list(30));
-        ASSERT_TRUE(client->ask(list(20)));
+        client->send(list(code::notify,
+                          {values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2)}));
+        client->send(list(code::notify,
+                          {values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end()}));
+        client->send(list(code::commit));
+        ASSERT_TRUE(client->ask(list(code::read)));
         EXPECT_EQ(contains(daemon.log(), "error: host.name[65]: more than 64 hosts have this name\n"),
                   count == 65);
     }
@@ -194,8 +196,8 @@ TEST_F(Plugins, DnsmasqIsGivenNoMoreHostsOfOneNameThanItCanServe) {
 TEST_F(Plugins, PlainCPluginReadsAndWrites) {
     daemon.plugin("c", "", "plainC");
     start();
-    EXPECT_TRUE(
-        client->commit({list(6, {{.name = "c.text", .value = text("bye"), .type = ostrelTypeString}})}));
+    EXPECT_TRUE(client->commit(
+        {list(code::notify, {{.name = "c.text", .value = text("bye"), .type = ostrelTypeString}})}));
     EXPECT_TRUE(daemon.logged("plainC read 1 1 <bye> type 6 size 4\n"));
     EXPECT_TRUE(daemon.logged("  (1/1) key c.result (type 3) = <4>[\\07\\00\\00\\00]\n"));
     EXPECT_EQ(number("c.result"), 7U);
