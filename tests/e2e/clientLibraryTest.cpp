@@ -334,6 +334,17 @@ TEST_F(ClientLibrary, KnowsThatACommitHasLeftWhenTheRestHasNot) {
     }
 }
 
+// The daemon shall not have to wait for us to take its answers.
+TEST_F(ClientLibrary, AsksForLittleAtATime) {
+    auto mortal = standIn(2, End::readsOn);
+    session.connect();
+    session.setTimeout(200ms);
+    const std::vector<ostrel::Key> keys(5000, ostrel::Key{"a"});
+    EXPECT_EQ(errorOf([&] { session.readMany(keys); }).status(), OSTREL_BUSY);
+    session = ostrel::Session("other");
+    EXPECT_LE(mortal.get().size(), 4 * (8 + receiveBufferSize));
+}
+
 // Somebody who may have come before the daemon. False: this appliance has only one user.
 bool listenAs(uid_t user, std::initializer_list<std::pair<const char*, int>> places) {
     std::vector<int> sockets;

@@ -47,8 +47,8 @@ protected:
 TEST_F(ClientTool, WhatGetPrintsFeedsABatch) {
     const std::string all = "get a text 'v[2]' 'odd name'";
     // Words that the option library, the shell's user or a terminal could misread.
-    for (const char* text : {"'[a,b]'", "check", "''", "++", "'two\nlines \"quoted\" #[$x]'", "-- --json",
-                             "'\xff\033[2J'", "'\u009b2J\u202e'"}) {
+    for (const char* text : {"'[a,b]'", "'[$x]'", "check", "''", "++", "'two\nlines \"quoted\" #[$x]'",
+                             "-- --json", "'\xff\033[2J'", "'\u009b2J\u202e'"}) {
         expect({{std::string("set text ") + text}});
         const Outcome changed = ctl("get text");
         EXPECT_EQ(changed.output.find_first_of("\033\xff\xc2\xe2"), std::string::npos) << changed.output;

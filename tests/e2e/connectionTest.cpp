@@ -1,4 +1,5 @@
 // Clients that come, go, stall and misbehave.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -34,7 +35,7 @@ TEST_F(Connections, NamesAreShownVerbatim) {
     }
     for (const char* part : {"[ostrServer::PopMessage] Got connect from 100%s%n\n",
                              "received message error or closed socket, from client 100%s%n\n",
-                             "\033[m 100%s%n\n", "\tCnx:00 Fd:", " Name:(null)\n"})
+                             "\033[m 100%s%n\n", "\tCnx:00 Fd:1024", " Name:(null)\n"})
         EXPECT_TRUE(daemon.logged(part)) << part;
 }
 
@@ -127,6 +128,16 @@ TEST_F(Connections, UrgentDataRemovesTheConnectionAndHoldsNobody) {
     ::send(inside.fd(), "!", 1, MSG_OOB);
     EXPECT_TRUE(inside.closed());
     EXPECT_EQ(Client().number("a"), 1U);
+}
+
+// From the accept on: another thread may just then be starting a program.
+TEST(Accepting, GivesSocketsThatNoProgramGets) {
+    unlink("/tmp/ostrel.sock");
+    ostrelLink listening;
+    ASSERT_TRUE(listening.bindTo(0));
+    const Client client;
+    const ostrelLink accepted(listening.getNewConnection());
+    EXPECT_EQ(fcntl(accepted.fd, F_GETFD), FD_CLOEXEC);
 }
 
 // With a wait that no new client ends, each connection beside an idle one would take up to a second.

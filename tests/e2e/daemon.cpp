@@ -86,7 +86,9 @@ void Daemon::launch(const std::string& options) {
         const rlimit limit{softDescriptorLimit != 0 ? softDescriptorLimit : descriptorLimit, descriptorLimit};
         if (descriptorLimit != 0)
             setrlimit(RLIMIT_NOFILE, &limit);
-        std::string command = "exec /vemra/bin/ostrelServer " + options + " >/tmp/output 2>&1";
+        // As some parents hand it on; a shell cannot.
+        const std::string command =
+            "exec env --ignore-signal=CHLD /vemra/bin/ostrelServer " + options + " >/tmp/output 2>&1";
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
         _exit(126);
     }

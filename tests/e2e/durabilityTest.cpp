@@ -110,6 +110,19 @@ TEST_F(Durability, LiveFileMayBeALinkAndIsNeverOpenedWhenItIsNoFile) {
     }
 }
 
+TEST_F(Durability, RefusesWhatAPluginHasStoredForGood) {
+    daemon.start();
+    daemon.script("p",
+                  "restart write b 0 9\nrestart execute cd /vemra/var; rm ostrdb.txt; mkdir ostrdb.txt\n");
+    EXPECT_TRUE(commit(1));
+    EXPECT_TRUE(daemon.logged("error: commit failed\n"));
+    daemon.script("p", "");
+    fs::remove(liveFile);
+    EXPECT_TRUE(commit(2));
+    EXPECT_EQ(Client().number("b"), 0U) << "not tried again";
+    expectKept(2);
+}
+
 TEST_F(Durability, ChildOfAPluginDoesNotKeepTheDatabase) {
     daemon.script("p", "watch *\ninit leaveChild 30\n");
     daemon.start();

@@ -19,7 +19,7 @@ protected:
         daemon.noPlugins();
         daemon.factory(
             "net.ip Dword 1\nnet.mask Dword 2\nwifi.ssid Dword 3\nother Dword 4\nc.text String \"hello\"\n"
-            "c.result Dword 0\nhost[1] instance host \"web\"\n",
+            "c.result Dword 0\nhost[1] instance host \"web\"\nhost[2] instance host \"lan\"\n",
             "[host]\naddress Dword 1\n");
     }
     // Gives the calls up to the first request.
@@ -39,12 +39,14 @@ TEST_F(Plugins, LoadAndRestartPrioritiesOrderTheCalls) {
     daemon.plugin("a", "loadPriority 30\nrestartPriority 20\nwatch net*\nwatch wifi*\n");
     daemon.plugin("b", "loadPriority 4294967295\nrestartPriority 10\nwatch net.ip\n");
     daemon.plugin("c", "loadPriority 20\nwatch nothing\n");
-    EXPECT_EQ(start(), "c init 5,a init 5,b init 5,");
+    daemon.plugin("d", "loadPriority 31\nrestartPriority 10\nwatch net.mask\n");
+    EXPECT_EQ(start(), "c init 5,a init 5,d init 5,b init 5,");
     EXPECT_TRUE(client->commit(
         {list(code::notify, {dword("net.ip", 5), dword("net.mask", 6), dword("wifi.ssid", 7)})}));
-    EXPECT_EQ(daemon.calls(), "b writeConf,a writeConf,b restart,a restart,");
+    EXPECT_EQ(daemon.calls(), "d writeConf,b writeConf,a writeConf,d restart,b restart,a restart,")
+        << "equals as loaded";
     EXPECT_EQ(daemon.stop(), 0);
-    EXPECT_EQ(daemon.calls(), "c die,a die,b die,");
+    EXPECT_EQ(daemon.calls(), "c die,a die,d die,b die,");
 }
 
 // Cut anywhere: what the loader would map beyond the file's end would end the daemon, and each start after
@@ -97,25 +99,31 @@ TEST_F(Plugins, RequestsForARebootAreOneLineAndCountAlsoWhenTheRestartFailed) {
 }
 
 TEST_F(Plugins, WritesFromRestartAreReplayedAndBroadcast) {
-    daemon.plugin("a",
-                  "watch net.ip\nrestart write other 0 44\nrestart remove host 1\nrestart new host host dns\n"
-                  "restart read other 0\n");
+    daemon.plugin(
+        "a",
+        "watch net.ip\nrestart write other 0 44\nrestart remove host 1\nrestart removeOwner host lan\n"
+        "restart new host host dns\nrestart read other 0\n");
     daemon.plugin("b", "watch other\nwatch host\ntriggerOn other\ntriggerOn host\n");
     start();
     EXPECT_TRUE(write("net.ip", 5));
     EXPECT_EQ(
         daemon.calls(),
-        "a writeConf,a restart,a write 1,a remove 1,a new 1,a read other 1 4,b trigger other,b trigger host,"
-        "b writeConf,b restart,");
+        "a writeConf,a restart,a write 1,a remove 1,a removeOwner 1,a new 1,a read other 1 4,b trigger other,"
+        "b trigger host,b trigger host,b writeConf,b restart,");
     EXPECT_EQ(number("other"), 44U);
-    EXPECT_EQ(client->number("host.address", 2), 1U);
+    EXPECT_EQ(client->number("host.address", 3), 1U);
     EXPECT_EQ(client->number("host.address", 1), std::nullopt);
-    EXPECT_TRUE(daemon.logged("\t**<0> Poping Stored Messages :3, other\n"));
+    EXPECT_EQ(client->number("host.address", 2), std::nullopt);
+    EXPECT_TRUE(daemon.logged("\t**<0> Poping Stored Messages :4, other\n"));
 }
 
 TEST_F(Plugins, WritesFromInitAreAppliedBeforeTheFirstRequest) {
-    daemon.plugin("a", "init write other 0 44\ninit read other 0\nwatch other\n");
-    EXPECT_EQ(start(), "a init 5,a write 1,a read other 1 4,a writeConf,a restart,");
+    daemon.plugin("a", "init write other 0 44\ninit read other 0\ntriggerOn other\ntrigger remove host 1\n");
+    daemon.plugin("b", "loadPriority 1\nwatch host\n");
+    EXPECT_EQ(
+        start(),
+        "a init 5,a write 1,a read other 1 4,b init 5,a trigger other,a remove 1,b writeConf,b restart,")
+        << "a removal in a trigger of the replay is told";
     EXPECT_EQ(number("other"), 44U);
 }
 
@@ -124,12 +132,13 @@ TEST_F(Plugins, WritesFromTriggerAreAppliedAtOnceAndNotBroadcast) {
         "a",
         "triggerOn net.ip\ntrigger write other 0 44\ntrigger read other 0\ntrigger write missing 0 1\n"
         "trigger remove host 9\ntrigger removeOwner host web\ntrigger new host host dns\n");
-    daemon.plugin("b", "watch other\n");
+    daemon.plugin("b", "watch other\nwatch host\n");
     start();
     EXPECT_TRUE(write("net.ip", 5));
     EXPECT_EQ(daemon.calls(),
               "a trigger net.ip,a write 1,a read other 1 44,a write 0,a remove 0,a removeOwner 1,a new 1,");
-    EXPECT_EQ(client->number("host.address", 2), 1U);
+    EXPECT_EQ(client->number("host.address", 3), 1U);
+    EXPECT_EQ(client->number("host.address", 1), std::nullopt);
     EXPECT_TRUE(daemon.logged("[ostrelServer::popBackStoredMessage] DataWrite failed for <missing>!\n"));
 }
 

@@ -14,6 +14,7 @@ protected:
     Sequence() {
         daemon.factory("a Dword 1\nb Dword 2\nc Dword 3\ntext String \"old\"\nv[1] Dword 10\n",
                        "[wlan]\nssid String \"home\"\nchannel Dword 6\n");
+        daemon.script("p", "watch *\ntriggerOn *\n");
         daemon.start();
         daemon.calls();
         client.emplace();
@@ -40,7 +41,7 @@ TEST_F(Sequence, CommitAppliesAllAndTellsThePlugin) {
     EXPECT_EQ(number("v", 1), 12U);
     EXPECT_EQ(number("v", 7), 13U);
     EXPECT_EQ(number("b"), std::nullopt);
-    EXPECT_EQ(daemon.calls(), "p writeConf,p restart,");
+    EXPECT_EQ(daemon.calls(), "p writeConf,p restart,p trigger a,p trigger v,p trigger v,p trigger b,");
     EXPECT_TRUE(daemon.logged("[Notify 1] v -> 4 :\n"));
     EXPECT_TRUE(client->commit({}));
     EXPECT_EQ(daemon.calls(), "") << "an empty commit touches no key";
@@ -53,6 +54,7 @@ TEST_F(Sequence, RollbackRestartAndDepartureUndo) {
                                 list(code::notify, {dword("b", 22)})}));
     EXPECT_EQ(number("a"), 1U);
     EXPECT_EQ(number("b"), 22U);
+    EXPECT_EQ(daemon.calls(), "p writeConf,p restart,p trigger b,") << "not of what was given up";
     EXPECT_TRUE(daemon.logged("[ostrServer] Got startWritting message (AGAIN)\n"));
     client->sayName("leaving");
     begin(*client, {list(code::notify, {dword("a", 11)})});
@@ -134,7 +136,8 @@ TEST_F(Sequence, SilentClientOutlivesHangUpButNotAQuitSignal) {
 
     begin(*client, {list(code::notify, {dword("a", 33)})});
     ASSERT_TRUE(daemon.logged("[Notify 0] a -> 4 :\n"));
-    EXPECT_EQ(daemon.stop(), 0);
+    daemon.signal(SIGQUIT);
+    EXPECT_EQ(daemon.wait(), 0);
     EXPECT_TRUE(contains(daemon.log(), "Received Message error or closed socket,  from client (null)\n"));
     daemon.start();
     EXPECT_EQ(number("a"), 11U);

@@ -74,6 +74,7 @@ TEST(Startup, LinesComeInOrderAndSigtermShutsDown) {
     ASSERT_EQ(stat("/tmp/ostrel.sock", &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0777U);
     EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_FALSE(contains(daemon.log(), "error: [chmod")) << "how a program ended is seen";
     std::size_t at = 0;
     for (const char* part :
          {":main():", "** Ostrel v0.1 starting...**\n", "default db:  /vemra/default/ostrDbDflt.txt\n",
@@ -99,6 +100,9 @@ TEST(Startup, DaemonModeLogsToItsFileAndSigtermJustEndsIt) {
     EXPECT_FALSE(contains(readFile(path), "[DBG]"));
     EXPECT_EQ(daemon.output(), "");
 
+    EXPECT_TRUE(matches(runTool("../../bin/ps -C ostrelServer -o sid=,pid=").output, "^ *([0-9]+) +\\1\n"))
+        << "no terminal's end ends it";
+    system("pkill -USR1 ostrelServer; pkill -USR2 ostrelServer");
     system("pkill -HUP ostrelServer");
     EXPECT_TRUE(eventually([&] { return !contains(readFile(path), "starting"); })) << "emptied";
     Client client;
