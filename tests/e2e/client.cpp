@@ -66,7 +66,7 @@ void Client::sendRaw(const std::string& bytes) const {
 }
 
 void Client::sayName(const std::string& name) const {
-    send(word(1) + word(static_cast<std::uint32_t>(name.size())) + name);
+    send(word(code::connect) + word(static_cast<std::uint32_t>(name.size())) + name);
 }
 
 std::optional<Reply> Client::receive() const {
@@ -96,20 +96,33 @@ bool Client::closed() const {
 }
 
 std::optional<std::uint32_t> Client::number(const std::string& key, std::uint32_t pKey) const {
-    auto reply = ask(list(20, {question(key, pKey)}));
-    if (!reply || reply->code != 21)
+    return askNumber(code::read, question(key, pKey));
+}
+
+std::optional<std::uint32_t> Client::count(const std::string& name, std::uint32_t owner) const {
+    return askNumber(code::ownerQty, question(name, owner));
+}
+
+// Every answer's code is the next one behind its request's.
+std::optional<std::uint32_t> Client::askNumber(std::uint32_t request, const Entry& entry) const {
+    const auto reply = ask(list(request, {entry}));
+    if (!reply || reply->code != request + 1)
         return std::nullopt;
     return wordAt(reply->entries.at(0).value, 0);
 }
 
+bool Client::set(const std::string& key, std::uint32_t number, std::uint32_t pKey) const {
+    return commit({list(code::notify, {dword(key, number, pKey)})});
+}
+
 bool Client::commit(const std::vector<std::string>& messages) const {
-    std::string sequence = frame(list(29));
+    std::string sequence = frame(list(code::startWriting));
     for (const std::string& message : messages)
         sequence += frame(message);
-    sendRaw(sequence + frame(list(30)) + frame(list(20)));
+    sendRaw(sequence + frame(list(code::commit)) + frame(list(code::read)));
     for (;;) {
         auto reply = receive();
-        if (!reply || reply->code == 21)
+        if (!reply || reply->code == code::readAnswer)
             return reply.has_value();
     }
 }

@@ -6,8 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "common/messageCodes.h"
 #include "common/ostrelLink.h"
 #include "ostrel/plugin.h"
+
+namespace code = messageCode;
 
 struct Entry {
     std::string name;
@@ -55,9 +58,14 @@ public:
 
     // The value of one Dword; nothing when the daemon answers with a failure.
     std::optional<std::uint32_t> number(const std::string& key, std::uint32_t pKey = 0) const;
+    // How many instances or elements the owner has; nothing as above.
+    std::optional<std::uint32_t> count(const std::string& name, std::uint32_t owner = 0) const;
     // Runs a whole sequence and commits. True when it was committed.
+    bool set(const std::string& key, std::uint32_t number, std::uint32_t pKey = 0) const;
     bool commit(const std::vector<std::string>& messages) const;
 
 private:
+    std::optional<std::uint32_t> askNumber(std::uint32_t request, const Entry& entry) const;
+
     ostrelLink link_;
 };

@@ -13,9 +13,9 @@
 
 #include "client.h"
 #include "common/marshalling.h"
-#include "common/messageCodes.h"
 #include "daemon.h"
 #include "ostrel/client.hpp"
+#include "tool.h"
 
 namespace {
 
@@ -205,8 +205,8 @@ TEST_F(ClientLibrary, BusyMeansThatNothingWillBeApplied) {
     session.connect();
     ostrel::Session other("other");
     Client holder;
-    holder.send(list(29));
-    ASSERT_TRUE(holder.ask(list(40))) << "the sequence is open";
+    holder.send(list(code::startWriting));
+    ASSERT_TRUE(holder.ask(list(code::instanciate))) << "the sequence is open";
     {
         std::array<Client, 6> queue;
         for (ostrel::Session* waiting : {&session, &other}) {
@@ -217,7 +217,7 @@ TEST_F(ClientLibrary, BusyMeansThatNothingWillBeApplied) {
             EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
             EXPECT_FALSE(transaction.mayBeApplied());
         }
-        holder.send(list(31));
+        holder.send(list(code::rollback));
         EXPECT_EQ(holder.number("a"), 1U);
     }
     // A plug-in works: the transaction has left, and is applied later.
@@ -269,10 +269,12 @@ std::future<std::string> standIn(int frames, End end) {
         unsigned int size = 0;
         for (int i = 1; i <= frames && client.receiveMessage(sizeof bytes, &size, bytes); ++i) {
             const std::uint32_t code = readWord(bytes);
-            std::string answer = code == 40 ? list(41, {{"wifi", word(3)}}) : list(21);
+            std::string answer = code == code::instanciate
+                                     ? list(code::instanciateAnswer, {{"wifi", word(3)}})
+                                     : list(code::readAnswer);
             if (end == End::talksNonsense)
-                answer = word(21) + word(1000) + "?";
-            if ((code == 20 || code == 40) && (i < frames || end != End::dies))
+                answer = word(code::readAnswer) + word(1000) + "?";
+            if ((code == code::read || code == code::instanciate) && (i < frames || end != End::dies))
                 ::send(client.fd, frame(answer).data(), 8 + answer.size(), MSG_NOSIGNAL);
         }
         std::string rest;
@@ -327,9 +329,20 @@ TEST_F(ClientLibrary, KnowsThatACommitHasLeftWhenTheRestHasNot) {
         // So many bytes more than commit and what stands before it are taken.
         Transaction transaction;
         std::string left = leftOf(transaction, writes, lastSize - static_cast<std::size_t>(behind));
-        EXPECT_EQ(contains(left, list(30)), behind >= 0);
+        EXPECT_EQ(contains(left, list(code::commit)), behind >= 0);
         EXPECT_EQ(transaction.mayBeApplied(), behind >= 0) << behind;
     }
+}
+
+// The daemon shall not have to wait for us to take its answers.
+TEST_F(ClientLibrary, AsksForLittleAtATime) {
+    auto mortal = standIn(2, End::readsOn);
+    session.connect();
+    session.setTimeout(200ms);
+    const std::vector<ostrel::Key> keys(5000, ostrel::Key{"a"});
+    EXPECT_EQ(errorOf([&] { session.readMany(keys); }).status(), OSTREL_BUSY);
+    session = ostrel::Session("other");
+    EXPECT_LE(mortal.get().size(), 4 * (8 + receiveBufferSize));
 }
 
 // Somebody who may have come before the daemon. False: this appliance has only one user.

@@ -8,6 +8,9 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
+#include "text.h"
+#include "tool.h"
 
 namespace {
 
@@ -44,8 +47,8 @@ protected:
 TEST_F(ClientTool, WhatGetPrintsFeedsABatch) {
     const std::string all = "get a text 'v[2]' 'odd name'";
     // Words that the option library, the shell's user or a terminal could misread.
-    for (const char* text : {"'[a,b]'", "check", "''", "++", "'two\nlines \"quoted\" #[$x]'", "-- --json",
-                             "'\xff\033[2J'", "'\u009b2J\u202e'"}) {
+    for (const char* text : {"'[a,b]'", "'[$x]'", "check", "''", "++", "'two\nlines \"quoted\" #[$x]'",
+                             "-- --json", "'\xff\033[2J'", "'\u009b2J\u202e'"}) {
         expect({{std::string("set text ") + text}});
         const Outcome changed = ctl("get text");
         EXPECT_EQ(changed.output.find_first_of("\033\xff\xc2\xe2"), std::string::npos) << changed.output;
@@ -243,8 +246,8 @@ TEST_F(ClientTool, LongBatchesAreOneTransaction) {
     // On a terminal, and only there, a bar tells that it waits; it fits, and a signal's message has its own
     // line.
     const Client holder;
-    holder.send(list(29));
-    ASSERT_TRUE(holder.ask(list(40)));
+    holder.send(list(code::startWriting));
+    ASSERT_TRUE(holder.ask(list(code::instanciate)));
     writeFile("/tmp/batch", batch);
     writeFile("/tmp/waits",
               "cd /vemra/bin; stty cols 30\n"
@@ -265,8 +268,8 @@ TEST_F(ClientTool, LongBatchesAreOneTransaction) {
 
 TEST_F(ClientTool, TellsBusyFromNotRunning) {
     std::optional<Client> client{std::in_place};
-    client->send(list(29));
-    ASSERT_TRUE(client->ask(list(40)));
+    client->send(list(code::startWriting));
+    ASSERT_TRUE(client->ask(list(code::instanciate)));
     for (const char* arguments : {"get a", "set a 5", "shutdown"})
         expect({{arguments + std::string(" --timeout 0.1"), {4, "", "no answer within 100 ms"}}});
     client.emplace();

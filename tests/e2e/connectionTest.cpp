@@ -1,4 +1,5 @@
 // Clients that come, go, stall and misbehave.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
 
 namespace {
 
@@ -33,7 +35,7 @@ TEST_F(Connections, NamesAreShownVerbatim) {
     }
     for (const char* part : {"[ostrServer::PopMessage] Got connect from 100%s%n\n",
                              "received message error or closed socket, from client 100%s%n\n",
-                             "\033[m 100%s%n\n", "\tCnx:00 Fd:", " Name:(null)\n"})
+                             "\033[m 100%s%n\n", "\tCnx:00 Fd:1024", " Name:(null)\n"})
         EXPECT_TRUE(daemon.logged(part)) << part;
 }
 
@@ -47,7 +49,7 @@ TEST_F(Connections, NamesForgeNoLines) {
         EXPECT_FALSE(client.number(name));
         EXPECT_TRUE(Client().number("a"));
     }
-    for (std::uint32_t code : {6U, 10U, 40U, 42U})
+    for (std::uint32_t code : {code::notify, code::erase, code::instanciate, code::deinstanciate})
         Client().commit({list(code, {{.name = name, .tpltName = name}})});
     EXPECT_EQ(daemon.stop(), 0);
     const std::string log = daemon.log();
@@ -70,7 +72,7 @@ TEST_F(Connections, TheLogIsBoundedAndItsEndKept) {
             60s))
             << firstLine;
     };
-    const std::string name = word(1) + word(4000) + std::string(4000, 'n');
+    const std::string name = word(code::connect) + word(4000) + std::string(4000, 'n');
     flood(name, " bytes: its end is now /tmp/log.kept\n");
     const std::string kept = readFile("/tmp/log.kept");
     EXPECT_TRUE(kept.starts_with("[") && kept.ends_with("\n"));
@@ -85,17 +87,19 @@ TEST_F(Connections, TheLogIsBoundedAndItsEndKept) {
     EXPECT_TRUE(readFile("/tmp/precious") == "precious");
 
     std::filesystem::remove_all("/tmp/log.kept");
-    client.send(list(29));
-    flood(list(29), " bytes: its end is now /tmp/log.kept\n");
+    client.send(list(code::startWriting));
+    flood(list(code::startWriting), " bytes: its end is now /tmp/log.kept\n");
     EXPECT_TRUE(std::filesystem::exists("/tmp/log.kept")) << "in a sequence";
-    client.send(list(31));
+    client.send(list(code::rollback));
     EXPECT_EQ(client.number("a"), 1U);
     EXPECT_EQ(daemon.stop(), 0);
 }
 
 TEST_F(Connections, UnknownCodesKeepTheConnection) {
     Client client;
-    for (std::uint32_t code : {0U, 6U, 10U, 30U, 31U, 40U, 42U, 44U, 21U, 99U, 0x80000000U})
+    for (std::uint32_t code :
+         {0U, code::notify, code::erase, code::commit, code::rollback, code::instanciate, code::deinstanciate,
+          code::deinstanciateOwner, code::readAnswer, code::failureAnswer, 0x80000000U})
         client.send(list(code));
     EXPECT_EQ(client.number("a"), 1U);
     EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Got unknown message 0x80000000 (size 8)\n"));
@@ -103,9 +107,10 @@ TEST_F(Connections, UnknownCodesKeepTheConnection) {
 
 TEST_F(Connections, FramesOfTheBuffersSizeAreTaken) {
     Client client;
-    client.send(word(20) + word(0) + std::string(4088, 'x'));
-    EXPECT_EQ(client.receive(), (Reply{21, {}}));
-    for (const std::string& bytes : {frame("abc"), frame(word(1) + word(4) + "abc"), word(4097) + word(0)}) {
+    client.send(list(code::read) + std::string(4088, 'x'));
+    EXPECT_EQ(client.receive(), (Reply{code::readAnswer, {}}));
+    for (const std::string& bytes :
+         {frame("abc"), frame(word(code::connect) + word(4) + "abc"), word(4097) + word(0)}) {
         Client bad;
         bad.sendRaw(bytes);
         EXPECT_TRUE(bad.closed());
@@ -118,11 +123,21 @@ TEST_F(Connections, UrgentDataRemovesTheConnectionAndHoldsNobody) {
     ::send(outside.fd(), "!", 1, MSG_OOB);
     EXPECT_TRUE(outside.closed());
     Client inside;
-    inside.send(list(29));
+    inside.send(list(code::startWriting));
     ASSERT_TRUE(daemon.logged("[OstrelServer] Handle Write Sequence start\n"));
     ::send(inside.fd(), "!", 1, MSG_OOB);
     EXPECT_TRUE(inside.closed());
     EXPECT_EQ(Client().number("a"), 1U);
+}
+
+// From the accept on: another thread may just then be starting a program.
+TEST(Accepting, GivesSocketsThatNoProgramGets) {
+    unlink("/tmp/ostrel.sock");
+    ostrelLink listening;
+    ASSERT_TRUE(listening.bindTo(0));
+    const Client client;
+    const ostrelLink accepted(listening.getNewConnection());
+    EXPECT_EQ(fcntl(accepted.fd, F_GETFD), FD_CLOEXEC);
 }
 
 // With a wait that no new client ends, each connection beside an idle one would take up to a second.
@@ -145,12 +160,12 @@ TEST_F(Connections, ExitIsCleanWhileClientsConnect) {
     for (int round = 0; round < 10; ++round) {
         std::jthread knocking([](const std::stop_token& stop) {
             while (!stop.stop_requested())
-                Client().sendRaw(frame(list(20)));
+                Client().sendRaw(frame(list(code::read)));
         });
         if (round % 2 == 0) {
             EXPECT_EQ(daemon.stop(), 0);
         } else {
-            Client().commit({list(6, {dword("a", 2)})});
+            Client().set("a", 2);
             EXPECT_EQ(daemon.wait(), 255);
         }
         knocking.request_stop();

@@ -8,61 +8,14 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <regex>
-#include <sstream>
 #include <thread>
 
 #include "client.h"
+#include "files.h"
 
 namespace fs = std::filesystem;
 
 const fs::path pluginFolder = "/vemra/default/ostrPlugins";
-
-void writeFile(const std::string& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string readFile(const std::string& path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
-}
-
-std::size_t occurrences(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
-        ++count;
-    return count;
-}
-
-void PrintTo(const Outcome& outcome, std::ostream* stream) {
-    *stream << outcome.status << "\n" << outcome.output << outcome.errors;
-}
-
-Outcome runTool(const std::string& command, const std::string& input) {
-    writeFile("/tmp/input", input);
-    // In front, so that the command's own redirections win.
-    int status = std::system(("</tmp/input >/tmp/out 2>/tmp/err /vemra/bin/" + command).c_str());
-    return {WEXITSTATUS(status), readFile("/tmp/out"), readFile("/tmp/err")};
-}
-
-std::string json(const std::string& text, const std::string& path) {
-    const std::string program =
-        "import json, sys\n"
-        "value = json.loads(sys.stdin.buffer.read())\n"
-        "for key in sys.argv[1:]:\n"
-        "    value = value[int(key) if isinstance(value, list) else key]\n"
-        "print(end=json.dumps(value, sort_keys=True))\n";
-    return runTool("../../usr/bin/python3 -c '" + program + "' " + path, text).output;
-}
-
-bool matches(const std::string& text, const std::string& pattern) {
-    return std::regex_search(text, std::regex(pattern));
-}
-
-std::string replaced(const std::string& text, const std::string& pattern, const std::string& by) {
-    return std::regex_replace(text, std::regex(pattern), by);
-}
 
 bool eventually(const std::function<bool()>& condition, std::chrono::seconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
@@ -120,7 +73,8 @@ void Daemon::noPlugins() const {
 
 void Daemon::start(const std::string& options) {
     launch((verbose ? "-d -v -l /tmp/log " : "-d -l /tmp/log ") + options);
-    ASSERT_TRUE(eventually([] { return Client().ask(list(20)).has_value(); })) << "it does not come up";
+    ASSERT_TRUE(eventually([] { return Client().ask(list(code::read)).has_value(); }))
+        << "it does not come up";
 }
 
 void Daemon::launch(const std::string& options) {
@@ -132,7 +86,9 @@ void Daemon::launch(const std::string& options) {
         const rlimit limit{softDescriptorLimit != 0 ? softDescriptorLimit : descriptorLimit, descriptorLimit};
         if (descriptorLimit != 0)
             setrlimit(RLIMIT_NOFILE, &limit);
-        std::string command = "exec /vemra/bin/ostrelServer " + options + " >/tmp/output 2>&1";
+        // As some parents hand it on; a shell cannot.
+        const std::string command =
+            "exec env --ignore-signal=CHLD /vemra/bin/ostrelServer " + options + " >/tmp/output 2>&1";
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
         _exit(126);
     }

@@ -10,28 +10,6 @@
 
 #include "unit/capture.h"
 
-void writeFile(const std::string& path, const std::string& content);
-std::string readFile(const std::string& path);
-std::size_t occurrences(const std::string& text, const std::string& part);
-
-// What a program printed, and its exit status.
-struct Outcome {
-    int status = 0;
-    std::string output{};
-    std::string errors{};
-
-    bool operator==(const Outcome&) const = default;
-};
-void PrintTo(const Outcome& outcome, std::ostream* stream);
-// Runs one of the programs, with arguments and redirections as the shell has them.
-Outcome runTool(const std::string& command, const std::string& input = "");
-
-// What stands in a JSON text under the keys and indices of the path, with sorted keys; empty when that is
-// none. Parsed by Python, as any file that includes a parser takes seconds to compile.
-std::string json(const std::string& text, const std::string& path = "");
-// With regular expressions. Here because each file that includes <regex> takes seconds to compile.
-bool matches(const std::string& text, const std::string& pattern);
-std::string replaced(const std::string& text, const std::string& pattern, const std::string& by);
 // Polls until the condition holds; false when it does not in time.
 bool eventually(const std::function<bool()>& condition,
                 std::chrono::seconds limit = std::chrono::seconds(10));

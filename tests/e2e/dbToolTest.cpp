@@ -7,6 +7,9 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
+#include "text.h"
+#include "tool.h"
 
 namespace fs = std::filesystem;
 
@@ -63,10 +66,11 @@ protected:
         daemon.factory(defaults, templates);
         daemon.start();
         Client client;
-        EXPECT_TRUE(client.commit({make, list(6, {dword("a", 11)})}));
-        EXPECT_TRUE(client.commit({list(6, {dword("b", 22), dword("v", 20, 2)})}));
-        EXPECT_TRUE(client.commit({list(6, {dword("a", 33), dword("wifi.channel", 3, 2)})}));
-        EXPECT_TRUE(client.commit({make, list(6, {dword("wifi.channel", 9, 3)}), list(10, {{"text"}})}));
+        EXPECT_TRUE(client.commit({make, list(code::notify, {dword("a", 11)})}));
+        EXPECT_TRUE(client.commit({list(code::notify, {dword("b", 22), dword("v", 20, 2)})}));
+        EXPECT_TRUE(client.commit({list(code::notify, {dword("a", 33), dword("wifi.channel", 3, 2)})}));
+        EXPECT_TRUE(client.commit(
+            {make, list(code::notify, {dword("wifi.channel", 9, 3)}), list(code::erase, {{"text"}})}));
         EXPECT_EQ(daemon.stop(), 0);
         written = readFile(live);
     }
@@ -76,7 +80,7 @@ protected:
         writeFile(live, text.replace(text.find(what), what.size(), by));
     }
 
-    const std::string make = list(40, {{.name = "wifi", .tpltName = "wlan"}});
+    const std::string make = list(code::instanciate, {{.name = "wifi", .tpltName = "wlan"}});
     Daemon daemon;
     std::string written;
 };
@@ -262,7 +266,7 @@ TEST_F(DbTool, RepairSavesWhatItCanAndNamesTheRest) {
 TEST_F(DbTool, RepairMergesAKeptFileIntoWhatCameAfterIt) {
     damage("b Dword 22", "b Dword 23");
     daemon.start();
-    EXPECT_TRUE(Client().commit({list(6, {dword("a", 44), dword("v", 50, 5)}), make, make}));
+    EXPECT_TRUE(Client().commit({list(code::notify, {dword("a", 44), dword("v", 50, 5)}), make, make}));
     EXPECT_EQ(daemon.stop(), 0);
     const std::string since = kept + ": the live file has changed it since, too: ";
     const std::string merged = expect(1,

@@ -9,6 +9,9 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
+#include "text.h"
+#include "tool.h"
 
 namespace {
 
@@ -63,11 +66,11 @@ TEST_F(Doctor, LooksIntoABusyDaemonItsLogAndItsPlugins) {
     daemon.signal(SIGCONT);
     // The mistakes of clients are none of the daemon's, the plug-in's failure is.
     EXPECT_FALSE(Client().number("none"));
-    EXPECT_FALSE(Client().commit({list(6, {dword("none", 1)})}));
+    EXPECT_FALSE(Client().set("none", 1));
     EXPECT_FALSE(Client().commit({list(77)}));
-    Client().send(list(29) + "behind it");
+    Client().send(list(code::startWriting) + "behind it");
     daemon.script("p", "restart return 0\n");
-    EXPECT_TRUE(Client().commit({list(6, {dword("a", 2)})}));
+    EXPECT_TRUE(Client().set("a", 2));
     std::rename("/tmp/log", "/tmp/log.1");
     std::filesystem::copy("/tmp/log.1", "/tmp/log");
     daemon.plugin("nullTable", "null table\n");
@@ -79,8 +82,8 @@ TEST_F(Doctor, LooksIntoABusyDaemonItsLogAndItsPlugins) {
     for (const char* object : {"noExport", "undefinedSymbol", "collides"})
         daemon.plugin(object, "", object);
     Client holder;
-    holder.send(list(29));
-    ASSERT_TRUE(holder.ask(list(40))) << "the sequence is open";
+    holder.send(list(code::startWriting));
+    ASSERT_TRUE(holder.ask(list(code::instanciate))) << "the sequence is open";
     std::array<Client, 6> others;
     expect(1,
            {"BAD   socket .* queue full of waiting clients", "OK    process .*ostrelServer, process",

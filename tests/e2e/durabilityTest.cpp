@@ -8,6 +8,9 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
+#include "text.h"
+#include "tool.h"
 
 namespace fs = std::filesystem;
 
@@ -19,9 +22,10 @@ class Durability : public testing::Test {
 protected:
     Durability() { daemon.factory("a Dword 0\nb Dword 0\ntext String \"\"\nmore String \"\"\n"); }
 
-    bool commit(std::uint32_t number) { return Client().commit({list(6, {dword("a", number)})}); }
+    bool commit(std::uint32_t number) { return Client().set("a", number); }
     static std::string writing(const std::string& name, std::size_t size, char letter = 'x') {
-        return list(6, {{.name = name, .value = text(std::string(size, letter)), .type = ostrelTypeString}});
+        return list(code::notify,
+                    {{.name = name, .value = text(std::string(size, letter)), .type = ostrelTypeString}});
     }
     // Restarted, the daemon reads the same.
     void expectKept(std::uint32_t number) {
@@ -36,15 +40,15 @@ protected:
 TEST_F(Durability, ReadOnlyDiskRefusesCommitsAndServesReads) {
     daemon.start();
     Client client;
-    EXPECT_TRUE(client.commit({list(6, {dword("a", 1)})}));
+    EXPECT_TRUE(client.set("a", 1));
     EXPECT_EQ(daemon.stop(), 0);
     ASSERT_EQ(system("mount --bind /vemra/var /vemra/var && mount -o remount,ro,bind /vemra/var"), 0);
     daemon.start();
-    EXPECT_FALSE(Client().commit({list(6, {dword("a", 2)})}));
+    EXPECT_FALSE(Client().set("a", 2));
     EXPECT_TRUE(daemon.logged("[ostrelServer] Warning, commit failed\n"));
     EXPECT_EQ(Client().number("a"), 1U);
     ASSERT_EQ(system("mount -o remount,rw,bind /vemra/var"), 0);
-    EXPECT_TRUE(Client().commit({list(6, {dword("a", 3)})})) << "it works again when the disk does";
+    EXPECT_TRUE(Client().set("a", 3)) << "it works again when the disk does";
     EXPECT_EQ(Client().number("a"), 3U);
     EXPECT_EQ(daemon.stop(), 0);
     EXPECT_EQ(system("umount /vemra/var"), 0);
@@ -104,6 +108,19 @@ TEST_F(Durability, LiveFileMayBeALinkAndIsNeverOpenedWhenItIsNoFile) {
         EXPECT_EQ(daemon.stop(), 0);
         EXPECT_EQ(runTool("ostrelDbTool check").status, 1);
     }
+}
+
+TEST_F(Durability, RefusesWhatAPluginHasStoredForGood) {
+    daemon.start();
+    daemon.script("p",
+                  "restart write b 0 9\nrestart execute cd /vemra/var; rm ostrdb.txt; mkdir ostrdb.txt\n");
+    EXPECT_TRUE(commit(1));
+    EXPECT_TRUE(daemon.logged("error: commit failed\n"));
+    daemon.script("p", "");
+    fs::remove(liveFile);
+    EXPECT_TRUE(commit(2));
+    EXPECT_EQ(Client().number("b"), 0U) << "not tried again";
+    expectKept(2);
 }
 
 TEST_F(Durability, ChildOfAPluginDoesNotKeepTheDatabase) {

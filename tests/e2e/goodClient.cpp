@@ -46,20 +46,20 @@ bool GoodClient::found(const Client& client, std::uint32_t transaction) const {
     std::vector<Entry> keys = {question(name_ + ".first"), question(name_ + ".last")};
     for (std::uint32_t place = 1; place <= places; ++place)
         keys.push_back(question(name_ + ".place", place));
-    return client.ask(list(20, keys)) == Reply{21, values(transaction)} &&
-           client.ask(list(46, {question("room", owner_)})) ==
-               Reply{47, {{"room", word(transaction < roomEvery ? 0 : 1)}}};
+    return client.ask(list(code::read, keys)) == Reply{code::readAnswer, values(transaction)} &&
+           client.ask(list(code::ownerQty, {question("room", owner_)})) ==
+               Reply{code::ownerQtyAnswer, {{"room", word(transaction < roomEvery ? 0 : 1)}}};
 }
 
 bool GoodClient::commit(const Client& client, std::uint32_t transaction) const {
     std::vector<std::string> changes = {
-        list(6, {dword(name_ + ".first", transaction),
-                 dword(name_ + ".place", transaction, transaction % places + 1)})};
+        list(code::notify, {dword(name_ + ".first", transaction),
+                            dword(name_ + ".place", transaction, transaction % places + 1)})};
     if (transaction % roomEvery == 0) {
-        changes.push_back(list(44, {{.name = "room", .owner = owner_}}));
-        changes.push_back(list(40, {{.name = "room", .owner = owner_, .tpltName = "room"}}));
+        changes.push_back(list(code::deinstanciateOwner, {{.name = "room", .owner = owner_}}));
+        changes.push_back(list(code::instanciate, {{.name = "room", .owner = owner_, .tpltName = "room"}}));
     }
-    changes.push_back(list(6, {dword(name_ + ".last", transaction)}));
+    changes.push_back(list(code::notify, {dword(name_ + ".last", transaction)}));
     return client.commit(changes);
 }
 
@@ -67,7 +67,7 @@ bool GoodClient::commit(const Client& client, std::uint32_t transaction) const {
 bool GoodClient::holds(const Client& client) const {
     if (found(client, committed_))
         return true;
-    if (client.ask(list(20)))
+    if (client.ask(list(code::read)))
         ADD_FAILURE() << name_ << " does not find its transaction " << committed_;
     return false;
 }

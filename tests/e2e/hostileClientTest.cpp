@@ -8,8 +8,10 @@
 #include <thread>
 
 #include "daemon.h"
+#include "files.h"
 #include "goodClient.h"
 #include "hostileClients.h"
+#include "text.h"
 
 namespace {
 
@@ -74,7 +76,7 @@ TEST_F(HostileClients, StallersAreDroppedOneAfterTheOther) {
     // Takes a little each second; its first answer has filled the socket when the second is sent.
     const Client slow;
     for (std::size_t keys : {48U, 130U})
-        slow.send(list(20, std::vector<Entry>(keys, question("h.long"))));
+        slow.send(list(code::read, std::vector<Entry>(keys, question("h.long"))));
     std::jthread reading([&](const std::stop_token& stop) {
         for (std::string piece(16384, ' '); !stop.stop_requested(); std::this_thread::sleep_for(1s))
             recv(slow.fd(), piece.data(), piece.size(), MSG_DONTWAIT);
@@ -105,9 +107,10 @@ protected:
         for (std::uint32_t sent = 0, last = 0; sent < messages; ++sent) {
             for (Entry& element : elements)
                 element.pKey = ++last;
-            if (kind == "Instances" && !client.ask(list(40, instances)))
+            if (kind == "Instances" && !client.ask(list(code::instanciate, instances)))
                 return;
-            const std::string bytes = frame(kind == "Writes" ? list(6, elements) : list(44, instances));
+            const std::string bytes = frame(kind == "Writes" ? list(code::notify, elements)
+                                                             : list(code::deinstanciateOwner, instances));
             if (kind != "Instances" && ::send(client.fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == -1)
                 return;
         }
@@ -115,13 +118,13 @@ protected:
     void expectRefusal(const std::string& line) {
         {
             const Client client;
-            client.send(list(29));
+            client.send(list(code::startWriting));
             change(client);
         }
         EXPECT_TRUE(daemon.logged(line));
-        EXPECT_TRUE(Client().commit({list(6, {dword("h.number", 5)})})) << "others are served";
+        EXPECT_TRUE(Client().set("h.number", 5)) << "others are served";
         EXPECT_EQ(Client().number("h.list", 2), std::nullopt);
-        EXPECT_EQ(Client().ask(list(46, {question("hall", 7)})), (Reply{47, {{"hall", word(0)}}}));
+        EXPECT_EQ(Client().count("hall", 7), 0U);
     }
 };
 
@@ -132,11 +135,11 @@ TEST_P(Endless, SequenceIsRefused) {
     EXPECT_TRUE(daemon.logged(" failed for <h"));
     EXPECT_TRUE(isSanitized || daemon.usage().peak <= before + (std::size_t{64} << 20U));
     const Client client;
-    client.send(list(29));
+    client.send(list(code::startWriting));
     change(client, 1000);
-    client.send(list(29));
+    client.send(list(code::startWriting));
     change(client, 1000);
-    client.send(list(31));
+    client.send(list(code::rollback));
     EXPECT_EQ(client.number("h.number"), 5U) << "each start begins the count anew";
 }
 
@@ -159,15 +162,15 @@ TEST_F(HostileClients, RemovalsCountWhatTheyRemove) {
         elements += "h.many[" + std::to_string(i) + "] Dword 1\n";
     daemon.factory(elements);
     daemon.start();
-    const std::string write = frame(list(6, {dword("h.many", 1, 1)}));
-    for (const std::string& removal :
-         {frame(list(44, {{.name = "h.many"}})), write + frame(list(10, {{"h.many"}}))}) {
+    const std::string write = frame(list(code::notify, {dword("h.many", 1, 1)}));
+    for (const std::string& removal : {frame(list(code::deinstanciateOwner, {{.name = "h.many"}})),
+                                       write + frame(list(code::erase, {{"h.many"}}))}) {
         for (int times : {600, 300}) {
-            std::string bytes = frame(list(29));
+            std::string bytes = frame(list(code::startWriting));
             for (int i = 0; i < times; ++i)
                 bytes += removal;
             const Client client;
-            client.sendRaw(bytes + frame(list(31)));
+            client.sendRaw(bytes + frame(list(code::rollback)));
             EXPECT_EQ(client.number("h.many", 5), times == 300 ? std::optional(1U) : std::nullopt);
         }
     }
@@ -219,15 +222,15 @@ TEST_F(HostileClients, ThatAreAsManyAsThereMayBeLeaveDescriptorsForTheDaemonsWor
     while (daemon.usage().descriptors < before + 256 - 64 - 1 && crowd.size() < 15000)
         crowd.emplace_back(SOCK_NONBLOCK);
     EXPECT_TRUE(daemon.logged(full));
-    EXPECT_TRUE(good.commit({list(6, {dword("h.number", 2)})}));
+    EXPECT_TRUE(good.set("h.number", 2));
     EXPECT_EQ(readFile("/tmp/limit"), "99\n") << "programs get the old limit back";
-    EXPECT_TRUE(good.commit({list(6, {dword("h.gone", 2)})}));
+    EXPECT_TRUE(good.set("h.gone", 2));
     EXPECT_EQ(occurrences(daemon.log(), full), 1U) << "and the listener does not spin";
     daemon.signal(SIGHUP);
     EXPECT_TRUE(eventually([&] { return !contains(daemon.log(), "starting"); })) << "emptied";
     EXPECT_EQ(good.number("h.number"), 2U);
     crowd.clear();
-    EXPECT_TRUE(good.commit({list(6, {dword("h.number", 3)})})) << "the plug-in gives them back";
+    EXPECT_TRUE(good.set("h.number", 3)) << "the plug-in gives them back";
     EXPECT_TRUE(eventually([] { return Client().number("h.number") == 3U; }));
     EXPECT_EQ(daemon.stop(), 0);
 }

@@ -31,7 +31,24 @@ Entry anyEntry(Random& random) {
 }
 
 std::string anyFrame(Random& random) {
-    static const std::uint32_t codes[] = {0, 1, 6, 6, 6, 10, 20, 21, 29, 29, 30, 30, 31, 40, 42, 44, 46, 48};
+    static const std::uint32_t codes[] = {0,
+                                          code::connect,
+                                          code::notify,
+                                          code::notify,
+                                          code::notify,
+                                          code::erase,
+                                          code::read,
+                                          code::readAnswer,
+                                          code::startWriting,
+                                          code::startWriting,
+                                          code::commit,
+                                          code::commit,
+                                          code::rollback,
+                                          code::instanciate,
+                                          code::deinstanciate,
+                                          code::deinstanciateOwner,
+                                          code::ownerQty,
+                                          code::pKeyList};
     std::vector<Entry> entries(below(random, 4));
     std::generate(entries.begin(), entries.end(), [&] { return anyEntry(random); });
     return frame(list(anyOf(random, codes), entries));
@@ -76,17 +93,20 @@ std::string templates() { return "[hall]\nsize Dword 1\n"; }
 
 std::string sequence(std::uint32_t number) {
     const Entry element = dword("h.list", 9, 2);
-    return frame(list(29)) + frame(list(6, {dword("h.number", number), dword("h.gone", 1), element})) +
-           frame(list(10, {{"h.gone"}})) +
-           frame(list(40, {{.name = "hall", .owner = owner, .tpltName = "hall"}})) +
-           frame(list(42, {element})) + frame(list(44, {{.name = "hall", .owner = owner}})) + frame(list(30));
+    return frame(list(code::startWriting)) +
+           frame(list(code::notify, {dword("h.number", number), dword("h.gone", 1), element})) +
+           frame(list(code::erase, {{"h.gone"}})) +
+           frame(list(code::instanciate, {{.name = "hall", .owner = owner, .tpltName = "hall"}})) +
+           frame(list(code::deinstanciate, {element})) +
+           frame(list(code::deinstanciateOwner, {{.name = "hall", .owner = owner}})) +
+           frame(list(code::commit));
 }
 
 std::string reads() {
-    return frame(word(1) + word(7) + "hostile") +
-           frame(list(20, {question("h.text"), question("h.list", 1)})) +
-           frame(list(46, {question("hall", 5)})) + frame(list(48, {question("hall", 5), question("")})) +
-           frame(list(20));
+    return frame(word(code::connect) + word(7) + "hostile") +
+           frame(list(code::read, {question("h.text"), question("h.list", 1)})) +
+           frame(list(code::ownerQty, {question("hall", 5)})) +
+           frame(list(code::pKeyList, {question("hall", 5), question("")})) + frame(list(code::read));
 }
 
 void sendAndLeave(const std::string& bytes, bool politely) {
@@ -120,7 +140,7 @@ std::vector<Client> stallers() {
     std::vector<Client> clients(3);
     clients[0].sendRaw(reads().substr(0, 9));
     clients[1].sendRaw(sequence(1).substr(0, 30));
-    clients[2].send(list(20, std::vector<Entry>(130, question("h.long"))));
+    clients[2].send(list(code::read, std::vector<Entry>(130, question("h.long"))));
     return clients;
 }
 

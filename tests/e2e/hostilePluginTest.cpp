@@ -10,6 +10,7 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "text.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ protected:
         client.emplace();
         EXPECT_TRUE(contains(daemon.calls(), "good init 5,"));
     }
-    bool commit(std::uint32_t ip) const { return client->commit({list(6, {dword("net.ip", ip)})}); }
+    bool commit(std::uint32_t ip) const { return client->set("net.ip", ip); }
     void expectLines() const {
         for (const std::string& line : GetParam().lines)
             EXPECT_TRUE(daemon.logged(replaced(line, "\\$", GetParam().name))) << line;
@@ -185,11 +186,11 @@ TEST_F(HostilePlugin, MayWriteInEveryRestartUntilTheReplayIsStopped) {
 TEST_F(HostilePlugin, MayHaveHundredsOfTriggersThatWrite) {
     daemon.plugin("t", "triggerOn t 300\ntrigger write other 0 44\n");
     start();
-    std::vector<std::string> messages{list(6, {dword("untriggered", 7)})};
+    std::vector<std::string> messages{list(code::notify, {dword("untriggered", 7)})};
     std::string calls = "good writeConf,good restart,";
     for (int i = 600; i-- > 0;) {
         const std::string key = "t" + std::to_string(i % 300);
-        messages.push_back(list(6, {dword(key, 7)}));
+        messages.push_back(list(code::notify, {dword(key, 7)}));
         calls += "t trigger " + key + ",t write 1,";
     }
     EXPECT_TRUE(client->commit(messages));
@@ -218,7 +219,8 @@ TEST_F(HostilePlugin, LeavesNoMemoryBehindTheLastCall) {
     daemon.verbose = false;
     daemon.plugin("starves", "triggerOn net.ip\ntrigger starve\n");
     start();
-    for (const std::string& message : {list(29), list(6, {dword("net.ip", 5)}), list(30)})
+    for (const std::string& message :
+         {list(code::startWriting), list(code::notify, {dword("net.ip", 5)}), list(code::commit)})
         client->send(message);
     client->sayName(std::string(4000, 'x'));
     EXPECT_TRUE(client->closed());
@@ -238,7 +240,7 @@ TEST_F(HostilePlugin, LeavesNoMemoryBehindTheLastCall) {
 TEST_F(HostilePlugin, MayStoreThousandsOfWritesInInit) {
     daemon.plugin("writes", "init fill many 5000\n");
     start();
-    EXPECT_EQ(client->ask(list(46, {question("many")})), (Reply{47, {{"many", word(5000)}}}));
+    EXPECT_EQ(client->count("many"), 5000U);
     EXPECT_EQ(client->number("many", 5000), 5000U);
     expectService(5);
 }

@@ -5,6 +5,9 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
+#include "text.h"
+#include "tool.h"
 
 namespace fs = std::filesystem;
 
@@ -16,7 +19,7 @@ protected:
         daemon.noPlugins();
         daemon.factory(
             "net.ip Dword 1\nnet.mask Dword 2\nwifi.ssid Dword 3\nother Dword 4\nc.text String \"hello\"\n"
-            "c.result Dword 0\nhost[1] instance host \"web\"\n",
+            "c.result Dword 0\nhost[1] instance host \"web\"\nhost[2] instance host \"lan\"\n",
             "[host]\naddress Dword 1\n");
     }
     // Gives the calls up to the first request.
@@ -25,9 +28,7 @@ protected:
         client.emplace();
         return daemon.calls();
     }
-    bool write(const std::string& key, std::uint32_t value) {
-        return client->commit({list(6, {dword(key, value)})});
-    }
+    bool write(const std::string& key, std::uint32_t value) { return client->set(key, value); }
     std::optional<std::uint32_t> number(const std::string& key) { return client->number(key); }
 
     Daemon daemon;
@@ -38,11 +39,14 @@ TEST_F(Plugins, LoadAndRestartPrioritiesOrderTheCalls) {
     daemon.plugin("a", "loadPriority 30\nrestartPriority 20\nwatch net*\nwatch wifi*\n");
     daemon.plugin("b", "loadPriority 4294967295\nrestartPriority 10\nwatch net.ip\n");
     daemon.plugin("c", "loadPriority 20\nwatch nothing\n");
-    EXPECT_EQ(start(), "c init 5,a init 5,b init 5,");
-    EXPECT_TRUE(client->commit({list(6, {dword("net.ip", 5), dword("net.mask", 6), dword("wifi.ssid", 7)})}));
-    EXPECT_EQ(daemon.calls(), "b writeConf,a writeConf,b restart,a restart,");
+    daemon.plugin("d", "loadPriority 31\nrestartPriority 10\nwatch net.mask\n");
+    EXPECT_EQ(start(), "c init 5,a init 5,d init 5,b init 5,");
+    EXPECT_TRUE(client->commit(
+        {list(code::notify, {dword("net.ip", 5), dword("net.mask", 6), dword("wifi.ssid", 7)})}));
+    EXPECT_EQ(daemon.calls(), "d writeConf,b writeConf,a writeConf,d restart,b restart,a restart,")
+        << "equals as loaded";
     EXPECT_EQ(daemon.stop(), 0);
-    EXPECT_EQ(daemon.calls(), "c die,a die,b die,");
+    EXPECT_EQ(daemon.calls(), "c die,a die,d die,b die,");
 }
 
 // Cut anywhere: what the loader would map beyond the file's end would end the daemon, and each start after
@@ -95,25 +99,31 @@ TEST_F(Plugins, RequestsForARebootAreOneLineAndCountAlsoWhenTheRestartFailed) {
 }
 
 TEST_F(Plugins, WritesFromRestartAreReplayedAndBroadcast) {
-    daemon.plugin("a",
-                  "watch net.ip\nrestart write other 0 44\nrestart remove host 1\nrestart new host host dns\n"
-                  "restart read other 0\n");
+    daemon.plugin(
+        "a",
+        "watch net.ip\nrestart write other 0 44\nrestart remove host 1\nrestart removeOwner host lan\n"
+        "restart new host host dns\nrestart read other 0\n");
     daemon.plugin("b", "watch other\nwatch host\ntriggerOn other\ntriggerOn host\n");
     start();
     EXPECT_TRUE(write("net.ip", 5));
     EXPECT_EQ(
         daemon.calls(),
-        "a writeConf,a restart,a write 1,a remove 1,a new 1,a read other 1 4,b trigger other,b trigger host,"
-        "b writeConf,b restart,");
+        "a writeConf,a restart,a write 1,a remove 1,a removeOwner 1,a new 1,a read other 1 4,b trigger other,"
+        "b trigger host,b trigger host,b writeConf,b restart,");
     EXPECT_EQ(number("other"), 44U);
-    EXPECT_EQ(client->number("host.address", 2), 1U);
+    EXPECT_EQ(client->number("host.address", 3), 1U);
     EXPECT_EQ(client->number("host.address", 1), std::nullopt);
-    EXPECT_TRUE(daemon.logged("\t**<0> Poping Stored Messages :3, other\n"));
+    EXPECT_EQ(client->number("host.address", 2), std::nullopt);
+    EXPECT_TRUE(daemon.logged("\t**<0> Poping Stored Messages :4, other\n"));
 }
 
 TEST_F(Plugins, WritesFromInitAreAppliedBeforeTheFirstRequest) {
-    daemon.plugin("a", "init write other 0 44\ninit read other 0\nwatch other\n");
-    EXPECT_EQ(start(), "a init 5,a write 1,a read other 1 4,a writeConf,a restart,");
+    daemon.plugin("a", "init write other 0 44\ninit read other 0\ntriggerOn other\ntrigger remove host 1\n");
+    daemon.plugin("b", "loadPriority 1\nwatch host\n");
+    EXPECT_EQ(
+        start(),
+        "a init 5,a write 1,a read other 1 4,b init 5,a trigger other,a remove 1,b writeConf,b restart,")
+        << "a removal in a trigger of the replay is told";
     EXPECT_EQ(number("other"), 44U);
 }
 
@@ -122,12 +132,13 @@ TEST_F(Plugins, WritesFromTriggerAreAppliedAtOnceAndNotBroadcast) {
         "a",
         "triggerOn net.ip\ntrigger write other 0 44\ntrigger read other 0\ntrigger write missing 0 1\n"
         "trigger remove host 9\ntrigger removeOwner host web\ntrigger new host host dns\n");
-    daemon.plugin("b", "watch other\n");
+    daemon.plugin("b", "watch other\nwatch host\n");
     start();
     EXPECT_TRUE(write("net.ip", 5));
     EXPECT_EQ(daemon.calls(),
               "a trigger net.ip,a write 1,a read other 1 44,a write 0,a remove 0,a removeOwner 1,a new 1,");
-    EXPECT_EQ(client->number("host.address", 2), 1U);
+    EXPECT_EQ(client->number("host.address", 3), 1U);
+    EXPECT_EQ(client->number("host.address", 1), std::nullopt);
     EXPECT_TRUE(daemon.logged("[ostrelServer::popBackStoredMessage] DataWrite failed for <missing>!\n"));
 }
 
@@ -170,19 +181,19 @@ TEST_F(Plugins, DnsmasqIsGivenNoMoreHostsOfOneNameThanItCanServe) {
     const std::uint32_t dns = 0x736e64;  // "dns"
     for (const std::uint32_t count : {64U, 65U}) {
         std::vector<Entry> hosts(count == 64 ? 64 : 1, {.name = "host", .owner = dns, .tpltName = "host"});
-        client->send(list(29));
-        ASSERT_TRUE(client->ask(list(40, hosts)));
+        client->send(list(code::startWriting));
+        ASSERT_TRUE(client->ask(list(code::instanciate, hosts)));
         std::vector<Entry> values;
         for (std::uint32_t key = count - static_cast<std::uint32_t>(hosts.size()) + 1; key <= count; ++key) {
             values.push_back({"host.name", text("Many"), ostrelTypeString, key});
             values.push_back({"host.address", text("10.0.0." + std::to_string(key)), ostrelTypeIP, key});
         }
-        client->send(
-            list(6, {values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2)}));
-        client->send(
-            list(6, {values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end()}));
-        client->send(list(30));
-        ASSERT_TRUE(client->ask(list(20)));
+        client->send(list(code::notify,
+                          {values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2)}));
+        client->send(list(code::notify,
+                          {values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end()}));
+        client->send(list(code::commit));
+        ASSERT_TRUE(client->ask(list(code::read)));
         EXPECT_EQ(contains(daemon.log(), "error: host.name[65]: more than 64 hosts have this name\n"),
                   count == 65);
     }
@@ -194,8 +205,8 @@ TEST_F(Plugins, DnsmasqIsGivenNoMoreHostsOfOneNameThanItCanServe) {
 TEST_F(Plugins, PlainCPluginReadsAndWrites) {
     daemon.plugin("c", "", "plainC");
     start();
-    EXPECT_TRUE(
-        client->commit({list(6, {{.name = "c.text", .value = text("bye"), .type = ostrelTypeString}})}));
+    EXPECT_TRUE(client->commit(
+        {list(code::notify, {{.name = "c.text", .value = text("bye"), .type = ostrelTypeString}})}));
     EXPECT_TRUE(daemon.logged("plainC read 1 1 <bye> type 6 size 4\n"));
     EXPECT_TRUE(daemon.logged("  (1/1) key c.result (type 3) = <4>[\\07\\00\\00\\00]\n"));
     EXPECT_EQ(number("c.result"), 7U);

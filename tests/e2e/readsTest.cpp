@@ -29,48 +29,53 @@ TEST_F(Reads, ValuesComeWithTheirTypesInRequestOrder) {
     // A request entry's other fields do not count, and a short value is the primary key 0.
     Entry odd{
         .name = "net.mtu", .value = "xy", .type = ostrelTypeMAC, .pKey = 5, .owner = 6, .tpltName = "t"};
-    Reply expected{21,
+    Reply expected{code::readAnswer,
                    {{"net.name", text("box"), ostrelTypeString},
                     {"wifi.ssid", text("guest"), ostrelTypeString},
                     {"wifi.channel", "\6", ostrelTypeByte},
                     {"dns.server", text("2.2.2.2"), ostrelTypeIP},
                     {"net.mtu", word(1500), ostrelTypeDword}}};
-    EXPECT_EQ(ask(list(20, {question("net.name"), question("wifi.ssid", 2), question("wifi.channel", 3),
-                            question("dns.server", 4), odd})),
+    EXPECT_EQ(ask(list(code::read, {question("net.name"), question("wifi.ssid", 2),
+                                    question("wifi.channel", 3), question("dns.server", 4), odd})),
               expected);
 }
 
 TEST_F(Reads, OneMissingKeyFailsTheWholeRequest) {
-    const Reply failure{99, {}};
-    EXPECT_EQ(ask(list(20, {question("net.mtu"), question("net.%s"), question("wifi.ssid", 9)})), failure);
+    const Reply failure{code::failureAnswer, {}};
+    EXPECT_EQ(ask(list(code::read, {question("net.mtu"), question("net.%s"), question("wifi.ssid", 9)})),
+              failure);
     EXPECT_TRUE(daemon.logged("[ostrelReply] OstrelClientReadValue call failed for value=<net.%s>\n"));
-    EXPECT_EQ(ask(list(20, {question("net.mtu", 1)})), failure) << "a plain value has no elements";
+    EXPECT_EQ(ask(list(code::read, {question("net.mtu", 1)})), failure) << "a plain value has no elements";
     EXPECT_EQ(client->number("net.mtu"), 1500U) << "the connection stays";
 }
 
 TEST_F(Reads, QuantitiesAndPrimaryKeys) {
-    EXPECT_EQ(ask(list(46, {question("wifi", web), question("wifi", 7), question("dns.server"),
-                            question("net.mtu"), question("none")})),
-              (Reply{47,
+    EXPECT_EQ(ask(list(code::ownerQty, {question("wifi", web), question("wifi", 7), question("dns.server"),
+                                        question("net.mtu"), question("none")})),
+              (Reply{code::ownerQtyAnswer,
                      {{"wifi", word(2)},
                       {"wifi", word(1)},
                       {"dns.server", word(2)},
                       {"net.mtu", word(0)},
                       {"none", word(0)}}}));
     const Entry x = question("x");
-    EXPECT_EQ(ask(list(48, {question("wifi", web), x, x})), (Reply{49, {{"wifi", word(1)}, {"x", word(2)}}}));
-    EXPECT_EQ(ask(list(48, {question("wifi", web)})), (Reply{49, {{"wifi", word(1)}}})) << "room for one";
-    EXPECT_EQ(ask(list(48, {question("none")})), (Reply{49, {}}));
-    EXPECT_EQ(ask(list(48)), (Reply{49, {}}));
+    EXPECT_EQ(ask(list(code::pKeyList, {question("wifi", web), x, x})),
+              (Reply{code::pKeyListAnswer, {{"wifi", word(1)}, {"x", word(2)}}}));
+    EXPECT_EQ(ask(list(code::pKeyList, {question("wifi", web)})),
+              (Reply{code::pKeyListAnswer, {{"wifi", word(1)}}}))
+        << "room for one";
+    EXPECT_EQ(ask(list(code::pKeyList, {question("none")})), (Reply{code::pKeyListAnswer, {}}));
+    EXPECT_EQ(ask(list(code::pKeyList)), (Reply{code::pKeyListAnswer, {}}));
 }
 
 TEST_F(Reads, BodiesThatDoNotDecodeAreAnsweredWithAFailure) {
-    std::pair<std::uint32_t, std::string> handlers[] = {
-        {20, "unpackReadMessage"}, {46, "unpackGetOwnerQtyMessage"}, {48, "unpackGetPKeyListMessage"}};
+    std::pair<std::uint32_t, std::string> handlers[] = {{code::read, "unpackReadMessage"},
+                                                        {code::ownerQty, "unpackGetOwnerQtyMessage"},
+                                                        {code::pKeyList, "unpackGetPKeyListMessage"}};
     for (const auto& [code, name] : handlers) {
         for (const std::string& body : {std::string(), std::string("abc"), word(1), word(0xFFFFFFFF),
                                         word(1) + word(200) + std::string(250, 'n')})
-            EXPECT_EQ(ask(word(code) + body), (Reply{99, {}}));
+            EXPECT_EQ(ask(word(code) + body), (Reply{code::failureAnswer, {}}));
         EXPECT_TRUE(daemon.logged("[OstrelServer::" + name + "] Unmarshall failed\n"));
     }
     EXPECT_EQ(client->number("net.mtu"), 1500U);

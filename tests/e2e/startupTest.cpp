@@ -10,6 +10,9 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
+#include "text.h"
+#include "tool.h"
 
 namespace {
 
@@ -71,6 +74,7 @@ TEST(Startup, LinesComeInOrderAndSigtermShutsDown) {
     ASSERT_EQ(stat("/tmp/ostrel.sock", &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0777U);
     EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_FALSE(contains(daemon.log(), "error: [chmod")) << "how a program ended is seen";
     std::size_t at = 0;
     for (const char* part :
          {":main():", "** Ostrel v0.1 starting...**\n", "default db:  /vemra/default/ostrDbDflt.txt\n",
@@ -88,7 +92,7 @@ TEST(Startup, DaemonModeLogsToItsFileAndSigtermJustEndsIt) {
     Daemon daemon;
     ASSERT_EQ(daemon.run(""), 0) << "the parent ends";
     const std::string path = "/var/log/ostrel.log";
-    ASSERT_TRUE(eventually([&] { return Client().ask(list(20)).has_value(); }));
+    ASSERT_TRUE(eventually([&] { return Client().ask(list(code::read)).has_value(); }));
     struct stat info {};
     ASSERT_EQ(stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0644U);
@@ -96,10 +100,13 @@ TEST(Startup, DaemonModeLogsToItsFileAndSigtermJustEndsIt) {
     EXPECT_FALSE(contains(readFile(path), "[DBG]"));
     EXPECT_EQ(daemon.output(), "");
 
+    EXPECT_TRUE(matches(runTool("../../bin/ps -C ostrelServer -o sid=,pid=").output, "^ *([0-9]+) +\\1\n"))
+        << "no terminal's end ends it";
+    system("pkill -USR1 ostrelServer; pkill -USR2 ostrelServer");
     system("pkill -HUP ostrelServer");
     EXPECT_TRUE(eventually([&] { return !contains(readFile(path), "starting"); })) << "emptied";
     Client client;
-    EXPECT_TRUE(client.ask(list(20)));
+    EXPECT_TRUE(client.ask(list(code::read)));
     system("pkill -TERM ostrelServer");
     EXPECT_TRUE(client.closed());
     EXPECT_FALSE(contains(readFile(path), "exiting"));
@@ -108,13 +115,13 @@ TEST(Startup, DaemonModeLogsToItsFileAndSigtermJustEndsIt) {
 TEST(Startup, SecondDaemonStopsAndLeavesTheFirstAlone) {
     Daemon first;
     first.launch("-d");
-    ASSERT_TRUE(eventually([] { return Client().ask(list(20)).has_value(); }));
+    ASSERT_TRUE(eventually([] { return Client().ask(list(code::read)).has_value(); }));
     int status = system("ASAN_OPTIONS=detect_leaks=0 /vemra/bin/ostrelServer -d >/tmp/second");
     EXPECT_EQ(WEXITSTATUS(status), 255);
     EXPECT_TRUE(contains(readFile("/tmp/second"), "FATAL ERROR :Database in use\n"));
     first.signal(SIGHUP);
     EXPECT_TRUE(eventually([&] { return contains(first.output(), "[ostrelServer] Reloading Log file\n"); }));
-    EXPECT_TRUE(Client().ask(list(20)).has_value()) << "without a log file a hang-up changes nothing";
+    EXPECT_TRUE(Client().ask(list(code::read)).has_value()) << "without a log file a hang-up changes nothing";
     first.signal(SIGINT);
     EXPECT_EQ(first.wait(), 0);
     EXPECT_TRUE(contains(first.output(), "exiting due to signal 2\n"));
@@ -130,7 +137,7 @@ TEST(Startup, StandardDescriptorsAreThereAndInheritedOnesAreNotPassedOn) {
     Daemon daemon;
     daemon.factory("a Dword 1\n");
     daemon.script("p", "watch *\nrestart execute ls /proc/self/fd >/tmp/fds\n");
-    const auto commit = [] { return eventually([] { return Client().commit({list(6, {dword("a", 2)})}); }); };
+    const auto commit = [] { return eventually([] { return Client().set("a", 2); }); };
     daemon.launch("-d -v 7</dev/zero <&- >&- 2>&- #");
     ASSERT_TRUE(commit());
     for (int fd : {0, 1, 2})
@@ -143,7 +150,7 @@ TEST(Startup, StandardDescriptorsAreThereAndInheritedOnesAreNotPassedOn) {
     ASSERT_TRUE(commit());
     EXPECT_NE(target(7), "/dev/zero\n");
     EXPECT_TRUE(contains(readFile("/var/log/ostrel.log"), "starting"));
-    Client().send(list(100));
+    Client().send(list(code::shutdown));
 }
 
 }  // namespace

@@ -10,7 +10,10 @@
 
 #include "client.h"
 #include "daemon.h"
+#include "files.h"
 #include "ostrel/watch.h"
+#include "text.h"
+#include "tool.h"
 
 namespace {
 
@@ -63,7 +66,8 @@ protected:
         std::vector<std::string> messages;
         for (; changes > 0; changes -= 100)
             messages.push_back(
-                list(6, std::vector<Entry>(static_cast<std::size_t>(std::min(changes, 100)), dword("a", 2))));
+                list(code::notify,
+                     std::vector<Entry>(static_cast<std::size_t>(std::min(changes, 100)), dword("a", 2))));
         EXPECT_TRUE(Client().commit(messages));
     }
 

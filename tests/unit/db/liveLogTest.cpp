@@ -103,7 +103,12 @@ TEST_F(LiveLog, ALongFileIsRewrittenWhenMostOfItsLinesAreSuperseded) {
     for (unsigned int key = 2; key <= 41; ++key)
         EXPECT_TRUE(make("t", "s") == key && commit());
     openOn(padded());  // 110 lines, of which the 40 instances and their last key count
-    commitPair(1);
+    disk.capacity = disk.usedBytes() + 200;
+    EXPECT_TRUE(contains(outputOf([this] { commitPair(1); }), "cannot write")) << "no room for the new one";
+    EXPECT_EQ(outputOf([this] { commitPair(2); }), "") << "not tried at every commit";
+    disk.capacity = SIZE_MAX;
+    openOn(padded());
+    commitPair(3);
     EXPECT_LT(live().size(), 2000U);
 }
 
