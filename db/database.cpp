@@ -10,6 +10,7 @@
 
 #include "db/loader.h"
 #include "db/log.h"
+#include "log/storeLines.h"
 #include "text/grammar.h"
 #include "text/text.h"
 
@@ -100,7 +101,7 @@ Database::Database(const ostrelDbCfg* cfg, const Paths& paths, const FileCalls& 
     constexpr std::chrono::seconds patience{2};
     const bool isLocked = lock_.take(patience);
     if (!isLocked && errno == EWOULDBLOCK)
-        Die(inUse);
+        Die(knownLine::databaseInUse);
     if (!isLocked)
         STORE_ERROR("cannot lock %s: %s; nothing can be committed until that works", lock_.path().c_str(),
                     std::strerror(errno));

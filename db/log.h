@@ -8,9 +8,6 @@ namespace store {
 // Not inline: the linker would merge it with another module's constant of that name.
 static constexpr char logModule[] = "ostrelDb";
 
-// Why the process ends when another one has the database. Readers of the log know it.
-static constexpr char inUse[] = "Database in use";
-
 }  // namespace store
 
 #define STORE_ERROR(...) ostrelPrintLine(1, logModule, __LINE__, __func__, __VA_ARGS__)

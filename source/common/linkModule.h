@@ -1,6 +1,6 @@
 // Internal to the link: the module that its log lines name.
 #pragma once
 
-#include "common/linkPlaces.h"
+#include "log/linkPlaces.h"
 
 constexpr const char* logModule = logModules::link;

@@ -17,8 +17,8 @@
 #include <memory>
 #include <string>
 
-#include "common/logLayout.h"
 #include "common/logLock.h"
+#include "log/logLayout.h"
 
 constexpr char logModule[] = "ostrelUtils";
 

@@ -6,7 +6,7 @@
 // does not compile.
 #pragma once
 
-#include "common/logPlace.h"
+#include "log/logPlace.h"
 #include "ostrel/plugin.h"
 
 // Bit mask of the levels that are written; non-zero showPrefix: lines start with level, time and place.

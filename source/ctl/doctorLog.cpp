@@ -10,8 +10,8 @@
 
 #include "ctl/doctorChecks.h"
 #include "ctl/logFaults.h"
-#include "db/log.h"
-#include "server/knownLines.h"
+#include "log/serverLines.h"
+#include "log/storeLines.h"
 
 namespace {
 
@@ -27,7 +27,8 @@ constexpr char namesPlugin[] =
 constexpr std::array<Remedy, 7> remedies{{
     {knownLine::cannotBind,
      "the line before it tells the error; /tmp must exist and the daemon may write there"},
-    {store::inUse, "another daemon runs: one was started twice, and emptied the log of the first"},
+    {knownLine::databaseInUse,
+     "another daemon runs: one was started twice, and emptied the log of the first"},
     {knownLine::noPluginFolder, "see the line plug-ins"},
     {knownLine::noPlugins, "see the lines plug-in; with --reduced at least one must be essential"},
     {knownLine::initFailed,

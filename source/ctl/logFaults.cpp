@@ -4,12 +4,12 @@
 #include <optional>
 #include <utility>
 
-#include "common/linkPlaces.h"
-#include "common/logLayout.h"
 #include "exec/knownLines.h"
+#include "log/linkPlaces.h"
+#include "log/logLayout.h"
+#include "log/serverLines.h"
+#include "log/serverPlaces.h"
 #include "ostrel/plugin/knownLines.hpp"
-#include "server/knownLines.h"
-#include "server/logPlaces.h"
 
 namespace {
 

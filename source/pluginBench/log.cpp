@@ -10,8 +10,8 @@
 #include <optional>
 #include <system_error>
 
-#include "common/logLayout.h"
 #include "common/ostrelUtils.h"
+#include "log/logLayout.h"
 
 namespace pluginBench {
 namespace {

@@ -4,10 +4,10 @@
 #include <charconv>
 #include <cstdio>
 
-#include "common/logLayout.h"
+#include "log/logLayout.h"
+#include "log/serverLines.h"
+#include "log/serverPlaces.h"
 #include "ostrel/plugin/knownLines.hpp"
-#include "server/knownLines.h"
-#include "server/logPlaces.h"
 
 namespace pluginBench {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-#include "common/logPlace.h"
+#include "log/logPlace.h"
 #include "ostrel/plugin.h"
 
 class ostrelLink;

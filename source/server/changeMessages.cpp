@@ -9,9 +9,9 @@
 #include "common/messageCodes.h"
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
+#include "log/serverLines.h"
+#include "log/serverPlaces.h"
 #include "server/globals.h"
-#include "server/knownLines.h"
-#include "server/logPlaces.h"
 #include "server/sequenceSize.h"
 #include "server/transaction.h"
 

@@ -5,7 +5,7 @@
 #include <exception>
 #include <initializer_list>
 
-#include "common/logPlace.h"
+#include "log/logPlace.h"
 #include "ostrel/plugin.h"
 
 // False, with a line in the log, when a pointer is null. place: the exported function's.

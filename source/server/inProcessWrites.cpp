@@ -7,10 +7,10 @@
 #include <utility>
 
 #include "common/ostrelUtils.h"
+#include "log/serverLines.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
 #include "server/inProcess.h"
-#include "server/knownLines.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"

@@ -4,8 +4,8 @@
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
+#include "log/serverLines.h"
 #include "server/globals.h"
-#include "server/knownLines.h"
 #include "server/logFile.h"
 #include "server/pluginRecord.h"
 #include "server/pluginsModule.h"

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "common/ostrelUtils.h"
+#include "log/serverLines.h"
 #include "server/globals.h"
-#include "server/knownLines.h"
 #include "server/pluginFile.h"
 #include "server/pluginRecord.h"
 #include "server/pluginsModule.h"

@@ -10,7 +10,7 @@
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
-#include "server/knownLines.h"
+#include "log/serverLines.h"
 #include "server/pluginsModule.h"
 
 // The table is shared with separately built objects.

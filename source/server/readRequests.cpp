@@ -10,9 +10,9 @@
 #include "common/messageCodes.h"
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
+#include "log/serverLines.h"
 #include "server/globals.h"
 #include "server/inProcess.h"
-#include "server/knownLines.h"
 #include "server/serverModule.h"
 
 namespace {

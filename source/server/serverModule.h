@@ -1,6 +1,6 @@
 // Internal to the server core: the module that its log lines name.
 #pragma once
 
-#include "server/logPlaces.h"
+#include "log/serverPlaces.h"
 
 constexpr const char* logModule = logModules::server;

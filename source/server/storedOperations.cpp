@@ -2,10 +2,10 @@
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
+#include "log/serverLines.h"
 #include "server/commitBroadcasts.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
-#include "server/knownLines.h"
 #include "server/serverModule.h"
 #include "server/transaction.h"
 

@@ -1,7 +1,7 @@
 // The places in the log of the server core and of the plug-in host.
 #pragma once
 
-#include "common/logPlace.h"
+#include "log/logPlace.h"
 
 namespace logModules {
 constexpr char server[] = "ostrelServer";

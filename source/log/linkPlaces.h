@@ -1,7 +1,7 @@
 // The places in the log of the socket link and the lists that it carries.
 #pragma once
 
-#include "common/logPlace.h"
+#include "log/logPlace.h"
 
 namespace logModules {
 constexpr char link[] = "ostrelLink";
