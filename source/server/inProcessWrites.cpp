@@ -9,7 +9,7 @@
 #include "common/ostrelUtils.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
-#include "server/inProcess.h"
+#include "server/inProcessChecks.h"
 #include "server/knownLines.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"

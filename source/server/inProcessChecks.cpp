@@ -1,4 +1,4 @@
-#include "server/inProcess.h"
+#include "server/inProcessChecks.h"
 
 #include "common/ostrelUtils.h"
 #include "server/serverModule.h"
