@@ -12,7 +12,7 @@
 #include <cstring>
 #include <string>
 
-#include "common/linkModule.h"
+#include "common/linkPlaces.h"
 #include "common/ostrelUtils.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <system_error>
 
 #include "common/logLayout.h"
-#include "common/ostrelUtils.h"
+#include "ostrel/plugin.h"
 
 namespace pluginBench {
 namespace {

@@ -3,7 +3,7 @@
 // Main thread, with bllLock held or inside a plug-in's entry; nothing here takes a lock.
 #pragma once
 
-#include "ostrel/plugin.h"
+#include "ostrel/valueType.h"
 
 struct CommittedValue {
     bool typed = false;  // the key has a type

@@ -15,7 +15,7 @@
 #include "server/event.h"
 #include "server/globals.h"
 #include "server/knownLines.h"
-#include "server/serverModule.h"
+#include "server/logPlaces.h"
 
 namespace {
 

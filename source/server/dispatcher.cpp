@@ -13,9 +13,9 @@
 #include "common/ostrelUtils.h"
 #include "server/connections.h"
 #include "server/knownLines.h"
+#include "server/logPlaces.h"
 #include "server/mainLoop.h"
 #include "server/readRequests.h"
-#include "server/serverModule.h"
 #include "server/writeSequence.h"
 
 namespace {

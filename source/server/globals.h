@@ -52,7 +52,7 @@ extern ostrelLink chaussette;
 // The lock of the list of clients, which the log calls the BLL. Initialised by start-up.
 extern pthread_mutex_t bllLock;
 
-// Interface only: exported beside the lock for plug-ins; the server never touches them.
+// Interface only: exported beside the lock for plug-ins.
 extern "C" {
 extern int nbLockLine;
 extern int oldLockLine;

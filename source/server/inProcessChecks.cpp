@@ -1,7 +1,7 @@
 #include "server/inProcessChecks.h"
 
 #include "common/ostrelUtils.h"
-#include "server/serverModule.h"
+#include "server/logPlaces.h"
 
 namespace {
 

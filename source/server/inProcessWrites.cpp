@@ -4,7 +4,6 @@
 // Main thread, inside a plug-in's entry; nothing here takes a lock.
 #include <cstdlib>
 #include <memory>
-#include <utility>
 
 #include "common/ostrelUtils.h"
 #include "server/deinstanciateKind.h"

@@ -11,8 +11,8 @@
 #include "server/dispatcher.h"
 #include "server/globals.h"
 #include "server/logFile.h"
+#include "server/logPlaces.h"
 #include "server/pluginLoading.h"
-#include "server/serverModule.h"
 
 namespace {
 

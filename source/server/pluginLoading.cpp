@@ -15,9 +15,9 @@
 #include "common/ostrelUtils.h"
 #include "server/globals.h"
 #include "server/knownLines.h"
+#include "server/logPlaces.h"
 #include "server/pluginFile.h"
 #include "server/pluginRecord.h"
-#include "server/pluginsModule.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "server/committedValue.h"
 #include "server/globals.h"
 #include "server/knownLines.h"
-#include "server/serverModule.h"
+#include "server/logPlaces.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "server/globals.h"
 #include "server/knownLines.h"
 #include "server/logFile.h"
-#include "server/serverModule.h"
+#include "server/logPlaces.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"
 
