@@ -3,7 +3,7 @@
 
 enum {
     CLIARG_STRING = 1,   // target: a char*, which receives the argument's own pointer
-    CLIARG_INTEGER = 2,  // target: an int, converted in base 10 without validation
+    CLIARG_INTEGER = 2,  // target: an int, converted in base 10 without validation; interface only
     CLIARG_FLAG = 3,     // target: an int, set to 1
 };
 

@@ -51,6 +51,7 @@ private:
 // delete); size receives its length.
 unsigned char* OstrelMarshallParameters(unsigned int code, unsigned int count, OstrelValue* values,
                                         unsigned int* size);
+// Interface only, with its twin below.
 unsigned char* OstrelMarshallQuestions(unsigned int code, unsigned int count, OstrelValue* values,
                                        unsigned int* size);
 

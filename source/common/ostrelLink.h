@@ -34,7 +34,7 @@ public:
     static std::mutex accepting;
 
     ostrelLink() = default;
-    explicit ostrelLink(int fd);  // taken
+    explicit ostrelLink(int fd);  // taken; interface only
     ~ostrelLink();
     ostrelLink(const ostrelLink&) = delete;
     ostrelLink& operator=(const ostrelLink&) = delete;
@@ -44,10 +44,10 @@ public:
     // Blocks until a client connects, with accepting held; retries a failing accept twice a second. The
     // caller owns the descriptor; -1 only when accept fails and a stop is requested.
     int getNewConnection();
-    // The client's side. The port is not used.
+    // The client's side; interface only. The port is not used.
     bool connectTo(unsigned int port);
 
-    // Exactly nbBytes bytes, or failure.
+    // Exactly nbBytes bytes, or failure. Interface only: messages go their own way.
     bool sendData(unsigned int nbBytes, unsigned char* bytes);
     bool receiveData(unsigned int nbBytes, unsigned char* bytes);
     bool write32(unsigned int word);

@@ -12,8 +12,8 @@
 #include <cstring>
 #include <string>
 
-#include "common/linkModule.h"
 #include "common/ostrelUtils.h"
+#include "log/linkPlaces.h"
 
 namespace {
 

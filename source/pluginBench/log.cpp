@@ -10,8 +10,8 @@
 #include <optional>
 #include <system_error>
 
-#include "common/ostrelUtils.h"
 #include "log/logLayout.h"
+#include "ostrel/plugin.h"
 
 namespace pluginBench {
 namespace {

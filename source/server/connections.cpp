@@ -12,10 +12,10 @@
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
+#include "log/serverPlaces.h"
 #include "server/descriptors.h"
 #include "server/event.h"
 #include "server/globals.h"
-#include "server/serverModule.h"
 
 namespace {
 

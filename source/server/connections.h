@@ -6,7 +6,7 @@
 #include "common/ostrelLink.h"
 
 struct ostrelConnection {
-    int connected = 0;                 // 1 once the client has sent its connect message
+    int connected = 0;                 // 1 once the client has sent its connect message; interface only
     std::unique_ptr<char[]> name;      // from the connect message; null until then
     std::unique_ptr<ostrelLink> link;  // built on fd, which it closes
     int fd = -1;

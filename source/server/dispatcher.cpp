@@ -12,10 +12,10 @@
 #include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
+#include "log/serverPlaces.h"
 #include "server/connections.h"
 #include "server/mainLoop.h"
 #include "server/readRequests.h"
-#include "server/serverModule.h"
 #include "server/writeSequence.h"
 
 namespace {

@@ -41,14 +41,18 @@ extern std::atomic<int> logReloadRequested;  // set by Signal_HUP; cleared by ma
 extern char* logFileName;                    // set by --log and Daemonize; borrowed from argv or static
 extern ostrelDb* database;                   // owned; set by start-up and shutdownServer
 
-extern ostrelLink chaussette;                            // bound by start-up, accepted on by the listener
 extern std::vector<OstrelClientPlugin*> listOfClients;   // owning; changed by plug-in loading only
 extern std::vector<ostrelConnection*> listOfConnection;  // owning; guarded by bllLock
 extern std::vector<OstrelValue*> listOfStoredValues;     // owning; appended by writes, replayed and emptied
 extern std::vector<OstrelValue*> listOfChangedStuff;     // owning; the keys changed since the last broadcast
-extern pthread_mutex_t bllLock;                          // initialised by start-up
 
-// Exported beside the lock for plug-ins; the server never touches them.
+// Two names that plug-in hosts and documents know, so they stay.
+// The listening socket (a sock, in French): bound by start-up, accepted on by the listener.
+extern ostrelLink chaussette;
+// The lock of the list of clients, which the log calls the BLL. Initialised by start-up.
+extern pthread_mutex_t bllLock;
+
+// Interface only: exported beside the lock for plug-ins.
 extern "C" {
 extern int nbLockLine;
 extern int oldLockLine;

@@ -1,15 +1,15 @@
-// The reads that the server exports to its plug-ins; two of them also serve the clients' read requests.
+// The reads that the server exports to its plug-ins.
 //
-// Main thread, inside a plug-in's entry or with bllLock held; nothing here takes a lock.
+// Main thread, inside a plug-in's entry; nothing here takes a lock.
 #include <array>
-#include <cstdint>
 #include <cstring>
 
 #include "common/logText.h"
 #include "common/marshalling.h"
 #include "common/ostrelUtils.h"
+#include "server/committedValue.h"
 #include "server/globals.h"
-#include "server/inProcess.h"
+#include "server/inProcessChecks.h"
 #include "server/serverModule.h"
 #include "server/transaction.h"
 
@@ -19,7 +19,7 @@ constexpr long committed = 0;
 
 int readUntyped(const char* key, unsigned int pKey, unsigned int bufferSize, unsigned int* bytesRead,
                 unsigned char* buffer) {
-    StoredValue value = readStored(key, pKey, bufferSize, buffer);
+    const CommittedValue value = readCommitted(key, pKey, bufferSize, buffer);
     if (!value.read)
         return 0;
     *bytesRead = value.size;
@@ -98,17 +98,6 @@ private:
 };
 
 }  // namespace
-
-StoredValue readStored(const char* key, unsigned int pKey, unsigned int room, unsigned char* buffer) {
-    StoredValue value;
-    value.typed = database->getType(key, pKey, &value.type) != refused;
-    if (!value.typed)
-        return value;
-    int size = static_cast<int>(room);
-    value.read = database->dataRead(committed, key, value.type, &size, buffer, pKey) != refused;
-    value.size = static_cast<unsigned int>(size);
-    return value;
-}
 
 int OstrelClientGetVectorSize(const char* key, unsigned int owner, unsigned int* result) {
     if (!validArguments(OSTREL_HERE, {key, result}))

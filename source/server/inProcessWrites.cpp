@@ -4,13 +4,12 @@
 // Main thread, inside a plug-in's entry; nothing here takes a lock.
 #include <cstdlib>
 #include <memory>
-#include <utility>
 
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
-#include "server/inProcess.h"
+#include "server/inProcessChecks.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"

@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "common/ostrelUtils.h"
+#include "log/serverPlaces.h"
 #include "server/connections.h"
 #include "server/dispatcher.h"
 #include "server/globals.h"
 #include "server/logFile.h"
 #include "server/pluginLoading.h"
-#include "server/serverModule.h"
 
 namespace {
 

@@ -14,10 +14,10 @@
 
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
+#include "log/serverPlaces.h"
 #include "server/globals.h"
 #include "server/pluginFile.h"
 #include "server/pluginRecord.h"
-#include "server/pluginsModule.h"
 #include "text/fixedPaths.h"
 
 namespace {

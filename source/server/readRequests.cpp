@@ -11,9 +11,9 @@
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
+#include "log/serverPlaces.h"
+#include "server/committedValue.h"
 #include "server/globals.h"
-#include "server/inProcess.h"
-#include "server/serverModule.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ Parameter numberEntry(std::string_view name, const std::uint32_t& number) {
 // give. room is scratch.
 bool addValue(ParametersBuilder& answer, const Parameter& entry, std::array<unsigned char, valueRoom>& room) {
     KeyName name(entry.name);
-    StoredValue value = readStored(name.text(), entry.valueAsNumber(), valueRoom, room.data());
+    const CommittedValue value = readCommitted(name.text(), entry.valueAsNumber(), valueRoom, room.data());
     if (!value.read)
         OSTREL_LOG_AT(logPlace::read, logLevel::error,
                       "[ostrelReply] OstrelClientReadValue call failed for value=<%s>",

@@ -9,12 +9,12 @@
 #include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
+#include "log/serverPlaces.h"
 #include "server/changeMessages.h"
 #include "server/commitBroadcasts.h"
 #include "server/connections.h"
 #include "server/globals.h"
 #include "server/logFile.h"
-#include "server/serverModule.h"
 #include "server/storedOperations.h"
 #include "server/transaction.h"
 

@@ -13,16 +13,6 @@ bool validArguments(LogPlace place, std::initializer_list<const void*> pointers)
 // The same for a list to be written and for one value of it.
 bool validList(LogPlace place, const OstrelValues& list);
 
-// The bytes and the type of a value, whatever its type; room bytes are in buffer. typed and read tell what
-// the database answered; size and type are set when it did.
-struct StoredValue {
-    bool typed = false;
-    bool read = false;
-    unsigned int size = 0;
-    ostrelValueType type = ostrelTypeNone;
-};
-StoredValue readStored(const char* key, unsigned int pKey, unsigned int room, unsigned char* buffer);
-
 // Writes the line for a function that ran into an exception.
 void logFenced(LogPlace place, const char* what);
 

@@ -1,7 +1,7 @@
-#include "server/inProcess.h"
+#include "server/inProcessChecks.h"
 
 #include "common/ostrelUtils.h"
-#include "server/serverModule.h"
+#include "log/serverPlaces.h"
 
 namespace {
 
