@@ -2,7 +2,7 @@
 #include <ostrel/plugin.hpp>
 
 #include "exec/rules.h"
-#include "exec/runner.h"
+#include "exec/runnerProcess.h"
 
 namespace exec {
 
@@ -98,7 +98,7 @@ private:
     }
 
     std::vector<Duty> duties_{};
-    Runner runner_{};
+    RunnerProcess runner_{};
 };
 
 }  // namespace exec

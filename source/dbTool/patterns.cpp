@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "db/text.h"
-#include "dbTool/failure.h"
+#include "dbTool/exitStatus.h"
 
 bool Patterns::matchName(std::string_view name) const {
     return std::ranges::any_of(patterns_, [name](std::string_view pattern) {

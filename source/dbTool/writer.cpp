@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "db/grammar.h"
-#include "dbTool/failure.h"
+#include "dbTool/exitStatus.h"
 
 namespace {
 
