@@ -28,7 +28,7 @@ ChangeTotals totalsOfCell(const Cells::Node& node, uint32_t index, const Cell& c
 
 void count(Elements& elements, const Cell& old, const Cell& cell) {
     elements.present += size_t{cell.present} - size_t{old.present};
-    elements.defaults += size_t{cell.hasDefault} - size_t{old.hasDefault};
+    elements.hasDefaults = elements.hasDefaults || cell.hasDefault;
     // An erased element, without a default, says nothing about what the vector holds now.
     if (cell.present || cell.hasDefault)
         elements.type = cell.type;

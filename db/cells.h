@@ -42,9 +42,9 @@ struct Elements {
     const Structure* structure = nullptr;   // null: a vector
     ostrelValueType type = ostrelTypeNone;  // of a vector's elements
     size_t present = 0;                     // cells with a value
-    size_t defaults = 0;                    // cells with a default
+    bool hasDefaults = false;               // a cell has a default, or (only a member's) had one
 
-    bool isKnownVector() const { return structure == nullptr && present + defaults != 0; }
+    bool isKnownVector() const { return structure == nullptr && (present != 0 || hasDefaults); }
 };
 
 struct Entry {

@@ -1,7 +1,6 @@
 // What ostrelDb does, on files of the caller's choice and through a file table of the caller's choice.
 #pragma once
 
-#include <map>
 #include <optional>
 #include <string>
 

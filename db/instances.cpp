@@ -214,7 +214,7 @@ void Instances::takeElements(std::string_view name, std::string_view keeper) {
     if (used->structure != nullptr) {
         if (used->structure->name != keeper)
             undoAll(*used->structure, used);
-    } else if (used->defaults == 0) {
+    } else if (!used->hasDefaults) {
         cells_.dropVector(name);
     }
 }

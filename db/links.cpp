@@ -1,9 +1,10 @@
 #include "db/links.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <string_view>
+#include <utility>
 
 namespace store {
 namespace {

@@ -36,6 +36,23 @@ constexpr CrcTables makeCrcTables() {
     return tables;
 }
 
+uint32_t crc32(std::string_view bytes) {
+    static constexpr CrcTables tables = makeCrcTables();
+    uint32_t crc = 0xFFFFFFFFU;
+    // Eight look-ups that do not wait for each other: a start reads the whole live file.
+    for (; bytes.size() >= crcStep; bytes.remove_prefix(crcStep)) {
+        uint32_t next = 0;
+        for (size_t i = 0; i < crcStep; ++i) {
+            const uint32_t old = i < sizeof crc ? crc >> (8 * i) : 0;
+            next ^= tables[crcStep - 1 - i][(old ^ static_cast<unsigned char>(bytes[i])) & 0xFFU];
+        }
+        crc = next;
+    }
+    for (const char c : bytes)
+        crc = tables[0][(crc ^ static_cast<unsigned char>(c)) & 0xFFU] ^ crc >> 8U;
+    return ~crc;
+}
+
 bool isReturnBeforeBreak(std::string_view text, size_t at) {
     return text[at] == '\r' && (at + 1 == text.size() || text[at + 1] == '\n');
 }
@@ -172,23 +189,6 @@ LogPiece closePiece(std::string_view text, size_t begin, size_t at) {
 }
 
 }  // namespace
-
-uint32_t crc32(std::string_view bytes) {
-    static constexpr CrcTables tables = makeCrcTables();
-    uint32_t crc = 0xFFFFFFFFU;
-    // Eight look-ups that do not wait for each other: a start reads the whole live file.
-    for (; bytes.size() >= crcStep; bytes.remove_prefix(crcStep)) {
-        uint32_t next = 0;
-        for (size_t i = 0; i < crcStep; ++i) {
-            const uint32_t old = i < sizeof crc ? crc >> (8 * i) : 0;
-            next ^= tables[crcStep - 1 - i][(old ^ static_cast<unsigned char>(bytes[i])) & 0xFFU];
-        }
-        crc = next;
-    }
-    for (const char c : bytes)
-        crc = tables[0][(crc ^ static_cast<unsigned char>(c)) & 0xFFU] ^ crc >> 8U;
-    return ~crc;
-}
 
 std::string hexCrc(std::string_view bytes) {
     std::array<char, crcDigits> digits{};

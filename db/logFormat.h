@@ -16,8 +16,7 @@
 
 namespace store {
 
-uint32_t crc32(std::string_view bytes);
-// In eight hexadecimal digits.
+// The CRC-32 in eight hexadecimal digits.
 std::string hexCrc(std::string_view bytes);
 
 // Appends the closing line. BYTES counts what stands before it; CRC is the CRC-32 of all up to the CRC

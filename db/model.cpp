@@ -12,7 +12,7 @@ ostrelValueType defaultType(const Entry& entry) {
     if (entry.plain.hasDefault)
         return entry.plain.type;
     const bool hasVector =
-        entry.elements && entry.elements->structure == nullptr && entry.elements->defaults != 0;
+        entry.elements && entry.elements->structure == nullptr && entry.elements->hasDefaults;
     return hasVector ? entry.elements->type : ostrelTypeNone;
 }
 

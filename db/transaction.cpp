@@ -1,44 +1,36 @@
 #include "db/transaction.h"
 
-#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace store {
-namespace {
-
-Origin originOf(bool hasDefault) { return hasDefault ? Origin::factory : Origin::created; }
-
-}  // namespace
-
-const Transaction::NameChanges* Transaction::changesOf(std::string_view name) const {
-    const auto found = names_.find(name);
-    return found != names_.end() ? &found->second : nullptr;
-}
-
-Transaction::NameChanges& Transaction::makeChanges(std::string_view name) {
-    const auto found = names_.find(name);
-    return found != names_.end() ? found->second : names_[std::string(name)];
-}
 
 const Value* Transaction::find(std::string_view name, uint32_t index) const {
-    if (const NameChanges* mine = changesOf(name); mine != nullptr) {
-        if (const auto cell = mine->cells.find(index); cell != mine->cells.end())
-            return cell->second ? &*cell->second : nullptr;
-    }
+    if (const std::optional<Value>* mine = values_.cell(name, index); mine != nullptr)
+        return *mine ? &**mine : nullptr;
     const Value* committed = base_.find(name, index);
     if (index == 0)
         return committed;
     if (committed == nullptr)
-        return newMember(name, index).value;
+        return instances_.newMember(name, index).value;
     const Structure* structure = base_.elements(name)->structure;
-    return structure == nullptr || instance(structure->name, index) != nullptr ? committed : nullptr;
+    return structure == nullptr || instances_.find(structure->name, index) != nullptr ? committed : nullptr;
 }
 
 bool Transaction::isMember(std::string_view name) const {
-    const NameChanges* mine = changesOf(name);
+    const ValueChanges::OfName* mine = values_.find(name);
     const Elements* committed = base_.elements(name);
     return (mine != nullptr && !mine->structure.empty()) ||
            (committed != nullptr && committed->structure != nullptr);
+}
+
+std::string_view Transaction::memberOf(std::string_view name, uint32_t key) const {
+    const Elements* committed = base_.elements(name);
+    return committed != nullptr && committed->structure != nullptr
+               ? std::string_view(committed->structure->name)
+               : instances_.newMember(name, key).structure;
 }
 
 const Elements* Transaction::committedVector(std::string_view name) const {
@@ -52,10 +44,10 @@ bool Transaction::isKnown(std::string_view name, uint32_t index) const {
         const Entry* committed = base_.entry(name);
         return find(name, 0) != nullptr || (committed != nullptr && committed->plain.hasDefault);
     }
-    const NameChanges* mine = changesOf(name);
+    const ValueChanges::OfName* mine = values_.find(name);
     std::ptrdiff_t present = mine != nullptr ? mine->present : 0;
     if (const Elements* committed = committedVector(name); committed != nullptr) {
-        if (committed->defaults != 0)
+        if (committed->hasDefaults)
             return true;
         present += static_cast<std::ptrdiff_t>(committed->present);
     }
@@ -71,7 +63,8 @@ ostrelValueType Transaction::knownType(std::string_view name) const {
         return plain->type;
     if (!isKnown(name, 1))
         return ostrelTypeNone;
-    if (const NameChanges* mine = changesOf(name); mine != nullptr && mine->vectorType != ostrelTypeNone)
+    if (const ValueChanges::OfName* mine = values_.find(name);
+        mine != nullptr && mine->vectorType != ostrelTypeNone)
         return mine->vectorType;
     const Elements* vector = committedVector(name);
     return vector != nullptr ? vector->type : ostrelTypeNone;
@@ -80,10 +73,10 @@ ostrelValueType Transaction::knownType(std::string_view name) const {
 Result Transaction::checkNewElement(std::string_view name) const {
     if (isKnown(name, 1))
         return {};
-    if (isStructure(name))
+    if (instances_.isStructure(name))
         return {"the name is a structure's"};
-    const bool isUnderStructure =
-        anySplit(name, [this](std::string_view prefix, std::string_view) { return isStructure(prefix); });
+    const bool isUnderStructure = anySplit(
+        name, [this](std::string_view prefix, std::string_view) { return instances_.isStructure(prefix); });
     return isUnderStructure ? Result{"there is no such instance, or it has no such member"} : Result{};
 }
 
@@ -104,34 +97,13 @@ Result Transaction::write(std::string_view name, uint32_t index, Value value, bo
     return {};
 }
 
-// What the live file says already is no change.
 void Transaction::set(std::string_view name, uint32_t index, Value value) {
-    NameChanges& mine = makeChanges(name);
-    if (index != 0) {
-        if (const std::string_view structure = memberOf(name, index); !structure.empty()) {
-            mine.structure = structure;
-        } else {
-            mine.present += find(name, index) == nullptr ? 1 : 0;
-            mine.vectorType = value.type;
-        }
-    }
-    const Cell* committed = base_.cell(name, index);
-    if (committed != nullptr && committed->present && committed->changed &&
-        static_cast<const Value&>(*committed) == value) {
-        mine.cells.erase(index);
-    } else {
-        mine.cells[index] = std::move(value);
-    }
-}
-
-void Transaction::erase(std::string_view name, uint32_t index) {
-    NameChanges& mine = makeChanges(name);
-    mine.present -= index != 0 ? 1 : 0;
-    if (base_.find(name, index) != nullptr) {
-        mine.cells[index] = std::nullopt;
-    } else {
-        mine.cells.erase(index);
-    }
+    const std::string_view structure = index != 0 ? memberOf(name, index) : std::string_view();
+    if (index != 0 && structure.empty())
+        return values_.setElement(name, index, std::move(value), find(name, index) == nullptr);
+    if (!structure.empty())
+        values_.makeMember(name, structure);
+    values_.set(name, index, std::move(value));
 }
 
 std::vector<uint32_t> Transaction::elementsOf(std::string_view name) const {
@@ -144,7 +116,7 @@ std::vector<uint32_t> Transaction::elementsOf(std::string_view name) const {
                 indices.push_back(index);
         }
     }
-    if (const NameChanges* mine = changesOf(name); mine != nullptr) {
+    if (const ValueChanges::OfName* mine = values_.find(name); mine != nullptr) {
         for (const auto& [index, value] : mine->cells) {
             if (index != 0 && value && base_.cell(name, index) == nullptr)
                 indices.push_back(index);
@@ -159,37 +131,95 @@ Result Transaction::destroy(std::string_view name) {
     if (!hasPlain && elements.empty())
         return {isMember(name) ? "a member cannot be erased" : "there is nothing to erase"};
     if (hasPlain)
-        erase(name, 0);
+        values_.erase(name, 0);
     for (const uint32_t index : elements)
-        erase(name, index);
+        values_.erase(name, index);
     return {};
 }
 
+// A name that this transaction has freed can serve another purpose only after the commit.
+Result Transaction::checkNewInstance(std::string_view name, const Template& members) const {
+    if (const Result result = base_.nameRules().checkStructure(name); !result.ok())
+        return result;
+    const ValueChanges::OfName* own = values_.find(name);
+    if (own != nullptr && (own->vectorType != ostrelTypeNone || !own->structure.empty()))
+        return {"the name is a vector's or a member's"};
+    for (const auto& [member, value] : members) {
+        const std::string whole = memberName(name, member);
+        if (const Result result = base_.nameRules().checkMember(whole, name); !result.ok())
+            return result;
+        const ValueChanges::OfName* changes = values_.find(whole);
+        const bool isTaken =
+            changes != nullptr && (changes->vectorType != ostrelTypeNone ||
+                                   (!changes->structure.empty() && changes->structure != name));
+        if (isTaken || instances_.isStructure(whole))
+            return {"a member's name serves another purpose"};
+    }
+    return {};
+}
+
+Result Transaction::instantiate(std::string_view templateName, std::string_view name, uint32_t owner,
+                                uint32_t& key) {
+    if (const Result result = checkName(name); !result.ok())
+        return result;
+    const Template* members = base_.findTemplate(templateName);
+    if (members == nullptr)
+        return {"unknown template"};
+    if (const Result result = checkNewInstance(name, *members); !result.ok())
+        return result;
+    const std::optional<uint32_t> next = instances_.nextKey(name);
+    if (!next)
+        return {"the structure has no primary key left"};
+    key = *next;
+    instances_.add(name, key, Instance{std::string(templateName), owner});
+    for (const auto& [member, value] : *members)
+        values_.makeMember(memberName(name, member), name);
+    return {};
+}
+
+Result Transaction::remove(std::string_view name, std::span<const unsigned int> keys) {
+    const bool ofStructure = instances_.isStructure(name);
+    if (!ofStructure && isMember(name))
+        return {"a member cannot be removed, only its instance"};
+    for (const unsigned int key : keys) {
+        const bool exists =
+            ofStructure ? instances_.find(name, key) != nullptr : key != 0 && find(name, key) != nullptr;
+        if (!exists)
+            return {"there is no such instance"};
+    }
+    for (const unsigned int key : keys) {
+        if (ofStructure) {
+            removeInstance(name, key);
+        } else if (find(name, key) != nullptr) {
+            values_.erase(name, key);
+        }
+    }
+    return {};
+}
+
+Result Transaction::removeOwned(std::string_view name, uint32_t owner) {
+    if (instances_.isStructure(name)) {
+        for (const uint32_t key : instances_.keysOf(name, owner))
+            removeInstance(name, key);
+    } else if (isMember(name)) {
+        return {"a member cannot be removed, only its instance"};
+    } else if (owner == 0) {
+        for (const uint32_t index : elementsOf(name))
+            values_.erase(name, index);
+    }
+    return {};
+}
+
+// With all that was written to its members.
+void Transaction::removeInstance(std::string_view structure, uint32_t key) {
+    for (const std::string& member : instances_.memberNames(structure, key))
+        values_.forget(member, key);
+    instances_.remove(structure, key);
+}
+
 void Transaction::visit(RowVisitor& visitor) const {
-    for (const auto& [name, changes] : structures_) {
-        const auto& instances = changes.instances;
-        // An instance's row says that its key was given; one that is removed again within the transaction has
-        // none.
-        const auto newest = std::find_if(instances.rbegin(), instances.rend(),
-                                         [](const auto& row) { return row.second.has_value(); });
-        if (changes.lastKey > (newest != instances.rend() ? newest->first : 0))
-            visitor.lastKey(name, changes.lastKey);
-        for (const auto& [key, instance] : instances) {
-            instance ? visitor.instance({name, key}, *instance)
-                     : visitor.removed({name, key}, originOf(base_.instance(name, key)->hasDefault));
-        }
-    }
-    for (const auto& [name, changes] : names_) {
-        for (const auto& [index, value] : changes.cells) {
-            RowKey key{name, index};
-            if (index != 0 && !changes.structure.empty()) {
-                key.name = changes.structure;
-                key.member = std::string_view(name).substr(key.name.size() + 1);
-            }
-            value ? visitor.value(key, *value)
-                  : visitor.erased(key, originOf(base_.cell(name, index)->hasDefault));
-        }
-    }
+    instances_.visit(visitor);
+    values_.visit(visitor);
 }
 
 }  // namespace store

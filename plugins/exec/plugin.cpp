@@ -3,7 +3,7 @@
 
 #include "exec/knownLines.h"
 #include "exec/rules.h"
-#include "exec/runner.h"
+#include "exec/runnerProcess.h"
 
 namespace exec {
 
@@ -99,7 +99,7 @@ private:
     }
 
     std::vector<Duty> duties_{};
-    Runner runner_{};
+    RunnerProcess runner_{};
 };
 
 }  // namespace exec

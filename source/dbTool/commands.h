@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "db/paths.h"
-#include "dbTool/failure.h"
+#include "dbTool/exitStatus.h"
 #include "dbTool/patterns.h"
 
 Status checkFiles(const store::Paths& paths);

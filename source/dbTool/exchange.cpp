@@ -3,7 +3,7 @@
 #include <iterator>
 #include <optional>
 
-#include "dbTool/changes.h"
+#include "dbTool/changeLines.h"
 #include "dbTool/commands.h"
 #include "dbTool/faults.h"
 #include "dbTool/importRules.h"

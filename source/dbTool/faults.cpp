@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iostream>
 
-#include "dbTool/failure.h"
+#include "dbTool/exitStatus.h"
 
 std::string Fault::place() const {
     return path + (line != 0 ? ":" + std::to_string(line) : "") + ": " + reason;

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "dbTool/failure.h"
+#include "dbTool/exitStatus.h"
 #include "ostrel/plugin.h"
 
 void ostrelPrintLine(int level, const char*, int, const char*, const char* format, ...) {

@@ -4,7 +4,7 @@
 #include <set>
 #include <tuple>
 
-#include "dbTool/changes.h"
+#include "dbTool/changeLines.h"
 
 namespace {
 

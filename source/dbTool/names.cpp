@@ -2,7 +2,7 @@
 #include <iostream>
 #include <set>
 
-#include "dbTool/changes.h"
+#include "dbTool/changeLines.h"
 #include "dbTool/commands.h"
 #include "dbTool/faults.h"
 #include "dbTool/snapshot.h"
@@ -46,10 +46,6 @@ private:
     std::string_view prefix_;
     std::string last_;
 };
-
-}  // namespace
-
-namespace {
 
 class NameCollector final : public store::CellVisitor {
 public:

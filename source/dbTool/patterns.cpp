@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "dbTool/failure.h"
+#include "dbTool/exitStatus.h"
 #include "text/text.h"
 
 bool Patterns::matchName(std::string_view name) const {

@@ -9,7 +9,7 @@
 
 #include "db/files.h"
 #include "db/links.h"
-#include "dbTool/failure.h"
+#include "dbTool/exitStatus.h"
 #include "dbTool/faults.h"
 
 std::optional<std::string> readFile(const std::string& path) {

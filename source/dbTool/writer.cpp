@@ -4,7 +4,7 @@
 #include <cstring>
 #include <iostream>
 
-#include "dbTool/failure.h"
+#include "dbTool/exitStatus.h"
 #include "text/grammar.h"
 
 namespace {

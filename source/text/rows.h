@@ -43,6 +43,8 @@ enum class Origin {
     created   // it did not: nothing of it is kept
 };
 
+inline Origin originOf(bool hasDefault) { return hasDefault ? Origin::factory : Origin::created; }
+
 class RowVisitor {
 public:
     virtual void value(const RowKey& key, const Value& value) = 0;

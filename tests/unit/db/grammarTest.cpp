@@ -86,8 +86,8 @@ TEST(LogFormat, AClosingLineVouchesForItsTransaction) {
     EXPECT_EQ(store::scanLog(first + first).end, store::LogScan::End::damaged);
     EXPECT_EQ(store::scanLog(second + first).end, store::LogScan::End::damaged);
     // The check value of "123456789" for CRC-32 is widely known.
-    EXPECT_EQ(store::crc32("123456789"), 0xCBF43926U);
-    EXPECT_EQ(store::crc32("1"), 0x83DCEFB7U);
+    EXPECT_EQ(store::hexCrc("123456789"), "cbf43926");
+    EXPECT_EQ(store::hexCrc("1"), "83dcefb7");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "dbTool/changes.h"
+#include "dbTool/changeLines.h"
 
 #include <utility>
 

@@ -13,7 +13,7 @@
 namespace exec {
 
 // Without die: the runner ends by itself when the socket is closed, as it is by any end of the daemon.
-class Runner {
+class RunnerProcess {
 public:
     // False when none was started, or the last one has ended or takes no more requests.
     bool isServing() const;

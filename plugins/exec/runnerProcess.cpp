@@ -1,4 +1,4 @@
-#include "exec/runner.h"
+#include "exec/runnerProcess.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -13,16 +13,16 @@ namespace exec {
 
 constexpr char program[] = "/vemra/bin/ostrelExecRunner";
 
-bool Runner::isServing() const {
+bool RunnerProcess::isServing() const {
     pollfd end{socket_.get(), 0, 0};
     return socket_ && poll(&end, 1, 0) == 0;
 }
 
-void Runner::waitForEnded() {
+void RunnerProcess::waitForEnded() {
     std::erase_if(processes_, [](pid_t process) { return waitpid(process, nullptr, WNOHANG) != 0; });
 }
 
-void Runner::start() {
+void RunnerProcess::start() {
     // Of packets: a request is taken whole or not at all.
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
@@ -32,7 +32,7 @@ void Runner::start() {
     processes_.push_back(ostrel::plugin::spawn({program}, theirs.get()));
 }
 
-bool Runner::ask(const Rule& rule) {
+bool RunnerProcess::ask(const Rule& rule) {
     std::string request = rule.name + ' ' + std::to_string(rule.deadline);
     for (const std::string& word : rule.command)
         request += ' ' + word;
@@ -40,7 +40,7 @@ bool Runner::ask(const Rule& rule) {
     return send(socket_.get(), request.data(), request.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0;
 }
 
-std::optional<std::string> Runner::nextRead() {
+std::optional<std::string> RunnerProcess::nextRead() {
     std::array<char, longestName> name{};
     ssize_t size = recv(socket_.get(), name.data(), name.size(), MSG_DONTWAIT);
     if (size <= 0)
