@@ -63,10 +63,17 @@ int writeDword(const Words& words) {
                               : OstrelClientWriteVectorElement(&record, number(words.at(2)));
 }
 
+// Both ways to read it give the same.
 std::string readDword(const Words& words) {
+    const char* key = words.at(1).c_str();
     unsigned int value = 0;
-    auto* bytes = reinterpret_cast<unsigned char*>(&value);
-    const int read = OstrelClientReadVectorElement_Dword(words.at(1).c_str(), number(words.at(2)), bytes);
+    unsigned int again = number(words.at(2));  // the primary key first
+    unsigned int size = 0;
+    const int read =
+        OstrelClientReadVectorElement_Dword(key, again, reinterpret_cast<unsigned char*>(&value));
+    auto* bytes = reinterpret_cast<unsigned char*>(&again);
+    if (OstrelClientReadValueWithPKey(key, sizeof again, &size, bytes) != read || again != value)
+        return "differs";
     return words.at(1) + " " + std::to_string(read) + " " + std::to_string(value);
 }
 
