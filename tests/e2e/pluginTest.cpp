@@ -18,8 +18,8 @@ protected:
     Plugins() {
         daemon.noPlugins();
         daemon.factory(
-            "net.ip Dword 1\nnet.mask Dword 2\nwifi.ssid Dword 3\nother Dword 4\nc.text String \"hello\"\n"
-            "c.result Dword 0\nhost[1] instance host \"web\"\nhost[2] instance host \"lan\"\n",
+            "net.ip Dword 1\nnet.mask Dword 2\nwifi.ssid Dword 3\nother Dword 4\n"
+            "host[1] instance host \"web\"\nhost[2] instance host \"lan\"\n",
             "[host]\naddress Dword 1\n");
     }
     // Gives the calls up to the first request.
@@ -110,6 +110,7 @@ TEST_F(Plugins, WritesFromRestartAreReplayedAndBroadcast) {
         daemon.calls(),
         "a writeConf,a restart,a write 1,a remove 1,a removeOwner 1,a new 1,a read other 1 4,b trigger other,"
         "b trigger host,b trigger host,b writeConf,b restart,");
+    EXPECT_TRUE(daemon.logged("  (1/1) key other (type 3) = <4>[,\\00\\00\\00]\n"));
     EXPECT_EQ(number("other"), 44U);
     EXPECT_EQ(client->number("host.address", 3), 1U);
     EXPECT_EQ(client->number("host.address", 1), std::nullopt);
@@ -200,16 +201,6 @@ TEST_F(Plugins, DnsmasqIsGivenNoMoreHostsOfOneNameThanItCanServe) {
     EXPECT_FALSE(contains(readFile("/vemra/var/dnsmasq.conf"), "10.0.0.65"));
     EXPECT_TRUE(contains(readFile("/vemra/var/dnsmasq.conf"), "10.0.0.64"));
     std::system("kill -KILL $(cat /run/ostrel-dnsmasq.pid)");
-}
-
-TEST_F(Plugins, PlainCPluginReadsAndWrites) {
-    daemon.plugin("c", "", "plainC");
-    start();
-    EXPECT_TRUE(client->commit(
-        {list(code::notify, {{.name = "c.text", .value = text("bye"), .type = ostrelTypeString}})}));
-    EXPECT_TRUE(daemon.logged("plainC read 1 1 <bye> type 6 size 4\n"));
-    EXPECT_TRUE(daemon.logged("  (1/1) key c.result (type 3) = <4>[\\07\\00\\00\\00]\n"));
-    EXPECT_EQ(number("c.result"), 7U);
 }
 
 }  // namespace

@@ -150,7 +150,9 @@ TEST(Startup, StandardDescriptorsAreThereAndInheritedOnesAreNotPassedOn) {
     ASSERT_TRUE(commit());
     EXPECT_NE(target(7), "/dev/zero\n");
     EXPECT_TRUE(contains(readFile("/var/log/ostrel.log"), "starting"));
-    Client().send(list(code::shutdown));
+    const Client last;
+    last.send(list(code::shutdown));
+    EXPECT_TRUE(last.closed());
 }
 
 }  // namespace

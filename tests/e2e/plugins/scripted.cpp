@@ -1,31 +1,23 @@
 // A plug-in that does what /tmp/NAME.script says, NAME being its own file's name without the suffix, and
-// notes every call of an entry in /tmp/calls. A script's lines:
-//   loadPriority N | restartPriority N | watch PATTERN | triggerOn PATTERN (or null; N after it: N of them,
-//   numbered) null WHAT (an entry, srcFileName, moduleName, table, or one of the lists watch and triggerOn)
-//   ENTRY write KEY PKEY NUMBER | ENTRY remove NAME PKEY | ENTRY removeOwner NAME OWNER
-//   ENTRY new TEMPLATE NAME OWNER | ENTRY read KEY PKEY | ENTRY reboot N | ENTRY return N
-//   ENTRY throw | ENTRY throwNumber | ENTRY sleep MILLISECONDS | ENTRY kill (the daemon)
-//   ENTRY odd TYPE | ENTRY fill KEY COUNT | ENTRY fork (a child that returns, too) | ENTRY leaveChild SECONDS
-//   ENTRY starve (leaves the process no memory) | ENTRY execute COMMAND (of the shell)
-//   ENTRY hog descriptors (all, until another entry is called)
-// The lines of an entry are carried out at each of its calls; the script is read again each time. "load" and
-// "getIoFuncs" stand for what comes before the first entry.
+// notes every call of an entry in /tmp/calls. The script, read again at each call, has two kinds of lines:
+//   ENTRY VERB ARGUMENT...  what the entry does, line by line; the verbs stand in the table below. The
+//                           entries getIoFuncs and load (of the file) come before the first that is noted.
+//   SETTING ARGUMENT...     what the plug-in tells of itself; the settings stand at the end of this file.
 #include <dlfcn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "oddArguments.h"
@@ -66,18 +58,25 @@ int writeDword(const Words& words) {
     unsigned int value = number(words.at(3));
     auto* bytes = reinterpret_cast<unsigned char*>(&value);
     OstrelValue record(words.at(1).c_str(), bytes, 4, ostrelTypeDword, 0, 0);
+    record.setTpltName("ignored");
     return words.at(2) == "0" ? OstrelClientWriteValue(&record)
                               : OstrelClientWriteVectorElement(&record, number(words.at(2)));
 }
 
+// Both ways to read it give the same.
 std::string readDword(const Words& words) {
+    const char* key = words.at(1).c_str();
     unsigned int value = 0;
-    auto* bytes = reinterpret_cast<unsigned char*>(&value);
-    int read = OstrelClientReadVectorElement_Dword(words.at(1).c_str(), number(words.at(2)), bytes);
+    unsigned int again = number(words.at(2));  // the primary key first
+    unsigned int size = 0;
+    const int read =
+        OstrelClientReadVectorElement_Dword(key, again, reinterpret_cast<unsigned char*>(&value));
+    auto* bytes = reinterpret_cast<unsigned char*>(&again);
+    if (OstrelClientReadValueWithPKey(key, sizeof again, &size, bytes) != read || again != value)
+        return "differs";
     return words.at(1) + " " + std::to_string(read) + " " + std::to_string(value);
 }
 
-// Writes the elements 1 to the count, a call each. Returns how many of the calls succeeded.
 int fill(const Words& words) {
     int written = 0;
     for (unsigned int i = number(words.at(2)); i > 0; --i)
@@ -89,7 +88,7 @@ int fill(const Words& words) {
 void starve() {
     const rlimit none{1, RLIM_INFINITY};
     setrlimit(RLIMIT_DATA, &none);  // not RLIMIT_AS: other threads would keep what they have reserved
-    for (std::size_t size = std::size_t{1} << 20U; size >= 16;) {
+    for (size_t size = size_t{1} << 20U; size >= 16;) {
         if (std::malloc(size) == nullptr)
             size /= 2;
     }
@@ -97,7 +96,7 @@ void starve() {
 
 int executeRest(const Words& words) {
     std::string command;
-    for (std::size_t i = 1; i < words.size(); ++i)
+    for (size_t i = 1; i < words.size(); ++i)
         command += words[i] + " ";
     return ostrelExecute("%s", command.c_str());
 }
@@ -110,70 +109,93 @@ int hog() {
     return hogged.back();
 }
 
-// What a verb that calls the server gives.
-std::string resultOf(const Words& words) {
-    const char* name = words.at(1).c_str();
-    if (words[0] == "hog")
-        return std::to_string(hog());
-    if (words[0] == "execute")
-        return std::to_string(executeRest(words));
-    if (words[0] == "odd")
-        return std::to_string(useOddArguments(static_cast<ostrelValueType>(number(words[1]))));
-    if (words[0] == "fill")
-        return std::to_string(fill(words));
-    if (words[0] == "read")
-        return readDword(words);
-    if (words[0] == "write")
-        return std::to_string(writeDword(words));
-    if (words[0] == "remove")
-        return std::to_string(OstrelClientDeinstanciate(name, number(words.at(2))));
-    unsigned int owner = ostrelStringToOwner(words.back().c_str());
-    if (words[0] == "removeOwner")
-        return std::to_string(OstrelClientDeinstanciateOwner(name, owner));
-    return std::to_string(ostrelClientInstanciateStructure(name, words.at(2).c_str(), owner));
-}
+unsigned int ownerOf(const Words& words) { return ostrelStringToOwner(words.back().c_str()); }
 
-// Returns the entry's result.
-int carryOut(const std::string& entry, int* reboot = nullptr) {
+// Verbs whose results are noted, with the words that follow them.
+const std::map<std::string, std::function<std::string(const Words&)>> calls = {
+    // KEY PKEY: its name, 1 when it was read, and the Dword
+    {"read", readDword},
+    // KEY PKEY NUMBER: the Dword, with primary key 0 the plain one
+    {"write", [](const Words& words) { return std::to_string(writeDword(words)); }},
+    // KEY COUNT: writes the elements 1 to the count, a call each; how many calls succeeded
+    {"fill", [](const Words& words) { return std::to_string(fill(words)); }},
+    // NAME PKEY
+    {"remove",
+     [](const Words& words) {
+         return std::to_string(OstrelClientDeinstanciate(words.at(1).c_str(), number(words.at(2))));
+     }},
+    // NAME OWNER
+    {"removeOwner",
+     [](const Words& words) {
+         return std::to_string(OstrelClientDeinstanciateOwner(words.at(1).c_str(), ownerOf(words)));
+     }},
+    // TEMPLATE NAME OWNER
+    {"new",
+     [](const Words& words) {
+         return std::to_string(
+             ostrelClientInstanciateStructure(words.at(1).c_str(), words.at(2).c_str(), ownerOf(words)));
+     }},
+    // TYPE: odd arguments everywhere; how many were refused
+    {"odd",
+     [](const Words& words) {
+         return std::to_string(useOddArguments(static_cast<ostrelValueType>(number(words.at(1)))));
+     }},
+    // COMMAND of the shell: its status
+    {"execute", [](const Words& words) { return std::to_string(executeRest(words)); }},
+    // "descriptors": all, until another entry is called
+    {"hog", [](const Words&) { return std::to_string(hog()); }},
+};
+
+// What an entry has been told to hand back.
+struct Outcome {
     int result = 1;
-    for (int fd : hogged)
+    int reboot = 0;
+};
+
+// Verbs that are not noted.
+const std::map<std::string, std::function<void(const Words&, Outcome&)>> deeds = {
+    // N
+    {"return", [](const Words& words, Outcome& outcome) { outcome.result = std::stoi(words.at(1)); }},
+    // N: in restart
+    {"reboot", [](const Words& words, Outcome& outcome) { outcome.reboot = std::stoi(words.at(1)); }},
+    // MILLISECONDS
+    {"sleep", [](const Words& words, Outcome&) { usleep(1000 * number(words.at(1))); }},
+    {"throw", [](const Words&, Outcome&) { throw std::runtime_error("scripted"); }},
+    {"throwNumber", [](const Words&, Outcome&) { throw 5; }},
+    // the daemon
+    {"kill", [](const Words&, Outcome&) { raise(SIGKILL); }},
+    // leaves the process no memory
+    {"starve", [](const Words&, Outcome&) { starve(); }},
+    // a child that goes on as the daemon does; waited for
+    {"fork",
+     [](const Words&, Outcome&) {
+         if (const pid_t child = fork(); child != 0)
+             waitpid(child, nullptr, 0);
+     }},
+    // SECONDS: a child that stays so long
+    {"leaveChild",
+     [](const Words& words, Outcome&) {
+         if (fork() == 0) {
+             sleep(number(words.at(1)));
+             _exit(0);
+         }
+     }},
+};
+
+int carryOut(const std::string& entry, int* reboot = nullptr) {
+    for (const int fd : hogged)
         close(fd);
     hogged.clear();
+    Outcome outcome;
     for (const Words& words : linesOf(entry)) {
-        if (words.at(0) == "throw")
-            throw std::runtime_error("scripted");
-        if (words.at(0) == "throwNumber")
-            throw 5;
-        if (words.at(0) == "kill")
-            raise(SIGKILL);
-        if (words.at(0) == "starve") {
-            starve();
-            return 1;
-        }
-        if (words.at(0) == "fork") {
-            pid_t child = fork();
-            if (child == 0)
-                return 1;
-            waitpid(child, nullptr, 0);
-            continue;
-        }
-        if (words.at(0) == "leaveChild") {
-            if (fork() == 0) {
-                sleep(number(words.at(1)));
-                _exit(0);
-            }
-            continue;
-        }
-        if (words.at(0) == "sleep")
-            std::this_thread::sleep_for(std::chrono::milliseconds(number(words.at(1))));
-        else if (words.at(0) == "reboot")
-            *reboot = std::stoi(words.at(1));
-        else if (words.at(0) == "return")
-            result = std::stoi(words.at(1));
+        if (const auto call = calls.find(words.at(0)); call != calls.end())
+            note(call->first + " " + call->second(words));
         else
-            note(words.at(0) + " " + resultOf(words));
+            deeds.at(words.at(0))(words, outcome);
     }
-    return result;
+    if (reboot != nullptr)
+        *reboot = outcome.reboot;
+    return outcome.result;
 }
 
 int act(const std::string& entry, int* reboot = nullptr, const std::string& argument = "") {
@@ -181,11 +203,13 @@ int act(const std::string& entry, int* reboot = nullptr, const std::string& argu
     return carryOut(entry, reboot);
 }
 
+// loadPriority N, restartPriority N: 0 where nothing is said.
 std::string setting(const char* word) {
     std::vector<Words> lines = linesOf(word);
     return lines.empty() ? "0" : lines.back().at(0);
 }
 
+// null WHAT: an entry, srcFileName, moduleName, table, or one of the lists watch and triggerOn is null.
 template <typename Target>
 Target* unlessNull(const char* what, Target* target) {
     return setting("null") == what ? nullptr : target;
@@ -203,6 +227,8 @@ int writeConf() { return act("writeConf"); }
 int restart(int* reboot) { return act("restart", reboot); }
 int trigger(const char* key) { return act("trigger", nullptr, std::string(" ") + key); }
 
+// watch PATTERN, triggerOn PATTERN, each any number of times; "null" is a null pattern, and a number behind
+// it stands for so many patterns, numbered.
 void patternsOf(const char* word, unsigned int* count, char*** patterns) {
     static std::map<std::string, Words> texts;
     static std::map<std::string, std::vector<char*>> pointers;
