@@ -92,6 +92,7 @@ void openLog(const Options& options) {
 
 void logStart() {
     constexpr char function[] = "main";
+    // Fixed, as in the last line: what others look for in the log, not the version of the programs.
     OSTREL_LOG_AS(function, logLevel::notice, "** Ostrel v0.1 starting...**");
     OSTREL_LOG_AS(function, logLevel::notice, "default db:  /vemra/default/ostrDbDflt.txt");
     OSTREL_LOG_AS(function, logLevel::notice, "db:          /vemra/var/ostrdb.txt");
