@@ -52,11 +52,12 @@ soak: image ## put the daemon under all that can go wrong at once, for MINUTES
 	$(call buildPreset,dev,e2eTests)
 	@OSTREL_SOAK_MINUTES=$(MINUTES) build/dev/bin/e2eTests --gtest_filter='Soak.*'
 
-lint: build ## check format and code
+lint: build ## check format, code, and that public headers compile alone
 	@tools/deps clang-format clang-tidy git
+	$(call buildPreset,dev,all_verify_interface_header_sets)
 	@git ls-files -z --cached --others --exclude-standard '*.c' '*.cpp' '*.h' '*.hpp' | \
 		xargs -0 clang-format --dry-run -Werror
-	@run-clang-tidy -quiet -p build/dev >build/lint.log 2>&1 || \
+	@run-clang-tidy -quiet -p build/dev '^$(CURDIR)/(bench|db|plugins|source|tests)/' >build/lint.log 2>&1 || \
 		{ grep -A3 -E '(error|warning):' build/lint.log || tail build/lint.log; exit 1; }
 
 bench: deps ## measure

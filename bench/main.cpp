@@ -143,7 +143,7 @@ int main(int, char** argv) {
     for (const auto& entry : fs::directory_iterator("/vemra/default/ostrPlugins"))
         fs::remove(entry.path());
     fs::copy_file(fs::path(argv[0]).parent_path() / "idle.ostr", "/vemra/default/ostrPlugins/idle.ostr");
-    std::ofstream("/vemra/default/ostrDbTmplt.txt");
+    fs::resize_file("/vemra/default/ostrDbTmplt.txt", 0);
     pinToOneProcessor();
     compareReads();
     compareClients();

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 
 #include "common/marshalling.h"
 #include "echoServer.h"
@@ -22,7 +23,7 @@ int connectTo(const char* path) {
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, path);
+    std::string_view(path).copy(address.sun_path, sizeof address.sun_path - 1);
     socklen_t length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(path));
     // The bare server's path was bound with its NULs, which its address then holds.
     if (path == echoPath)

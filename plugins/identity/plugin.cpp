@@ -1,8 +1,10 @@
 // Gives the device its host name, file of hosts and time zone from the configuration database.
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
 #include <ostrel/plugin.hpp>
 #include <string>
 #include <system_error>
@@ -25,8 +27,8 @@ void replaceFile(const std::string& path, const std::string& content) {
 std::string lastGoodHostName() {
     if (ostrel::plugin::readString("system.hostName").value_or("").empty())
         return "";
-    std::string name = ostrel::plugin::readFile("/etc/hostname").value_or("");
-    return name.substr(0, name.find('\n'));
+    const std::optional<std::string> content = ostrel::plugin::readFile("/etc/hostname");
+    return content ? std::string(content->begin(), std::ranges::find(*content, '\n')) : "";
 }
 
 std::string kernelsHostName() {

@@ -20,6 +20,8 @@ A key is the name of a plain value, or a pair: a name with the index of a vector
 (STRUCT.MEMBER) with the primary key of the instance. An owner is a tag of up to four bytes, or its number.
 """
 
+__version__ = "0.1"
+
 from ._errors import (Busy, Failed, Fault, Gone, Incomplete, Invalid, Missing, NotRunning, OstrelError,
                       Refused, StaleSocket)
 from ._session import Session

@@ -8,6 +8,7 @@
 
 #include "ctl/doctor.h"
 #include "ctl/words.h"
+#include "ostrel/version.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 
 #include "db/links.h"
 #include "dbTool/commands.h"
+#include "ostrel/version.h"
 #include "text/fixedPaths.h"
 
 namespace {

@@ -99,8 +99,11 @@ std::string problemOfValue(const Expectation& expectation) {
 
 std::string listed(const std::vector<Callback>& callbacks) {
     std::string text;
-    for (const Callback& callback : callbacks)
-        text += (text.empty() ? "" : ", ") + shown(callback);
+    for (const Callback& callback : callbacks) {
+        if (!text.empty())
+            text += ", ";
+        text += shown(callback);
+    }
     return text.empty() ? "nothing" : text;
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "common/ostrelUtils.h"
+#include "ostrel/version.h"
 #include "pluginBench/scenario.h"
 #include "pluginBench/watch.h"
 

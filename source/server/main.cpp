@@ -94,6 +94,7 @@ void openLog(const Options& options) {
 }
 
 void logStart() {
+    // Fixed, as in the last line: what others look for in the log, not the version of the programs.
     OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "** Ostrel v0.1 starting...**");
     OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "default db:  %s", defaultsPath);
     OSTREL_LOG_AT(logPlace::mainProgram, logLevel::notice, "db:          %s", livePath);

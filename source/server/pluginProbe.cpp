@@ -19,6 +19,7 @@
 
 #include "common/ostrelUtils.h"
 #include "ostrel/plugin.h"
+#include "ostrel/version.h"
 #include "server/pluginFile.h"
 #include "server/pluginSymbols.h"
 

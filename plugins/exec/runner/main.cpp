@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ostrel/version.h>
 #include <algorithm>
 #include <array>
 #include <cerrno>

@@ -68,7 +68,9 @@ void copyOutput(const std::string& rule, const std::string& program) {
         if (!taken.empty())
             last = taken.back();
         if (taken.size() < text.size()) {
-            log((last == '\n' ? "" : "\n") + std::exchange(cut, ""));
+            if (last != '\n')
+                cut.insert(cut.begin(), '\n');
+            log(std::exchange(cut, {}));
             last = '\n';
         }
     }
