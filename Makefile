@@ -1,7 +1,7 @@
 # A thin front over the CMake presets. What a target needs is made by it.
 .DEFAULT_GOAL := help
 MAKEFLAGS += --no-print-directory
-.PHONY: help deps build image test demo shell asan tsan fuzz soak lint bench install package package-test clean
+.PHONY: help deps build image test demo shell asan tsan fuzz mutate soak lint bench install package package-test clean
 
 IMAGE := build/dev/image
 
@@ -45,6 +45,10 @@ fuzz: deps ## look for inputs that break parsers, link and store, FUZZ_SECONDS e
 	@tools/deps clang libclang-rt-14-dev
 	$(call buildPreset,fuzz)
 	@tests/fuzz/run $(FUZZ_SECONDS)
+
+mutate: deps ## look for single faults in FILES (default: what differs from main) that no test sees
+	@tools/deps git
+	@tests/mutate $(FILES)
 
 MINUTES ?= 10
 

@@ -85,6 +85,11 @@ TEST(LogFormat, AClosingLineVouchesForItsTransaction) {
     // A repeated and an exchanged transaction are damage, although each is whole.
     EXPECT_EQ(store::scanLog(first + first).end, store::LogScan::End::damaged);
     EXPECT_EQ(store::scanLog(second + first).end, store::LogScan::End::damaged);
+    // Behind what nothing closes, and with an editor's line breaks.
+    std::string edited = "x Dword 1\n" + second;
+    for (size_t at = 0; (at = edited.find('\n', at)) != std::string::npos; at += 2)
+        edited.insert(at, 1, '\r');
+    EXPECT_EQ(store::splitLog(edited).back().number, 42U);
     // The check value of "123456789" for CRC-32 is widely known.
     EXPECT_EQ(store::hexCrc("123456789"), "cbf43926");
     EXPECT_EQ(store::hexCrc("1"), "83dcefb7");
