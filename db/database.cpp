@@ -11,15 +11,13 @@
 #include "db/loader.h"
 #include "db/log.h"
 #include "text/grammar.h"
-#include "text/text.h"
+#include "text/shown.h"
+#include "db/ostrelDb.h"
 
 namespace store {
 namespace {
 
-constexpr int refused = -1;
 constexpr int failedCommit = 1;
-// Callers read this handle as none.
-constexpr long noHandle = 4294967295;
 
 enum class FactoryFile { read, missing, unreadable };
 
@@ -150,7 +148,7 @@ bool Database::mayChange() {
 
 long Database::dataStartWriteTransaction() {
     if (!open_) {
-        handle_ = handle_ + 1 == noHandle ? handle_ + 2 : handle_ + 1;
+        handle_ = handle_ + 1 == invalidTransaction ? handle_ + 2 : handle_ + 1;
         open_.emplace(model_);
     }
     return handle_;

@@ -6,7 +6,8 @@
 #include <optional>
 
 #include "text/grammar.h"
-#include "text/text.h"
+#include "text/characters.h"
+#include "text/writing.h"
 
 namespace store {
 namespace {
@@ -92,7 +93,7 @@ std::optional<Closing> takeClosing(std::string_view text) {
         return std::nullopt;
     closing.crc = text.substr(0, crcDigits);
     return closing.crc.size() == crcDigits &&
-                   closing.crc.find_first_not_of("0123456789abcdef") == std::string_view::npos
+                   closing.crc.find_first_not_of(hexDigits) == std::string_view::npos
                ? std::optional(closing)
                : std::nullopt;
 }

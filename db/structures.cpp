@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "text/grammar.h"
+#include "text/names.h"
 
 namespace store {
 

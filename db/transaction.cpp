@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "text/names.h"
+
 namespace store {
 namespace {
 

@@ -2,6 +2,7 @@
 #include <limits>
 
 #include "db/transaction.h"
+#include "text/names.h"
 
 namespace store {
 

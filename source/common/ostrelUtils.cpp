@@ -17,6 +17,8 @@
 #include <memory>
 #include <string>
 
+#include "process/closers.h"
+
 constexpr char logModule[] = "ostrelUtils";
 
 int printMask = 7;
@@ -95,10 +97,6 @@ public:
     ~StdoutLock() { funlockfile(stdout); }
     StdoutLock(const StdoutLock&) = delete;
     StdoutLock& operator=(const StdoutLock&) = delete;
-};
-
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
 // The command for a shell that has the soft limit of descriptors which the daemon was started with, as the
@@ -188,7 +186,7 @@ int ostrelExecute(const char* format, ...) {
 }
 
 int ostrelWriteFile(const char* path, const char* text) {
-    std::unique_ptr<std::FILE, FileCloser> file(path != nullptr ? std::fopen(path, "we") : nullptr);
+    const process::File file(path != nullptr ? std::fopen(path, "we") : nullptr);
     if (!file) {
         OSTREL_LOG(logLevel::error, "error: opening file %s", printable(path));
         return 0;

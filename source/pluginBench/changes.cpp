@@ -6,7 +6,7 @@
 #include "common/ostrelUtils.h"
 #include "server/changeMessages.h"
 #include "text/grammar.h"
-#include "text/text.h"
+#include "text/cursor.h"
 
 namespace pluginBench {
 namespace {

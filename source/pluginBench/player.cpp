@@ -23,8 +23,8 @@
 #include "server/pluginSymbols.h"
 #include "server/plugins.h"
 #include "server/storedOperations.h"
-#include "server/transaction.h"
 #include "server/writeSequence.h"
+#include "db/ostrelDb.h"
 
 namespace pluginBench {
 namespace {

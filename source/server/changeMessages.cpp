@@ -15,7 +15,7 @@
 #include "server/globals.h"
 #include "server/sequenceSize.h"
 #include "server/serverModule.h"
-#include "server/transaction.h"
+#include "db/ostrelDb.h"
 
 namespace {
 

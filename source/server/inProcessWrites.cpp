@@ -12,7 +12,7 @@
 #include "server/inProcess.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
-#include "server/transaction.h"
+#include "db/ostrelDb.h"
 
 namespace {
 

@@ -17,15 +17,11 @@
 #include "server/plugins.h"
 #include "server/pluginsModule.h"
 #include "text/fixedPaths.h"
+#include "process/closers.h"
 
 namespace {
 
 constexpr std::string_view pluginSuffix = ".ostr";
-
-struct LibraryCloser {
-    void operator()(void* handle) const { dlclose(handle); }
-};
-using Library = std::unique_ptr<void, LibraryCloser>;
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
@@ -119,7 +115,7 @@ void loadPlugins(int reduced) {
 bool loadOnePlugin(const char* fileName, int reduced) {
     OSTREL_LOG(logLevel::debug, "Loading plugin: %s", fileName);
     const char* fault = faultOfPluginFile(fileName);
-    Library library(fault == nullptr ? dlopen(fileName, RTLD_NOW) : nullptr);
+    process::Library library(fault == nullptr ? dlopen(fileName, RTLD_NOW) : nullptr);
     if (!library) {
         OSTREL_LOG(logLevel::error, "error: file %s cannot load as plugin, er=%s", fileName,
                    printable(fault != nullptr ? fault : dlerror()));

@@ -11,6 +11,7 @@
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "server/pluginsModule.h"
+#include "ostrel/keyPattern.hpp"
 
 // The table is shared with separately built objects.
 static_assert(sizeof(OstrelIoFuncs_t) == 72 && alignof(OstrelIoFuncs_t) == 8);
@@ -181,9 +182,7 @@ bool matchNameInList(const char* key, unsigned int count, char** patterns) {
     for (unsigned int i = 0; i < count; ++i) {
         if (patterns[i] == nullptr)
             continue;
-        std::string_view pattern(patterns[i]);
-        bool isPrefix = pattern.ends_with('*');
-        if (isPrefix ? name.starts_with(pattern.substr(0, pattern.size() - 1)) : name == pattern)
+        if (ostrel::matchesPattern(patterns[i], name))
             return true;
     }
     return false;

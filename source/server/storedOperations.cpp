@@ -6,7 +6,7 @@
 #include "server/globals.h"
 #include "server/plugins.h"
 #include "server/serverModule.h"
-#include "server/transaction.h"
+#include "db/ostrelDb.h"
 
 namespace {
 

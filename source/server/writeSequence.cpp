@@ -16,7 +16,7 @@
 #include "server/plugins.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
-#include "server/transaction.h"
+#include "db/ostrelDb.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "text/grammar.h"
-#include "text/text.h"
+#include "text/characters.h"
 
 namespace store {
 
