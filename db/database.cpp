@@ -10,17 +10,15 @@
 
 #include "db/loader.h"
 #include "db/log.h"
+#include "db/ostrelDb.h"
 #include "log/storeLines.h"
 #include "text/grammar.h"
-#include "text/text.h"
+#include "text/shown.h"
 
 namespace store {
 namespace {
 
-constexpr int refused = -1;
 constexpr int failedCommit = 1;
-// Callers read this handle as none.
-constexpr long noHandle = 4294967295;
 
 enum class FactoryFile { read, missing, unreadable };
 
@@ -151,7 +149,7 @@ bool Database::mayChange() {
 
 long Database::dataStartWriteTransaction() {
     if (!open_) {
-        handle_ = handle_ + 1 == noHandle ? handle_ + 2 : handle_ + 1;
+        handle_ = handle_ + 1 == invalidTransaction ? handle_ + 2 : handle_ + 1;
         open_.emplace(model_);
     }
     return handle_;

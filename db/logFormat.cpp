@@ -5,8 +5,9 @@
 #include <charconv>
 #include <optional>
 
+#include "text/characters.h"
 #include "text/grammar.h"
-#include "text/text.h"
+#include "text/writing.h"
 
 namespace store {
 namespace {
@@ -109,7 +110,7 @@ std::optional<Closing> takeClosing(std::string_view text) {
         return std::nullopt;
     closing.crc = text.substr(0, crcDigits);
     return closing.crc.size() == crcDigits &&
-                   closing.crc.find_first_not_of("0123456789abcdef") == std::string_view::npos
+                   closing.crc.find_first_not_of(hexDigits) == std::string_view::npos
                ? std::optional(closing)
                : std::nullopt;
 }

@@ -1,5 +1,7 @@
 #include "db/nameRules.h"
 
+#include "text/names.h"
+
 namespace store {
 namespace {
 

@@ -1,7 +1,7 @@
 // The configuration database: defaults, the committed changes over them, and at most one open transaction.
 //
-// One thread at a time; every call returns before anything else may be called. Results: -1 is a refusal (also
-// logged by the caller), anything else is success, except where a comment says otherwise. Names are
+// One thread at a time; every call returns before anything else may be called. Results: refused is a refusal
+// (also logged by the caller), anything else is success, except where a comment says otherwise. Names are
 // NUL-terminated; a null name is refused. Primary key 0 is a key's plain value.
 #pragma once
 
@@ -15,6 +15,12 @@ struct ostrelDbCfg {
 };
 static_assert(sizeof(ostrelDbCfg) == 2);
 
+// The handle that stands for no transaction; -1 does not.
+constexpr long invalidTransaction = 4294967295;
+
+// What operations on elements and instances answer when they refuse.
+constexpr int refused = -1;
+
 class OSTREL_EXPORT ostrelDb {
 public:
     // Reads the template, default and live files. Ends the process (Die) when another process has the
@@ -24,7 +30,8 @@ public:
     ostrelDb(const ostrelDb&) = delete;
     ostrelDb& operator=(const ostrelDb&) = delete;
 
-    // The handle of the open transaction, which it opens when there is none. 4294967295: none can be opened.
+    // The handle of the open transaction, which it opens when there is none. invalidTransaction: none can be
+    // opened.
     long dataStartWriteTransaction();
     // 0: durable in the live file. Anything else: the transaction is gone and the database is as before.
     int dataCommit(long handle);

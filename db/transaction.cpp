@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "text/names.h"
+
 namespace store {
 
 const Value* Transaction::find(std::string_view name, uint32_t index) const {

@@ -92,8 +92,8 @@ typedef struct ostrelKey {
 
 typedef struct ostrelEntry {
     ostrelValueType type; /* ostrelTypeNone: missing */
-    uint32_t number;      /* of Bool, Byte and Dword */
-    const char* text;     /* of IP, MAC and String, else null */
+    uint32_t number;
+    const char* text;     /* null: the value is a number */
     size_t size;          /* of the text without its NUL */
 } ostrelEntry;
 
@@ -111,6 +111,9 @@ OSTREL_CLIENT_API ostrelStatus ostrelSessionCount(ostrelSession* session, const 
  * also sets keys and count: the daemon tells at most about 190, and the error how many there are. */
 OSTREL_CLIENT_API ostrelStatus ostrelSessionList(ostrelSession* session, const char* name, uint32_t owner,
                                                  uint32_t** keys, size_t* count);
+
+/* 1: its values are texts; 0: they are numbers, or it is no type. */
+OSTREL_CLIENT_API int ostrelTypeIsText(ostrelValueType type);
 
 /* The number that stands for a tag of up to four bytes, such as "dns"; further bytes do not count. */
 OSTREL_CLIENT_API uint32_t ostrelOwner(const char* tag);

@@ -72,7 +72,7 @@ public:
     }
 
     void set(const std::string& name, ostrelIndex index, const Value& value) {
-        bool isText = value.type >= ostrelTypeIP;
+        const bool isText = ostrelTypeIsText(value.type) != 0;
         require(isText ? ostrelTransactionSetText(get(), detail::terminated(name), index, value.type,
                                                   detail::terminated(value.text))
                        : ostrelTransactionSetNumber(get(), detail::terminated(name), index, value.type,

@@ -20,4 +20,14 @@ typedef enum ostrelValueType {
 } ostrelValueType;
 #endif
 
+/* A row for each but ostrelTypeNone, in the order of their numbers. ROW(NAME, SIZE, LARGEST) gets the name behind
+ * "ostrelType", a number's bytes and largest value; both are 0 for a text. */
+#define OSTREL_VALUE_TYPES(ROW) \
+    ROW(Bool, 1, 255)           \
+    ROW(Byte, 1, 255)           \
+    ROW(Dword, 4, 4294967295)   \
+    ROW(IP, 0, 0)               \
+    ROW(MAC, 0, 0)              \
+    ROW(String, 0, 0)
+
 #endif

@@ -9,6 +9,8 @@
 
 #include <stdint.h>
 
+#include "ostrel/names.h"
+
 /* AF_UNIX, SOCK_SEQPACKET. */
 #define OSTREL_WATCH_SOCKET "/run/ostrelWatch.sock"
 
@@ -29,6 +31,6 @@ typedef struct ostrelWatchHeader {
 } ostrelWatchHeader;
 
 /* No packet has more bytes. */
-#define OSTREL_WATCH_PACKET_SIZE (sizeof(ostrelWatchHeader) + 127)
+#define OSTREL_WATCH_PACKET_SIZE (sizeof(ostrelWatchHeader) + OSTREL_LONGEST_NAME)
 
 #endif

@@ -4,12 +4,15 @@
 #include <charconv>
 #include <utility>
 
+#include "ostrel/keyPattern.hpp"
+#include "ostrel/names.h"
+
 namespace exec {
 namespace {
 
 // The runner's answers to one request of each find room on their way.
 constexpr std::size_t mostRules = 128;
-constexpr std::size_t longestPattern = 127;
+constexpr std::size_t longestPattern = OSTREL_LONGEST_NAME;
 // With name and deadline a message to the runner, which the system takes whole or not at all.
 constexpr std::size_t longestCommand = 2000;
 constexpr unsigned int longestDeadline = 3600;
@@ -168,10 +171,8 @@ RuleFile parseRules(std::string_view text, const std::string& file) {
 }
 
 bool matches(const Rule& rule, std::string_view key) {
-    return std::ranges::any_of(rule.patterns, [key](std::string_view pattern) {
-        return pattern.ends_with('*') ? key.starts_with(pattern.substr(0, pattern.size() - 1))
-                                      : key == pattern;
-    });
+    return std::ranges::any_of(
+        rule.patterns, [key](std::string_view pattern) { return ostrel::matchesPattern(pattern, key); });
 }
 
 }  // namespace exec

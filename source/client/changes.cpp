@@ -1,15 +1,16 @@
 #include "client/changes.h"
 
+#include <functional>
 #include <span>
 
 #include "client/failure.h"
 #include "client/request.h"
+#include "text/names.h"
 #include "text/values.h"
 
 namespace client {
 namespace {
 
-constexpr std::uint32_t largestByte = 255;
 constexpr ostrelIndex firstNewInstance = ostrelIndex{1} << 32U;
 
 void require(store::Result result) {
@@ -68,11 +69,11 @@ void Changes::check(const Change& change) const {
     checkSize(change);
 }
 
-void Changes::stage(Change change, const char* problem) {
+void Changes::stage(Change change, const std::optional<std::string>& problem) {
     change.line = line_;
     try {
-        if (problem != nullptr)
-            throw Failure(OSTREL_INVALID, problem);
+        if (problem)
+            throw Failure(OSTREL_INVALID, *problem);
         check(change);
     } catch (const Failure& failure) {
         if (!spoiled_)
@@ -98,22 +99,27 @@ void Changes::spoil(const std::string& reason) noexcept {
 void Changes::setNumber(std::string_view name, ostrelIndex index, ostrelValueType type,
                         std::uint32_t number) {
     Change change{.code = messageCode::notify, .name = std::string(name), .type = type, .index = index};
-    change.value = numberBytes(number);
-    const char* problem = nullptr;
-    if (type != ostrelTypeDword) {
-        change.value.resize(1);
-        if (type != ostrelTypeBool && type != ostrelTypeByte)
-            problem = "a number is a Bool, Byte or Dword";
-        else if (number > largestByte)
-            problem = "a Bool or Byte is at most 255";
-    }
+    const store::TypeInfo& info = store::infoOf(type);
+    std::optional<std::string> problem;
+    if (info.size == 0)
+        problem = "a number is a " +
+                  store::typeList("or", [](const store::TypeInfo& other) { return !other.isText; });
+    else if (number > info.largest)
+        problem = "a " +
+                  store::typeList(
+                      "or", [&](const store::TypeInfo& other) { return other.largest == info.largest; }) +
+                  " is at most " + std::to_string(info.largest);
+    change.value = store::makeNumber(type, number).bytes;
     stage(std::move(change), problem);
 }
 
 void Changes::setText(std::string_view name, ostrelIndex index, ostrelValueType type, std::string_view text) {
     Change change{.code = messageCode::notify, .name = std::string(name), .type = type, .index = index};
     change.value.assign(text).push_back('\0');
-    stage(std::move(change), store::isText(type) ? nullptr : "a text is an IP, MAC or String");
+    std::optional<std::string> problem;
+    if (!store::isText(type))
+        problem = "a text is an " + store::typeList("or", std::mem_fn(&store::TypeInfo::isText));
+    stage(std::move(change), problem);
 }
 
 void Changes::erase(std::string_view name) { stage({.code = messageCode::erase, .name = std::string(name)}); }

@@ -64,8 +64,8 @@ public:
     bool mayBeApplied = false;
 
 private:
-    // problem: null, or what is wrong with it at first sight.
-    void stage(Change change, const char* problem = nullptr);
+    // problem: what is wrong with it at first sight.
+    void stage(Change change, const std::optional<std::string>& problem = std::nullopt);
     void check(const Change& change) const;
     void checkIndex(const Change& change) const;
 

@@ -64,23 +64,16 @@ bool DaemonIdentity::operator==(const DaemonIdentity& other) const {
 
 Connection::Connection(const std::string& name, const std::string& daemonUser, const Deadline& deadline)
     : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    if (fd_ < 0)
+    if (!fd_)
         throw Failure(OSTREL_FAILED, systemError("cannot make a socket"));
-    try {
-        connectSocket(deadline);
-        identify(daemonUser);
-        std::string payload;
-        appendWord(payload, messageCode::connect);
-        appendWord(payload, static_cast<std::uint32_t>(name.size()));
-        payload += name;
-        queue({reinterpret_cast<const unsigned char*>(payload.data()), payload.size()});
-    } catch (...) {
-        close(fd_);
-        throw;
-    }
+    connectSocket(deadline);
+    identify(daemonUser);
+    std::string payload;
+    appendWord(payload, messageCode::connect);
+    appendWord(payload, static_cast<std::uint32_t>(name.size()));
+    payload += name;
+    queue({reinterpret_cast<const unsigned char*>(payload.data()), payload.size()});
 }
-
-Connection::~Connection() { close(fd_); }
 
 void Connection::connectSocket(const Deadline& deadline) {
     sockaddr_un address{};
@@ -93,8 +86,8 @@ void Connection::connectSocket(const Deadline& deadline) {
         auto seconds = std::chrono::floor<std::chrono::seconds>(left);
         timeval timeout{.tv_sec = seconds.count(),
                         .tv_usec = std::chrono::microseconds(left - seconds).count()};
-        setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
-        result = connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        setsockopt(fd_.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+        result = connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     } while (result != 0 && errno == EINTR && !deadline.isOver());
     if (result != 0)
         throw connectFailure(deadline);
@@ -102,11 +95,11 @@ void Connection::connectSocket(const Deadline& deadline) {
 
 void Connection::identify(const std::string& daemonUser) {
     if (std::optional<std::string> reason =
-            process::distrustPeer(fd_, socketPath, process::namedUser(daemonUser)))
+            process::distrustPeer(fd_.get(), socketPath, process::namedUser(daemonUser)))
         throw Failure(OSTREL_FAILED, *reason);
     ucred peer{};
     socklen_t size = sizeof peer;
-    if (getsockopt(fd_, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0)
+    if (getsockopt(fd_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0)
         daemon_.process = peer.pid;
     struct stat status {};
     if (stat(socketPath, &status) == 0) {
@@ -157,7 +150,7 @@ void Connection::waitAndMove(const Deadline& deadline) {
         if (isAllSent())
             return;
     }
-    pollfd waited{.fd = fd_, .events = POLLIN, .revents = 0};
+    pollfd waited{.fd = fd_.get(), .events = POLLIN, .revents = 0};
     if (sending && !broken_)
         waited.events |= POLLOUT;
     if (deadline.isOver())
@@ -171,7 +164,7 @@ void Connection::waitAndMove(const Deadline& deadline) {
 }
 
 void Connection::send() {
-    ssize_t size = ::send(fd_, outgoing_.data() + outgoingAt_, outgoing_.size() - outgoingAt_,
+    ssize_t size = ::send(fd_.get(), outgoing_.data() + outgoingAt_, outgoing_.size() - outgoingAt_,
                           MSG_DONTWAIT | MSG_NOSIGNAL);
     if (size >= 0) {
         outgoingAt_ += static_cast<std::size_t>(size);
@@ -190,7 +183,7 @@ void Connection::send() {
 
 void Connection::receiveSome() {
     std::array<unsigned char, std::size_t{1} << 16U> room;
-    ssize_t size = recv(fd_, room.data(), room.size(), MSG_DONTWAIT);
+    ssize_t size = recv(fd_.get(), room.data(), room.size(), MSG_DONTWAIT);
     if (size > 0) {
         incoming_.insert(incoming_.end(), room.begin(), room.begin() + size);
     } else if (size == 0 || errno == ECONNRESET) {

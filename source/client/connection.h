@@ -13,6 +13,7 @@
 
 #include "client/deadline.h"
 #include "common/marshalling.h"
+#include "process/descriptor.h"
 
 namespace client {
 
@@ -43,7 +44,7 @@ public:
     // short queue. name is what the daemon shows in its log; it leaves with the first message. Nothing is
     // sent to a user who is neither root, the caller nor daemonUser (see namedUser()): that is OSTREL_FAILED.
     Connection(const std::string& name, const std::string& daemonUser, const Deadline& deadline);
-    ~Connection();
+    ~Connection() = default;
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -74,7 +75,7 @@ private:
     void send();
     void receiveSome();
 
-    int fd_;
+    process::Descriptor fd_;
     DaemonIdentity daemon_;
     std::uint32_t counter_ = 0;
     std::string outgoing_;

@@ -6,17 +6,12 @@
 
 namespace client {
 
-DaemonProcess::DaemonProcess(pid_t process)
-    : fd_(process > 0 ? static_cast<int>(syscall(SYS_pidfd_open, process, 0)) : -1) {}
-
-DaemonProcess::~DaemonProcess() {
-    if (fd_ >= 0)
-        close(fd_);
-}
+DaemonProcess::DaemonProcess(pid_t number)
+    : fd_(number > 0 ? static_cast<int>(syscall(SYS_pidfd_open, number, 0)) : -1) {}
 
 bool DaemonProcess::awaitEnd(const Deadline& deadline) const {
-    pollfd end{fd_, POLLIN, 0};
-    while (fd_ >= 0 && poll(&end, 1, static_cast<int>(deadline.remaining().count())) <= 0) {
+    pollfd end{fd_.get(), POLLIN, 0};
+    while (fd_ && poll(&end, 1, static_cast<int>(deadline.remaining().count())) <= 0) {
         if (deadline.isOver())
             return false;
     }

@@ -4,22 +4,20 @@
 #include <sys/types.h>
 
 #include "client/deadline.h"
+#include "process/descriptor.h"
 
 namespace client {
 
 class DaemonProcess {
 public:
     // While it runs. 0, or one that cannot be looked at: its end is not waited for.
-    explicit DaemonProcess(pid_t process);
-    ~DaemonProcess();
-    DaemonProcess(const DaemonProcess&) = delete;
-    DaemonProcess& operator=(const DaemonProcess&) = delete;
+    explicit DaemonProcess(pid_t number);
 
     // False when the deadline passes before it has ended.
     bool awaitEnd(const Deadline& deadline) const;
 
 private:
-    int fd_;
+    process::Descriptor fd_;
 };
 
 }  // namespace client

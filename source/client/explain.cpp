@@ -1,23 +1,17 @@
 #include "client/explain.h"
 
-#include <array>
-
 #include "client/reading.h"
 #include "common/messageCodes.h"
 
 namespace client {
 namespace {
 
-// By ostrelValueType.
-constexpr std::array<const char*, 7> typeNames = {
-    "value without a type", "Bool", "Byte", "Dword", "IP", "MAC", "String"};
-
 std::string explainWrite(Connection& connection, const Change& change, const Deadline& deadline) {
     if (Changes::isNewInstance(change.index))
         return "the new instance has no such member of this type";
     const Key key{change.name, static_cast<std::uint32_t>(change.index)};
     if (auto present = readValues(connection, {&key, 1}, deadline).front()) {
-        return present->type != change.type ? std::string("the key is a ") + typeNames.at(present->type)
+        return present->type != change.type ? "the key is a " + std::string(store::infoOf(present->type).name)
                                             : "the daemon does not tell why";
     }
     return key.index == 0 ? "there is no such key, and none may be created here"

@@ -6,6 +6,8 @@
 
 #include "client/handles.h"
 #include "common/ostrelUtils.h"
+#include "text/names.h"
+#include "text/values.h"
 
 using client::Failure;
 using client::onSession;
@@ -37,10 +39,8 @@ void fill(const store::Value& value, ostrelEntry& entry, char*& texts) {
         entry.size = value.bytes.size();
         std::memcpy(texts, value.bytes.c_str(), value.bytes.size() + 1);
         texts += value.bytes.size() + 1;
-    } else if (value.type == ostrelTypeDword) {
-        entry.number = store::dwordOf(value);
     } else {
-        entry.number = static_cast<unsigned char>(value.bytes.front());
+        entry.number = store::numberOf(value);
     }
 }
 
@@ -177,6 +177,8 @@ ostrelStatus ostrelSessionList(ostrelSession* session, const char* name, uint32_
                                                  " of " + std::to_string(list.total));
     });
 }
+
+int ostrelTypeIsText(ostrelValueType type) { return store::isText(type) ? 1 : 0; }
 
 uint32_t ostrelOwner(const char* tag) { return ostrelStringToOwner(tag); }
 

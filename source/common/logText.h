@@ -6,12 +6,15 @@
 
 #include <string>
 
+#include "text/characters.h"
+#include "text/shown.h"
+
 class LogText {
 public:
     // Borrowed; may be null, as the log shows that.
     explicit LogText(const char* text) : shown_(text != nullptr ? text : "(null)") {
         const char* at = shown_;
-        while (*at != '\0' && !commands(*at))
+        while (*at != '\0' && !store::isControl(*at))
             ++at;
         if (*at != '\0')
             escape();
@@ -23,17 +26,8 @@ public:
     const char* text() const { return shown_; }
 
 private:
-    static bool commands(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
-
     void escape() {
-        constexpr char digits[] = "0123456789abcdef";
-        for (const char* at = shown_; *at != '\0'; ++at) {
-            auto byte = static_cast<unsigned char>(*at);
-            if (commands(*at))
-                escaped_.append("\\x").append(1, digits[byte >> 4U]).append(1, digits[byte & 0xFU]);
-            else
-                escaped_ += *at;
-        }
+        escaped_ = store::shown(shown_);
         shown_ = escaped_.c_str();
     }
 

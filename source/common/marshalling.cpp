@@ -7,6 +7,7 @@
 
 #include "common/linkModule.h"
 #include "common/ostrelUtils.h"
+#include "text/names.h"
 
 namespace {
 
@@ -39,7 +40,7 @@ public:
 
     bool name(std::string_view& result) {
         std::uint32_t length = 0;
-        if (!word(length) || length > longestName)
+        if (!word(length) || length > store::longestName)
             return false;
         auto piece = take(length);
         if (!piece)
@@ -120,13 +121,13 @@ std::size_t sizeOf(const Parameter& entry) {
 class TextCopy {
 public:
     const char* of(std::string_view text) {
-        std::size_t length = text.copy(text_.data(), longestName);
+        std::size_t length = text.copy(text_.data(), store::longestName);
         text_[length] = '\0';
         return text_.data();
     }
 
 private:
-    std::array<char, longestName + 1> text_{};
+    std::array<char, store::longestName + 1> text_{};
 };
 
 }  // namespace

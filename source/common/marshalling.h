@@ -13,9 +13,6 @@
 
 #include "ostrel/plugin.h"
 
-// Longest key or template name that is parsed.
-constexpr std::size_t longestName = 127;
-
 // One entry of a parameters list. The texts end where the view ends: no NUL follows.
 struct Parameter {
     std::string_view name;

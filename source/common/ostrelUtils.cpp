@@ -19,6 +19,7 @@
 
 #include "common/logLock.h"
 #include "log/logLayout.h"
+#include "process/closers.h"
 
 constexpr char logModule[] = "ostrelUtils";
 
@@ -88,10 +89,6 @@ void printPrefix(int level, const char* file, int line, const char* function) {
     prefix.pad();
     std::printf("%s%s", prefix.text(), logLayout::textGap);
 }
-
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 // The command for a shell that has the soft limit of descriptors which the daemon was started with, as the
 // programs that the plug-in headers start. The status is that of a shell with the command alone.
@@ -180,7 +177,7 @@ int ostrelExecute(const char* format, ...) {
 }
 
 int ostrelWriteFile(const char* path, const char* text) {
-    std::unique_ptr<std::FILE, FileCloser> file(path != nullptr ? std::fopen(path, "we") : nullptr);
+    const process::File file(path != nullptr ? std::fopen(path, "we") : nullptr);
     if (!file) {
         OSTREL_LOG(logLevel::error, "error: opening file %s", printable(path));
         return 0;

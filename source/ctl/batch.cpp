@@ -6,8 +6,9 @@
 #include "ctl/labels.h"
 #include "ctl/lines.h"
 #include "ctl/words.h"
+#include "text/characters.h"
+#include "text/cursor.h"
 #include "text/grammar.h"
-#include "text/text.h"
 
 namespace {
 
@@ -162,15 +163,12 @@ void Reader::make(NewInstance instance) {
     batch_.instances.push_back(std::move(instance));
 }
 
-constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-
 }  // namespace
 
 Batch parseBatch(std::string_view text) {
     Batch batch;
     Reader reader(batch);
-    if (text.starts_with(byteOrderMark))
-        text.remove_prefix(byteOrderMark.size());
+    text.remove_prefix(store::byteOrderMarkSize(text));
     for (std::size_t number = 1; !text.empty(); ++number) {
         std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));

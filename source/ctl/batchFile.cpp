@@ -7,12 +7,9 @@
 #include <memory>
 
 #include "ctl/failure.h"
+#include "process/closers.h"
 
 namespace {
-
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 [[noreturn]] void fail(const std::string& path) { failUsage(path + ": " + std::strerror(errno)); }
 
@@ -31,7 +28,7 @@ std::string readAll(std::FILE* file, const std::string& path) {
 std::string readBatchFile(const std::string& path) {
     if (path == "-")
         return readAll(stdin, "standard input");
-    std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "re"));
+    const process::File file(std::fopen(path.c_str(), "re"));
     if (!file)
         fail(path);
     return readAll(file.get(), path);

@@ -19,26 +19,17 @@ ChangeSource::ChangeSource() : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOC
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, OSTREL_WATCH_SOCKET, sizeof OSTREL_WATCH_SOCKET);
-    if (fd_ >= 0 && connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-        std::optional<std::string> reason =
-            process::distrustPeer(fd_, OSTREL_WATCH_SOCKET, process::namedUser());
-        if (!reason)
-            return;
-        close(fd_);
+    if (!fd_ || connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        throw std::system_error(errno, std::generic_category(), OSTREL_WATCH_SOCKET);
+    if (const auto reason = process::distrustPeer(fd_.get(), OSTREL_WATCH_SOCKET, process::namedUser()))
         throw Failure(OSTREL_FAILED, *reason);
-    }
-    int error = errno;
-    close(fd_);
-    throw std::system_error(error, std::generic_category(), OSTREL_WATCH_SOCKET);
 }
-
-ChangeSource::~ChangeSource() { close(fd_); }
 
 std::optional<ChangeSource::News> ChangeSource::next() {
     std::array<char, OSTREL_WATCH_PACKET_SIZE> packet;
     ostrelWatchHeader header{};
     for (;;) {
-        ssize_t size = recv(fd_, packet.data(), packet.size(), 0);
+        ssize_t size = recv(fd_.get(), packet.data(), packet.size(), 0);
         if (size < 0 && errno == EAGAIN)
             return std::nullopt;
         if (size < static_cast<ssize_t>(sizeof header))
@@ -59,7 +50,7 @@ std::optional<ChangeSource::News> ChangeSource::next() {
 }
 
 void ChangeSource::wait() const {
-    std::array<pollfd, 2> waits{{{fd_, POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
+    std::array<pollfd, 2> waits{{{fd_.get(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}}};
     while (poll(waits.data(), waits.size(), -1) < 0 && errno == EINTR) {
     }
     // Else a reader of the output that has gone would be noticed at the next change only.

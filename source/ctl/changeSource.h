@@ -5,14 +5,13 @@
 #include <optional>
 #include <string>
 
+#include "process/descriptor.h"
+
 class ChangeSource {
 public:
     // Every change from now on is told, or its loss. Throws std::system_error; Failure when the socket is
     // served by a user who is not to be trusted.
     ChangeSource();
-    ~ChangeSource();
-    ChangeSource(const ChangeSource&) = delete;
-    ChangeSource& operator=(const ChangeSource&) = delete;
 
     struct News {
         std::string name{};      // of the changed key; empty: none
@@ -26,6 +25,6 @@ public:
     void wait() const;
 
 private:
-    int fd_;
+    process::Descriptor fd_;
     std::uint32_t number_ = 0;  // of the last change
 };

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "text/text.h"
+#include "text/shown.h"
 
 namespace {
 

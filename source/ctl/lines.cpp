@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "text/grammar.h"
-#include "text/text.h"
+#include "text/writing.h"
 
 namespace {
 
@@ -49,15 +49,11 @@ std::string instanceLine(std::string_view structure, std::uint32_t key, std::str
 store::Value toStore(const ostrel::Value& value) {
     if (store::isText(value.type))
         return {value.text, value.type};
-    if (value.type == ostrelTypeDword)
-        return store::makeDword(value.number);
-    return {std::string(1, static_cast<char>(value.number)), value.type};
+    return store::makeNumber(value.type, value.number);
 }
 
 ostrel::Value fromStore(const store::Value& value) {
     if (store::isText(value.type))
         return {value.type, 0, value.bytes};
-    if (value.type == ostrelTypeDword)
-        return {value.type, store::dwordOf(value), {}};
-    return {value.type, static_cast<unsigned char>(value.bytes.front()), {}};
+    return {value.type, store::numberOf(value), {}};
 }

@@ -5,19 +5,19 @@
 
 #include "ctl/output.h"
 #include "ctl/words.h"
-#include "text/text.h"
+#include "text/characters.h"
+#include "text/valueTypes.h"
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
 std::string hexadecimal(const std::string& bytes) {
-    constexpr char digits[] = "0123456789abcdef";
     std::string text;
     for (char c : bytes) {
         auto byte = static_cast<unsigned char>(c);
-        text += digits[byte >> 4U];
-        text += digits[byte & 15U];
+        text += store::hexDigits[byte >> 4U];
+        text += store::hexDigits[byte & 15U];
     }
     return text;
 }
@@ -50,7 +50,7 @@ std::string lineOf(const Json& json) {
 void print(const Json& json) { std::cout << lineOf(json); }
 
 void addValue(Json& object, const ostrel::Value& value) {
-    object["type"] = typeName(value.type);
+    object["type"] = store::infoOf(value.type).name;
     if (!store::isText(value.type)) {
         object["value"] = value.number;
     } else if (isUtf8(value.text)) {

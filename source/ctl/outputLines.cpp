@@ -2,7 +2,7 @@
 
 #include "ctl/lines.h"
 #include "ctl/output.h"
-#include "text/text.h"
+#include "text/shown.h"
 
 namespace {
 

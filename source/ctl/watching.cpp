@@ -7,6 +7,7 @@
 #include "ctl/changeSource.h"
 #include "ctl/commands.h"
 #include "ctl/lines.h"
+#include "ostrel/keyPattern.hpp"
 
 namespace {
 
@@ -36,8 +37,7 @@ private:
     bool isWanted(std::string_view name) const {
         return watch_.patterns.empty() ||
                std::ranges::any_of(watch_.patterns, [name](std::string_view pattern) {
-                   return pattern.ends_with('*') ? name.starts_with(pattern.substr(0, pattern.size() - 1))
-                                                 : name == pattern;
+                   return ostrel::matchesPattern(pattern, name);
                });
     }
 

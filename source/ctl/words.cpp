@@ -1,19 +1,15 @@
 #include "ctl/words.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 
 #include "ctl/failure.h"
 #include "ctl/lines.h"
+#include "text/names.h"
 
 namespace {
 
 constexpr std::size_t longestTag = 4;
-constexpr std::uint32_t largestByte = 255;
-
-// By ostrelValueType.
-constexpr std::array<std::string_view, 7> typeNames = {"", "Bool", "Byte", "Dword", "IP", "MAC", "String"};
 
 bool isNumber(std::string_view text) {
     return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
@@ -94,19 +90,18 @@ std::uint32_t tagOwner(const std::string& tag) {
 }
 
 ostrelValueType typeArgument(std::string_view argument) {
-    const auto* name = std::find(typeNames.begin() + 1, typeNames.end(), argument);
-    if (name == typeNames.end())
-        failUsage(
-            std::string(argument) +
-            ": the type is one of Bool, Byte, Dword, IP, MAC and String; quote a value of several words");
-    return static_cast<ostrelValueType>(name - typeNames.begin());
+    const ostrelValueType type = store::typeNamed(argument);
+    if (type == ostrelTypeNone)
+        failUsage(std::string(argument) + ": the type is one of " +
+                  store::typeList("and", [](const store::TypeInfo&) { return true; }) +
+                  "; quote a value of several words");
+    return type;
 }
 
 ostrel::Value valueArgument(ostrelValueType type, std::string_view argument) {
-    if (!store::isText(type))
-        return {type, numberArgument(argument, type == ostrelTypeDword ? UINT32_MAX : largestByte), {}};
+    const store::TypeInfo& info = store::infoOf(type);
+    if (!info.isText)
+        return {type, numberArgument(argument, info.largest), {}};
     require(store::checkText(type, argument));
     return {type, 0, std::string(argument)};
 }
-
-std::string_view typeName(ostrelValueType type) { return typeNames.at(type); }

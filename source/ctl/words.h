@@ -28,6 +28,4 @@ ostrelValueType typeArgument(std::string_view argument);
 // A decimal number, or a text that is taken as it is.
 ostrel::Value valueArgument(ostrelValueType type, std::string_view argument);
 
-std::string_view typeName(ostrelValueType type);
-
 void require(store::Result result);

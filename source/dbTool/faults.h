@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "db/loader.h"
-#include "text/text.h"
+#include "text/shown.h"
 
 struct Fault {
     std::string path;

@@ -4,13 +4,12 @@
 #include <iterator>
 
 #include "dbTool/exitStatus.h"
-#include "text/text.h"
+#include "ostrel/keyPattern.hpp"
+#include "text/writing.h"
 
 bool Patterns::matchName(std::string_view name) const {
-    return std::ranges::any_of(patterns_, [name](std::string_view pattern) {
-        return pattern.ends_with('*') ? name.starts_with(pattern.substr(0, pattern.size() - 1))
-                                      : name == pattern;
-    });
+    return std::ranges::any_of(
+        patterns_, [name](std::string_view pattern) { return ostrel::matchesPattern(pattern, name); });
 }
 
 bool Patterns::match(const store::RowKey& key) const {
@@ -20,7 +19,7 @@ bool Patterns::match(const store::RowKey& key) const {
 std::vector<std::string> Patterns::names() const {
     std::vector<std::string> names;
     std::ranges::copy_if(patterns_, std::back_inserter(names),
-                         [](const std::string& pattern) { return !pattern.ends_with('*'); });
+                         [](const std::string& pattern) { return !ostrel::isPrefixPattern(pattern); });
     return names;
 }
 

@@ -5,8 +5,8 @@
 #include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
 #include "server/changeMessages.h"
+#include "text/cursor.h"
 #include "text/grammar.h"
-#include "text/text.h"
 
 namespace pluginBench {
 namespace {

@@ -69,13 +69,13 @@ std::string problemOfFile(const Expectation& expectation) {
 std::string valueOf(const store::Line& line) {
     std::string name = line.key().wholeName();
     store::Value value;
-    if (database == nullptr || database->getType(name.c_str(), line.index, &value.type) == -1)
+    if (database == nullptr || database->getType(name.c_str(), line.index, &value.type) == refused)
         return {};
     constexpr int room = 1024 * 1024;
     std::string bytes(room, '\0');
     int size = room;
     if (database->dataRead(0, name.c_str(), value.type, &size, reinterpret_cast<unsigned char*>(bytes.data()),
-                           line.index) == -1)
+                           line.index) == refused)
         return {};
     value.bytes = bytes.substr(0, static_cast<std::size_t>(size) - (store::isText(value.type) ? 1 : 0));
     store::LineWriter writer;

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "common/ostrelUtils.h"
+#include "db/ostrelDb.h"
 #include "pluginBench/changes.h"
 #include "pluginBench/clients.h"
 #include "pluginBench/entries.h"
@@ -23,7 +24,6 @@
 #include "server/pluginRecord.h"
 #include "server/pluginSymbols.h"
 #include "server/storedOperations.h"
-#include "server/transaction.h"
 #include "server/writeSequence.h"
 
 namespace pluginBench {

@@ -10,6 +10,7 @@
 
 #include "pluginBench/changes.h"
 #include "pluginBench/statements.h"
+#include "text/cursor.h"
 #include "text/grammar.h"
 
 namespace pluginBench {
@@ -67,14 +68,14 @@ private:
 std::vector<BlockLine> Parser::takeBlock(std::string_view& rest) {
     std::string_view closing = "end";
     if (std::size_t chosen = rest.rfind("<<"); chosen != std::string_view::npos) {
-        closing = trimmed(rest.substr(chosen + 2));
+        closing = store::trimmed(rest.substr(chosen + 2));
         if (closing.empty())
             throw Mistake("the closing word behind << is missing");
-        rest = trimmed(rest.substr(0, chosen));
+        rest = store::trimmed(rest.substr(0, chosen));
     }
     std::size_t begin = at_ + 1;
     std::size_t end = begin;
-    while (end < lines_.size() && trimmed(lines_[end].text) != closing)
+    while (end < lines_.size() && store::trimmed(lines_[end].text) != closing)
         ++end;
     if (end == lines_.size())
         throw Mistake("no line \"" + std::string(closing) + "\" ends what begins here");
@@ -179,7 +180,7 @@ void Parser::parseStatement(const std::string& word, std::string_view rest) {
 Scenario Parser::parse() {
     for (; at_ < lines_.size(); ++at_) {
         // A block is moved out of the lines, and this one may be needed for a message.
-        const std::string text(trimmed(lines_[at_].text));
+        const std::string text(store::trimmed(lines_[at_].text));
         std::string_view rest = text;
         std::string word = takeWord(rest);
         number_ = at_ + 1;

@@ -2,15 +2,13 @@
 
 #include <algorithm>
 
+#include "text/cursor.h"
 #include "text/grammar.h"
-#include "text/text.h"
 
 namespace pluginBench {
 namespace {
 
 using Kind = Expectation::Kind;
-
-constexpr std::string_view blanks = " \t\r";
 
 std::string_view required(std::string_view rest, const char* what) {
     if (rest.empty())
@@ -81,14 +79,9 @@ void readObservation(Expectation& expectation, const std::string& word, std::str
 
 }  // namespace
 
-std::string_view trimmed(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
-    return text.substr(0, text.find_last_not_of(blanks) + 1);
-}
-
 std::string takeWord(std::string_view& text) {
-    std::string word(text.substr(0, text.find_first_of(blanks)));
-    text = trimmed(text.substr(word.size()));
+    std::string word(text.substr(0, text.find_first_of(store::blanks)));
+    text = store::trimmed(text.substr(word.size()));
     return word;
 }
 

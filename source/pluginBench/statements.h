@@ -16,7 +16,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-std::string_view trimmed(std::string_view text);
 // Takes the first word off the text; empty when there is none.
 std::string takeWord(std::string_view& text);
 

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <optional>
 
+#include "process/descriptor.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -20,19 +22,6 @@ using std::chrono::milliseconds;
 
 constexpr std::size_t longestOutput = std::size_t{64} * 1024;
 constexpr milliseconds endCheck{2};
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() { close(fd_); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 // What a child writes to one of its descriptors.
 class Stream {
@@ -42,23 +31,23 @@ public:
         std::array<int, 2> ends{};
         if (pipe2(ends.data(), O_CLOEXEC) != 0)
             return false;
-        read_.emplace(ends[0]);
-        write_.emplace(ends[1]);
+        read_ = process::Descriptor(ends[0]);
+        write_ = process::Descriptor(ends[1]);
         fcntl(ends[0], F_SETFL, O_NONBLOCK);
         return true;
     }
 
-    int childsEnd() const { return write_ ? write_->get() : -1; }
+    int childsEnd() const { return write_.get(); }
     void closeChildsEnd() { write_.reset(); }
     // Of no file when its end has come: poll passes over that.
-    pollfd wait() const { return {read_ ? read_->get() : -1, POLLIN, 0}; }
+    pollfd wait() const { return {read_.get(), POLLIN, 0}; }
 
     // Takes what is there: a pipe holds no more than one piece.
     void take(std::string& text) {
         if (!read_)
             return;
         std::array<char, longestOutput> piece{};
-        ssize_t size = read(read_->get(), piece.data(), piece.size());
+        ssize_t size = read(read_.get(), piece.data(), piece.size());
         if (size > 0)
             text.append(piece.data(), std::min(longestOutput - text.size(), static_cast<std::size_t>(size)));
         else if (size == 0 || (errno != EAGAIN && errno != EINTR))
@@ -66,8 +55,8 @@ public:
     }
 
 private:
-    std::optional<Descriptor> read_{};
-    std::optional<Descriptor> write_{};
+    process::Descriptor read_{};
+    process::Descriptor write_{};
 };
 
 class Spawning {

@@ -9,11 +9,11 @@
 #include "common/messageCodes.h"
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
+#include "db/ostrelDb.h"
 #include "log/serverLines.h"
 #include "log/serverPlaces.h"
 #include "server/globals.h"
 #include "server/sequenceSize.h"
-#include "server/transaction.h"
 
 namespace {
 

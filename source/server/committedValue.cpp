@@ -1,7 +1,7 @@
 #include "server/committedValue.h"
 
+#include "db/ostrelDb.h"
 #include "server/globals.h"
-#include "server/transaction.h"
 
 CommittedValue readCommitted(const char* key, unsigned int pKey, unsigned int room, unsigned char* buffer) {
     constexpr long committed = 0;

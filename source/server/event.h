@@ -2,27 +2,24 @@
 #pragma once
 
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include "ostrel/plugin.h"
+#include "process/descriptor.h"
 
 class Event {
 public:
     Event() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-        if (fd_ < 0)
+        if (!fd_)
             Die("Cannot create an event");
     }
-    ~Event() { close(fd_); }
-    Event(const Event&) = delete;
-    Event& operator=(const Event&) = delete;
 
-    int fd() const { return fd_; }
-    void set() const { eventfd_write(fd_, 1); }
+    int fd() const { return fd_.get(); }
+    void set() const { eventfd_write(fd_.get(), 1); }
     void clear() const {
         eventfd_t count = 0;
-        eventfd_read(fd_, &count);
+        eventfd_read(fd_.get(), &count);
     }
 
 private:
-    int fd_;
+    process::Descriptor fd_;
 };

@@ -7,11 +7,13 @@
 #include "common/logText.h"
 #include "common/marshalling.h"
 #include "common/ostrelUtils.h"
+#include "db/ostrelDb.h"
 #include "server/committedValue.h"
 #include "server/globals.h"
 #include "server/inProcessChecks.h"
 #include "server/serverModule.h"
-#include "server/transaction.h"
+#include "text/characters.h"
+#include "text/valueTypes.h"
 
 namespace {
 
@@ -27,15 +29,8 @@ int readUntyped(const char* key, unsigned int pKey, unsigned int bufferSize, uns
 }
 
 int roomFor(ostrelValueType type, int bufferSize) {
-    switch (type) {
-        case ostrelTypeBool:
-        case ostrelTypeByte:
-            return 1;
-        case ostrelTypeDword:
-            return 4;
-        default:
-            return bufferSize;
-    }
+    const store::TypeInfo& info = store::infoOf(type);
+    return info.size != 0 ? static_cast<int>(info.size) : bufferSize;
 }
 
 // What the twelve typed reads share; bufferSize in bytes.
@@ -79,7 +74,6 @@ private:
     static constexpr std::size_t enough = 253;
 
     void add(unsigned char byte) {
-        constexpr char digits[] = "0123456789abcdef";
         if (byte == '\\') {
             put('\\');
             put('\\');
@@ -87,8 +81,8 @@ private:
             put(static_cast<char>(byte));
         } else {
             put('\\');
-            put(digits[byte >> 4]);
-            put(digits[byte & 15]);
+            put(store::hexDigits[byte >> 4]);
+            put(store::hexDigits[byte & 15]);
         }
     }
     void put(char character) { text_[length_++] = character; }

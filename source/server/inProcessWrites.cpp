@@ -6,13 +6,13 @@
 #include <memory>
 
 #include "common/ostrelUtils.h"
+#include "db/ostrelDb.h"
 #include "log/serverLines.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
 #include "server/inProcessChecks.h"
 #include "server/serverModule.h"
 #include "server/storedOperations.h"
-#include "server/transaction.h"
 
 namespace {
 

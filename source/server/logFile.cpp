@@ -18,8 +18,8 @@
 #include "common/logLock.h"
 #include "common/ostrelLink.h"
 #include "common/ostrelUtils.h"
+#include "process/descriptor.h"
 #include "server/globals.h"
-#include "server/openFile.h"
 #include "server/serverModule.h"
 
 namespace {
@@ -90,12 +90,13 @@ bool copyLines(int from, int to, off_t begin, off_t end) {
 bool keepEnd(off_t size, const std::string& kept) {
     const std::string fresh = kept + ".new";
     unlink(fresh.c_str());
-    OpenFile log(logFileName, O_RDONLY | O_NONBLOCK);
-    OpenFile copy(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
-    if (log.fd() < 0 || copy.fd() < 0)
+    const process::Descriptor log = process::openFile(logFileName, O_RDONLY | O_NONBLOCK);
+    const process::Descriptor copy =
+        process::openFile(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+    if (log.get() < 0 || copy.get() < 0)
         return false;
-    fchmod(copy.fd(), 0644);  // as the log
-    if (copyLines(log.fd(), copy.fd(), size - keptOfLog, size) && rename(fresh.c_str(), kept.c_str()) == 0)
+    fchmod(copy.get(), 0644);  // as the log
+    if (copyLines(log.get(), copy.get(), size - keptOfLog, size) && rename(fresh.c_str(), kept.c_str()) == 0)
         return true;
     int error = errno;
     unlink(fresh.c_str());

@@ -24,7 +24,7 @@ namespace {
 constexpr int defaultMask = 3;
 constexpr int verboseMask = 7;
 
-// Not constant: the variable that plug-ins see as the log's name is not, either.
+// Not constant, as logFileName is not.
 std::array defaultLogFile = std::to_array(defaultLogPath);
 
 struct Options {

@@ -9,21 +9,21 @@
 #include <cstdint>
 #include <cstring>
 
-#include "server/openFile.h"
+#include "process/descriptor.h"
 
 namespace {
 
 // Of a regular file; otherwise 0.
-std::uint64_t sizeOf(const OpenFile& file) {
+std::uint64_t sizeOf(const process::Descriptor& file) {
     struct stat info {};
-    bool regular = fstat(file.fd(), &info) == 0 && S_ISREG(info.st_mode);
+    bool regular = fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode);
     return regular ? static_cast<std::uint64_t>(info.st_size) : 0;
 }
 
 // False when the file does not have all of it there.
 template <typename Record>
-bool readRecord(const OpenFile& file, std::uint64_t at, Record& record) {
-    return pread(file.fd(), &record, sizeof record, static_cast<off_t>(at)) ==
+bool readRecord(const process::Descriptor& file, std::uint64_t at, Record& record) {
+    return pread(file.get(), &record, sizeof record, static_cast<off_t>(at)) ==
            static_cast<ssize_t>(sizeof record);
 }
 
@@ -38,7 +38,7 @@ bool isOurs(const ElfW(Ehdr) & header) {
 }  // namespace
 
 const char* faultOfPluginFile(const char* path) {
-    OpenFile file(path, O_RDONLY | O_NONBLOCK);
+    const process::Descriptor file = process::openFile(path, O_RDONLY | O_NONBLOCK);
     const std::uint64_t size = sizeOf(file);
     ElfW(Ehdr) header{};
     if (size == 0 || !readRecord(file, 0, header) || !isOurs(header))

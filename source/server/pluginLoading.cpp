@@ -15,6 +15,7 @@
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
 #include "log/serverPlaces.h"
+#include "process/closers.h"
 #include "server/globals.h"
 #include "server/pluginFile.h"
 #include "server/pluginRecord.h"
@@ -23,11 +24,6 @@
 namespace {
 
 constexpr std::string_view pluginSuffix = ".ostr";
-
-struct LibraryCloser {
-    void operator()(void* handle) const { dlclose(handle); }
-};
-using Library = std::unique_ptr<void, LibraryCloser>;
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
@@ -122,7 +118,7 @@ void loadPlugins(int reduced) {
 bool loadOnePlugin(const char* fileName, int reduced) {
     OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "Loading plugin: %s", fileName);
     const char* fault = faultOfPluginFile(fileName);
-    Library library(fault == nullptr ? dlopen(fileName, RTLD_NOW) : nullptr);
+    process::Library library(fault == nullptr ? dlopen(fileName, RTLD_NOW) : nullptr);
     if (!library) {
         OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error, "error: file %s cannot load as plugin, er=%s",
                       fileName, printable(fault != nullptr ? fault : dlerror()));

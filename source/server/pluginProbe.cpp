@@ -20,6 +20,7 @@
 #include "common/ostrelUtils.h"
 #include "ostrel/plugin.h"
 #include "ostrel/version.h"
+#include "process/closers.h"
 #include "server/pluginFile.h"
 #include "server/pluginSymbols.h"
 
@@ -33,23 +34,13 @@ constexpr char usage[] =
     "Exit status: 0 the server could use it; 1 it could not, or shares symbols with others; 2 wrong usage,\n"
     "or no such file.\n";
 
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using Output = std::unique_ptr<std::FILE, FileCloser>;
-
-struct LibraryCloser {
-    void operator()(void* handle) const { dlclose(handle); }
-};
-using Library = std::unique_ptr<void, LibraryCloser>;
-
 void print(std::FILE* output, const char* word, const std::string& text) {
     std::fprintf(output, "%s: %s\n", word, text.c_str());
 }
 
 // The standard output, as the probe's alone: what the plug-in prints goes to standard error.
-Output takeStandardOutput() {
-    Output output(fdopen(dup(STDOUT_FILENO), "w"));
+process::File takeStandardOutput() {
+    process::File output(fdopen(dup(STDOUT_FILENO), "w"));
     if (output) {
         dup2(STDERR_FILENO, STDOUT_FILENO);
         std::setvbuf(output.get(), nullptr, _IOLBF, 0);
@@ -104,7 +95,7 @@ bool describeSymbols(std::FILE* output, const std::string& path) {
 
 bool probe(std::FILE* output, const std::string& path) {
     const char* fault = faultOfPluginFile(path.c_str());
-    Library library(fault == nullptr ? dlopen(path.c_str(), RTLD_NOW) : nullptr);
+    process::Library library(fault == nullptr ? dlopen(path.c_str(), RTLD_NOW) : nullptr);
     print(output, "loads", library ? "yes" : printable(fault != nullptr ? fault : dlerror()));
     if (!library)
         return false;
@@ -139,7 +130,7 @@ int main(int argc, char** argv) {
     // A crash is one of the answers: it is not to leave a core file.
     constexpr rlimit noCore{0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
-    Output output = takeStandardOutput();
+    process::File output = takeStandardOutput();
     if (!output) {
         std::perror("standard output");
         return exitUsage;

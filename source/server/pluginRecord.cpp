@@ -11,6 +11,7 @@
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
+#include "ostrel/keyPattern.hpp"
 #include "server/pluginsModule.h"
 
 // The table is shared with separately built objects.
@@ -184,9 +185,7 @@ bool matchNameInList(const char* key, unsigned int count, char** patterns) {
     for (unsigned int i = 0; i < count; ++i) {
         if (patterns[i] == nullptr)
             continue;
-        std::string_view pattern(patterns[i]);
-        bool isPrefix = pattern.ends_with('*');
-        if (isPrefix ? name.starts_with(pattern.substr(0, pattern.size() - 1)) : name == pattern)
+        if (ostrel::matchesPattern(patterns[i], name))
             return true;
     }
     return false;

@@ -13,31 +13,27 @@
 #include <string_view>
 #include <utility>
 
+#include "process/descriptor.h"
+
 namespace {
 
 // More than any plug-in has: what a damaged file claims is not to fill the memory.
 constexpr std::uint64_t largestTable = 16U << 20U;
-constexpr std::ptrdiff_t longestName = 4096;
+constexpr std::ptrdiff_t longestSymbol = 4096;
 
 class File {
 public:
     // What is no regular file may have no end, or nothing to wait for.
-    explicit File(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+    explicit File(const std::string& path) : fd_(process::openFile(path.c_str(), O_RDONLY | O_NONBLOCK)) {
         struct stat status {};
-        if (fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode))
+        if (fd_ && fstat(fd_.get(), &status) == 0 && S_ISREG(status.st_mode))
             size_ = static_cast<std::uint64_t>(status.st_size);
     }
-    ~File() {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
 
     // False when not all of it is there.
     bool read(void* bytes, std::uint64_t size, std::uint64_t offset) const {
         return offset <= size_ && size <= size_ - offset &&
-               pread(fd_, bytes, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+               pread(fd_.get(), bytes, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
     }
 
     // Empty when it is not there or too large. What is behind its last whole entry is left out.
@@ -52,7 +48,7 @@ public:
     }
 
 private:
-    const int fd_;
+    const process::Descriptor fd_;
     std::uint64_t size_ = 0;
 };
 
@@ -94,7 +90,7 @@ std::optional<std::string_view> nameAt(const std::vector<char>& names, std::size
     if (place >= names.size())
         return std::nullopt;
     const auto begin = names.begin() + static_cast<std::ptrdiff_t>(place);
-    const auto limit = begin + std::min(longestName, names.end() - begin);
+    const auto limit = begin + std::min(longestSymbol, names.end() - begin);
     const auto end = std::find(begin, limit, '\0');
     return end == limit ? std::nullopt : std::optional(std::string_view(begin, end));
 }

@@ -14,6 +14,7 @@
 #include "log/serverPlaces.h"
 #include "server/committedValue.h"
 #include "server/globals.h"
+#include "text/names.h"
 
 namespace {
 
@@ -26,11 +27,11 @@ using Answer = std::optional<ParametersBuilder>;
 // A key's name with the NUL that the database wants.
 class KeyName {
 public:
-    explicit KeyName(std::string_view name) { text_[name.copy(text_.data(), longestName)] = '\0'; }
+    explicit KeyName(std::string_view name) { text_[name.copy(text_.data(), store::longestName)] = '\0'; }
     const char* text() const { return text_.data(); }
 
 private:
-    std::array<char, longestName + 1> text_{};
+    std::array<char, store::longestName + 1> text_{};
 };
 
 Parameter numberEntry(std::string_view name, const std::uint32_t& number) {

@@ -2,12 +2,12 @@
 
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
+#include "db/ostrelDb.h"
 #include "log/serverLines.h"
 #include "server/commitBroadcasts.h"
 #include "server/deinstanciateKind.h"
 #include "server/globals.h"
 #include "server/serverModule.h"
-#include "server/transaction.h"
 
 namespace {
 

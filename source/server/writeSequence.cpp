@@ -8,6 +8,7 @@
 #include "common/marshalling.h"
 #include "common/messageCodes.h"
 #include "common/ostrelUtils.h"
+#include "db/ostrelDb.h"
 #include "log/serverLines.h"
 #include "log/serverPlaces.h"
 #include "server/changeMessages.h"
@@ -16,7 +17,6 @@
 #include "server/globals.h"
 #include "server/logFile.h"
 #include "server/storedOperations.h"
-#include "server/transaction.h"
 
 namespace {
 

@@ -3,15 +3,14 @@
 #include <algorithm>
 #include <array>
 
-#include "text/text.h"
+#include "text/cursor.h"
+#include "text/names.h"
+#include "text/writing.h"
 
 namespace store {
 namespace {
 
-constexpr uint32_t maxNumber = 4294967295;
-
-// By ostrelValueType.
-constexpr std::array<std::string_view, 7> typeNames = {"", "Bool", "Byte", "Dword", "IP", "MAC", "String"};
+constexpr uint32_t largestNumber = UINT32_MAX;
 
 // As comments, by Origin: a version that does not know them reads over them.
 constexpr std::array<std::string_view, 3> originComments = {"", "# default", "# created"};
@@ -22,25 +21,17 @@ Origin originNamed(std::string_view comment) {
                                          : Origin::unknown;
 }
 
-ostrelValueType typeNamed(std::string_view word) {
-    for (unsigned int type = ostrelTypeBool; type < typeNames.size(); ++type) {
-        if (typeNames[type] == word)
-            return static_cast<ostrelValueType>(type);
-    }
-    return ostrelTypeNone;
-}
-
 Result parseKey(Cursor& cursor, Line& line) {
     Result result = cursor.takeName(line.name);
     if (result.ok() && cursor.take('[')) {
-        result = cursor.takeNumber(maxNumber, line.index);
+        result = cursor.takeNumber(largestNumber, line.index);
         if (result.ok() && (!cursor.take(']') || line.index == 0)) {
             result = {"an index is a number from 1, in square brackets"};
         }
         if (result.ok() && cursor.take('.'))
             result = cursor.takeName(line.member);
     }
-    if (result.ok() && line.name.size() + 1 + line.member.size() > maxNameSize && !line.member.empty()) {
+    if (result.ok() && line.name.size() + 1 + line.member.size() > longestName && !line.member.empty()) {
         result = {"the member's whole name is longer than 127 bytes"};
     }
     if (result.ok() && !cursor.skipBlanks()) {
@@ -64,18 +55,14 @@ Result parseValue(Cursor& cursor, ostrelValueType type, Line& line) {
         return result.ok() ? checkText(type, line.value.bytes) : result;
     }
     uint32_t number = 0;
-    const Result result = cursor.takeNumber(type == ostrelTypeDword ? maxNumber : 255, number);
-    if (type == ostrelTypeDword) {
-        line.value = makeDword(number);
-    } else {
-        line.value.bytes.assign(1, static_cast<char>(number));
-    }
+    const Result result = cursor.takeNumber(infoOf(type).largest, number);
+    line.value = makeNumber(type, number);
     return result;
 }
 
 Result parseOwner(Cursor& cursor, uint32_t& owner) {
     if (!cursor.at('"'))
-        return cursor.takeNumber(maxNumber, owner);
+        return cursor.takeNumber(largestNumber, owner);
     std::string tag;
     const Result result = cursor.takeQuoted(tag);
     if (!result.ok() || tag.size() > 4) {
@@ -110,7 +97,7 @@ Result parseState(Cursor& cursor, std::string_view word, Line& line) {
     }
     if (word == "last") {
         line.kind = Line::Kind::lastKey;
-        return line.index == 0 ? cursor.takeNumber(maxNumber, line.number)
+        return line.index == 0 ? cursor.takeNumber(largestNumber, line.number)
                                : Result{"the last primary key belongs to a structure"};
     }
     return {"unknown type"};
@@ -180,13 +167,12 @@ void LineWriter::end() {
 void LineWriter::value(const RowKey& key, const Value& value) {
     begin(key);
     text += ' ';
-    text += typeNames[value.type];
+    text += infoOf(value.type).name;
     text += ' ';
     if (isText(value.type)) {
         appendQuoted(text, value.bytes);
     } else {
-        appendNumber(text, value.type == ostrelTypeDword ? dwordOf(value)
-                                                         : static_cast<unsigned char>(value.bytes.front()));
+        appendNumber(text, numberOf(value));
     }
     end();
 }

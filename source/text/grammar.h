@@ -27,7 +27,7 @@ struct Line {
     Kind kind = Kind::blank;
     std::string name;
     uint32_t index = 0;
-    std::string member;  // together with name at most maxNameSize bytes
+    std::string member;  // together with name at most longestName bytes
     Value value;
     Instance instance;
     uint32_t number = 0;              // lastKey

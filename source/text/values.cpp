@@ -4,15 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
+#include <utility>
 
 namespace store {
 namespace {
 
-bool isControl(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte < 32 || byte == 127;
-}
+static_assert(std::endian::native == std::endian::little, "a number begins with its lowest byte");
 
 bool isHexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
@@ -34,21 +33,7 @@ bool isMac(std::string_view text) {
 
 }  // namespace
 
-bool isText(ostrelValueType type) {
-    return type == ostrelTypeIP || type == ostrelTypeMAC || type == ostrelTypeString;
-}
-
 size_t sizeOf(const Value& value) { return value.bytes.size() + (isText(value.type) ? 1 : 0); }
-
-Result checkName(std::string_view name) {
-    if (name.empty())
-        return {"the name is empty"};
-    if (name.size() > maxNameSize)
-        return {"the name is longer than 127 bytes"};
-    if (std::ranges::any_of(name, isControl))
-        return {"the name holds a control character"};
-    return {};
-}
 
 Result checkText(ostrelValueType type, std::string_view text) {
     if (text.find('\0') != std::string_view::npos)
@@ -61,35 +46,33 @@ Result checkText(ostrelValueType type, std::string_view text) {
 }
 
 Result makeValue(ostrelValueType type, std::span<const unsigned char> bytes, Value& value) {
-    const auto take = [&](size_t size) {
-        value = {std::string(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size)), type};
-    };
-    if (isText(type)) {
-        if (bytes.empty() || bytes.back() != 0)
-            return {"the text does not end with a NUL"};
-        const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size() - 1);
-        if (const Result result = checkText(type, text); !result.ok())
-            return result;
-        take(text.size());
-        return {};
-    }
-    if (type != ostrelTypeBool && type != ostrelTypeByte && type != ostrelTypeDword)
+    const TypeInfo& info = infoOf(type);
+    if (info.type == ostrelTypeNone)
         return {"unknown type"};
-    if (bytes.size() != (type == ostrelTypeDword ? 4U : 1U))
+    std::string content(bytes.begin(), bytes.end());
+    if (info.isText) {
+        if (content.empty() || content.back() != '\0')
+            return {"the text does not end with a NUL"};
+        content.pop_back();
+        if (const Result result = checkText(type, content); !result.ok())
+            return result;
+    } else if (content.size() != info.size) {
         return {"the size does not fit the type"};
-    take(bytes.size());
+    }
+    value = {std::move(content), type};
     return {};
 }
 
-Value makeDword(uint32_t number) {
-    std::string bytes(sizeof(number), '\0');
-    std::memcpy(bytes.data(), &number, sizeof(number));
-    return {std::move(bytes), ostrelTypeDword};
+Value makeNumber(ostrelValueType type, uint32_t number) {
+    std::string bytes(infoOf(type).size, '\0');
+    std::memcpy(bytes.data(), &number, bytes.size());
+    return {std::move(bytes), type};
 }
 
-uint32_t dwordOf(const Value& value) {
+uint32_t numberOf(const Value& value) {
     uint32_t number = 0;
-    std::memcpy(&number, value.bytes.data(), sizeof(number));
+    if (!isText(value.type))
+        std::memcpy(&number, value.bytes.data(), std::min(value.bytes.size(), sizeof number));
     return number;
 }
 

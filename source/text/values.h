@@ -1,4 +1,4 @@
-// What the whole store speaks of: results, names and typed values.
+// Typed values.
 #pragma once
 
 #include <cstddef>
@@ -7,16 +7,10 @@
 #include <string>
 #include <string_view>
 
-#include "ostrel/plugin.h"
+#include "text/result.h"
+#include "text/valueTypes.h"
 
 namespace store {
-
-// A refusal is a text that lives as long as the program; null is success.
-struct [[nodiscard]] Result {
-    const char* refusal = nullptr;
-
-    bool ok() const { return refusal == nullptr; }
-};
 
 struct Value {
     std::string bytes;  // a text stands here without its NUL
@@ -28,20 +22,15 @@ struct Value {
 // Bytes that a caller of the database sees: a text's NUL counts.
 size_t sizeOf(const Value& value);
 
-bool isText(ostrelValueType type);
-
-constexpr size_t maxNameSize = 127;
-
-// 1 to 127 bytes without control characters.
-Result checkName(std::string_view name);
-
 // A valid address, or empty; any text without NUL for a String.
 Result checkText(ostrelValueType type, std::string_view text);
 
 // The value that a caller hands in as bytes (a text with its one NUL). value is set on success only.
 Result makeValue(ostrelValueType type, std::span<const unsigned char> bytes, Value& value);
 
-Value makeDword(uint32_t number);
-uint32_t dwordOf(const Value& value);
+// Of a type whose values are numbers; number is not larger than its largest.
+Value makeNumber(ostrelValueType type, uint32_t number);
+// 0 when the value is no number.
+uint32_t numberOf(const Value& value);
 
 }  // namespace store

@@ -5,6 +5,7 @@
 
 #include "common/marshalling.h"
 #include "fuzz.h"
+#include "text/names.h"
 
 namespace {
 
@@ -57,7 +58,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::getline(lines, line);
         records[i].setValue(static_cast<unsigned int>(line.size()),
                             reinterpret_cast<unsigned char*>(line.data()));
-        records[i].setName(line.substr(0, longestName).c_str());
+        records[i].setName(line.substr(0, store::longestName).c_str());
         records[i].setTpltName(records[i / 2].name);
         records[i].pKey = i;
     }

@@ -38,10 +38,23 @@ inline std::optional<ostrelValueType> typeOf(const std::string& key, unsigned in
 
 namespace detail {
 
-inline const char* typeName(ostrelValueType type) {
-    static constexpr const char* names[] = {"nothing", "a Bool", "a Byte",  "a Dword",
-                                            "an IP",   "a MAC",  "a String"};
-    return type <= ostrelTypeString ? names[type] : "of an unknown type";
+// With its article.
+inline std::string typeName(ostrelValueType type) {
+    std::string name;
+    switch (type) {
+        case ostrelTypeNone:
+            return "nothing";
+#define OSTREL_TYPE_NAME(NAME, SIZE, LARGEST) \
+    case ostrelType##NAME:                    \
+        name = #NAME;                         \
+        break;
+            OSTREL_VALUE_TYPES(OSTREL_TYPE_NAME)
+#undef OSTREL_TYPE_NAME
+    }
+    if (name.empty())
+        return "of an unknown type";
+    const bool isVowel = std::string("AEIOU").find(name.front()) != std::string::npos;
+    return (isVowel ? "an " : "a ") + name;
 }
 
 // The bytes as they are stored; nothing when there is no such value.
@@ -51,7 +64,7 @@ inline std::optional<std::string> readBytes(const std::string& key, unsigned int
     if (!type)
         return std::nullopt;
     if (*type != wanted)
-        throw BadValue(key, index, std::string("is ") + typeName(*type) + ", not " + typeName(wanted));
+        throw BadValue(key, index, "is " + typeName(*type) + ", not " + typeName(wanted));
     constexpr unsigned int mostBytes = 64U << 20U;
     for (unsigned int room = 512; room <= mostBytes; room *= 4) {
         std::vector<unsigned char> buffer(room);

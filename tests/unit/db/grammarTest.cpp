@@ -21,7 +21,7 @@ Line parsed(const std::string& text) {
 
 TEST(Grammar, WritesWhatAPersonWouldWrite) {
     store::LineWriter writer;
-    writer.value({"lan.mtu"}, store::makeDword(1500));
+    writer.value({"lan.mtu"}, store::makeNumber(ostrelTypeDword, 1500));
     writer.value({"two words", 3}, {"caf\xC3\xA9\n\x01\xFF", ostrelTypeString});
     writer.value({"wifi", 1, "on"}, {std::string(1, '\xFF'), ostrelTypeBool});
     // What steers a terminal is not shown, its neighbours are; names with it stay what they are, quoted.

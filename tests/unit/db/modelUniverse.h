@@ -11,7 +11,9 @@ namespace universe {
 
 using namespace std::string_literals;
 
-inline reference::Value dword(uint32_t number) { return {ostrelTypeDword, store::makeDword(number).bytes}; }
+inline reference::Value dword(uint32_t number) {
+    return {ostrelTypeDword, store::makeNumber(ostrelTypeDword, number).bytes};
+}
 inline reference::Value text(const std::string& value) { return {ostrelTypeString, value + '\0'}; }
 
 inline std::string allBytes() {

@@ -69,7 +69,7 @@ struct TestStore {
                     : db->reWriteElement(handle(), name.c_str(), index, size, bytes, value.type)) != -1;
     }
     bool set(const std::string& name, uint32_t number, unsigned int index = 0) {
-        return put(name, index, store::makeDword(number));
+        return put(name, index, store::makeNumber(ostrelTypeDword, number));
     }
     bool erase(const std::string& name) { return db->destroyElement(handle(), name.c_str()) != -1; }
     // The new instance's primary key; 0 when it is refused.
@@ -99,7 +99,7 @@ struct TestStore {
         if (found.type == ostrelTypeNone || store::isText(found.type))
             return found.type == ostrelTypeNone ? "none" : found.bytes;
         found.bytes.resize(4);
-        return std::to_string(store::dwordOf(found));
+        return std::to_string(store::numberOf(found));
     }
     // Of words like "name" and "name[3]" the values, of "name@7" the primary keys that owner 7 has.
     std::string values(const std::string& keys) const {

@@ -1,13 +1,20 @@
-// The words of the database files: names, quoted texts, numbers. Pure functions on text.
+// The words of the database files: names, quoted texts, numbers, and how they are read. Pure functions on
+// text.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-#include "text/values.h"
+#include "text/result.h"
 
 namespace store {
+
+// Blanks of one line.
+constexpr std::string_view blanks = " \t\r";
+
+// Without blanks at both ends.
+std::string_view trimmed(std::string_view text);
 
 // Takes words off the front of one line.
 class Cursor {
@@ -38,22 +45,5 @@ private:
 
     std::string_view rest_;
 };
-
-// Of the mark that editors put in front of a file; 0: there is none.
-size_t byteOrderMarkSize(std::string_view text);
-
-// Bytes of the character that the text begins with when it can steer a terminal or reorder what stands beside
-// it: a control character, C1 ones included, or a bidirectional mark. 0: it is none.
-size_t steeringSize(std::string_view text);
-// Each byte of such a character, and each that is no UTF-8, as \xHH: for what is shown, not read back.
-std::string printable(std::string_view text);
-
-// Bare when a Cursor reads it back so and nothing of it steers, else quoted.
-void appendName(std::string& out, std::string_view name);
-// What is not valid UTF-8 is escaped, so that the file always is; what steers is, too.
-void appendQuoted(std::string& out, std::string_view text);
-void appendNumber(std::string& out, uint64_t number);
-// For a log line: bytes that would begin another line or command a terminal as \xHH.
-std::string shown(std::string_view text);
 
 }  // namespace store
