@@ -2,14 +2,13 @@
 
 #include <algorithm>
 
-#include "text/grammar.h"
 #include "text/cursor.h"
+#include "text/grammar.h"
 
 namespace pluginBench {
 namespace {
 
 using Kind = Expectation::Kind;
-
 
 std::string_view required(std::string_view rest, const char* what) {
     if (rest.empty())

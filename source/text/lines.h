@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "text/grammar.h"
 #include "text/characters.h"
+#include "text/grammar.h"
 
 namespace store {
 
