@@ -1,11 +1,7 @@
-// A batch: changes as lines in the database files' syntax, and what these cannot say.
-//
-//   KEY TYPE VALUE | KEY[INDEX] TYPE VALUE | STRUCT[PKEY].MEMBER TYPE VALUE
-//   KEY erased | KEY[INDEX] erased | STRUCT[PKEY] removed | STRUCT removed OWNER
-//   STRUCT[$LABEL] instance TEMPLATE OWNER, and from then on STRUCT[$LABEL] where a primary key may stand
+// A batch as the transaction that it makes.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -17,17 +13,16 @@
 
 struct NewInstance {
     std::string label;
-    std::size_t line = 0;
-    std::string structure{};
-    std::string templateName{};
-    std::uint32_t owner = 0;
-    std::optional<ostrelIndex> index{};  // nothing: the line is bad
+    std::string structure;
+    std::string templateName;
+    uint32_t owner = 0;
+    std::optional<ostrelIndex> index{};  // nothing: it cannot be staged
 };
 
 struct Batch {
     ostrel::Transaction transaction{};
     // By the name of a member: the size of its structure's, as far as a key has told.
-    std::map<std::string, std::size_t> structures{};
+    std::map<std::string, size_t> structures{};
     std::vector<NewInstance> instances{};
     std::vector<Problem> problems{};  // when there are some, the transaction cannot be applied
 };

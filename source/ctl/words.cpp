@@ -32,6 +32,12 @@ ShownKey checkedKey(std::string name, std::uint32_t index = 0, std::size_t struc
     return key;
 }
 
+std::uint32_t tagOwner(const std::string& tag) {
+    if (tag.size() > longestTag)
+        failUsage("the owner is longer than 4 bytes");
+    return ostrelOwner(tag.c_str());
+}
+
 }  // namespace
 
 void require(store::Result result) {
@@ -81,12 +87,6 @@ std::string nameArgument(std::string_view argument) {
 
 std::uint32_t ownerArgument(std::string_view argument) {
     return isNumber(argument) ? numberArgument(argument, UINT32_MAX) : tagOwner(std::string(argument));
-}
-
-std::uint32_t tagOwner(const std::string& tag) {
-    if (tag.size() > longestTag)
-        failUsage("the owner is longer than 4 bytes");
-    return ostrelOwner(tag.c_str());
 }
 
 ostrelValueType typeArgument(std::string_view argument) {

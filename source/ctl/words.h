@@ -22,7 +22,6 @@ ShownKey elementArgument(std::string_view argument);
 std::string nameArgument(std::string_view argument);
 // A number, or a tag of up to four bytes.
 std::uint32_t ownerArgument(std::string_view argument);
-std::uint32_t tagOwner(const std::string& tag);
 
 ostrelValueType typeArgument(std::string_view argument);
 // A decimal number, or a text that is taken as it is.

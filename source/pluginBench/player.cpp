@@ -12,7 +12,7 @@
 
 #include "common/ostrelUtils.h"
 #include "db/ostrelDb.h"
-#include "pluginBench/changes.h"
+#include "pluginBench/changeApplier.h"
 #include "pluginBench/clients.h"
 #include "pluginBench/entries.h"
 #include "pluginBench/judge.h"
@@ -110,11 +110,11 @@ void Player::commit(const Step& step) {
     destroyRecords(listOfChangedStuff);
     beginSequence();
     long handle = database->dataStartWriteTransaction();
-    Changes changes(handle);
-    for (const BlockLine& line : step.lines) {
-        if (changes.apply(line.text))
+    ChangeApplier applier(handle);
+    for (const Change& change : step.changes) {
+        if (applier.apply(change.line))
             continue;
-        fault(scenario_.placed(line.number, "the change is refused: " + log_.lastError(logBegin_)));
+        fault(scenario_.placed(change.number, "the change is refused: " + log_.lastError(logBegin_)));
         database->dataWriteRollback(handle);
         destroyRecords(listOfChangedStuff);
         return;

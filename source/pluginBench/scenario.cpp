@@ -8,7 +8,6 @@
 #include <iterator>
 #include <utility>
 
-#include "pluginBench/changes.h"
 #include "pluginBench/statements.h"
 #include "text/cursor.h"
 #include "text/grammar.h"
@@ -57,6 +56,7 @@ private:
     void checkDatabaseLines(const std::vector<BlockLine>& block, bool templates) const;
     // The lines up to the one with the closing word, which the statement may choose as its last word, <<WORD.
     std::vector<BlockLine> takeBlock(std::string_view& rest);
+    std::vector<Change> takeChanges(std::string_view& rest);
 
     std::vector<BlockLine> lines_;
     std::size_t at_ = 0;
@@ -122,6 +122,18 @@ void Parser::parseSetting(const std::string& word, std::string_view rest) {
     }
 }
 
+std::vector<Change> Parser::takeChanges(std::string_view& rest) {
+    std::vector<Change> changes;
+    store::BatchReader reader;
+    for (const BlockLine& line : takeBlock(rest)) {
+        Change& change = changes.emplace_back();
+        change.number = line.number;
+        if (const auto refusal = reader.read(line.text, line.number, change.line))
+            throw ScenarioError(scenario_.placed(line.number, *refusal));
+    }
+    return changes;
+}
+
 void Parser::parseStep(const std::string& word, std::string_view rest) {
     Step step;
     step.number = number_;
@@ -137,11 +149,7 @@ void Parser::parseStep(const std::string& word, std::string_view rest) {
         throw Mistake(started ? "it is started already" : "nothing is started");
     if (word == "commit") {
         step.kind = Step::Kind::commit;
-        step.lines = takeBlock(rest);
-        for (const BlockLine& line : step.lines) {
-            if (std::string problem = problemOf(line.text); !problem.empty())
-                throw ScenarioError(scenario_.placed(line.number, problem));
-        }
+        step.changes = takeChanges(rest);
     } else {
         step.kind = word == "start" ? Step::Kind::start : Step::Kind::stop;
     }

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "text/batch.h"
+
 namespace pluginBench {
 
 // A mistake in the scenario, or surroundings that cannot be made. what() is FILE:LINE: and the reason.
@@ -46,13 +48,19 @@ struct BlockLine {
     std::string text{};
 };
 
+struct Change {
+    std::size_t number = 0;  // of its line
+    store::BatchLine line{};
+};
+
 struct Step {
     enum class Kind { start, commit, stop, file };
 
     Kind kind{};
     std::size_t number = 0;
     std::string path{};              // of a file
-    std::vector<BlockLine> lines{};  // of a commit or a file
+    std::vector<BlockLine> lines{};  // of a file
+    std::vector<Change> changes{};   // of a commit
     std::vector<Expectation> expected{};
 };
 

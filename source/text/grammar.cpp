@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "text/cursor.h"
 #include "text/names.h"
 #include "text/writing.h"
 
@@ -60,19 +59,6 @@ Result parseValue(Cursor& cursor, ostrelValueType type, Line& line) {
     return result;
 }
 
-Result parseOwner(Cursor& cursor, uint32_t& owner) {
-    if (!cursor.at('"'))
-        return cursor.takeNumber(largestNumber, owner);
-    std::string tag;
-    const Result result = cursor.takeQuoted(tag);
-    if (!result.ok() || tag.size() > 4) {
-        return result.ok() ? Result{"the owner is longer than 4 bytes"} : result;
-    }
-    for (size_t i = tag.size(); i-- > 0;)
-        owner = owner << 8U | static_cast<unsigned char>(tag[i]);
-    return {};
-}
-
 Result parseInstance(Cursor& cursor, Line& line) {
     line.kind = Line::Kind::instance;
     if (line.index == 0 || !line.member.empty())
@@ -80,7 +66,7 @@ Result parseInstance(Cursor& cursor, Line& line) {
     const Result result = cursor.takeName(line.instance.templateName);
     if (!result.ok())
         return result;
-    return cursor.skipBlanks() ? parseOwner(cursor, line.instance.owner)
+    return cursor.skipBlanks() ? takeOwner(cursor, line.instance.owner)
                                : Result{"a blank is missing behind the template"};
 }
 
@@ -129,6 +115,19 @@ std::string ownerTag(uint32_t owner) {
 }
 
 }  // namespace
+
+Result takeOwner(Cursor& cursor, uint32_t& owner) {
+    if (!cursor.at('"'))
+        return cursor.takeNumber(largestNumber, owner);
+    std::string tag;
+    const Result result = cursor.takeQuoted(tag);
+    if (!result.ok() || tag.size() > 4) {
+        return result.ok() ? Result{"the owner is longer than 4 bytes"} : result;
+    }
+    for (size_t i = tag.size(); i-- > 0;)
+        owner = owner << 8U | static_cast<unsigned char>(tag[i]);
+    return {};
+}
 
 Result parseLine(std::string_view text, Line& line) {
     line = {};

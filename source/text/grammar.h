@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "text/cursor.h"
 #include "text/rows.h"
 #include "text/values.h"
 
@@ -38,6 +39,9 @@ struct Line {
 
 // text: one line without its line break. Of a refused line only the kind tells what it seemed to be.
 Result parseLine(std::string_view text, Line& line);
+
+// A number, or a tag of up to four bytes in quotes.
+Result takeOwner(Cursor& cursor, uint32_t& owner);
 
 // Writes each row as one line.
 class LineWriter final : public RowVisitor {
