@@ -10,7 +10,7 @@
 
 // False, with a line in the log, when a pointer is null. place: the exported function's.
 bool validArguments(LogPlace place, std::initializer_list<const void*> pointers);
-// The same for a list to be written and for one value of it.
+// The same for a list to be written and for each value of it.
 bool validList(LogPlace place, const OstrelValues& list);
 
 // Writes the line for a function that ran into an exception.
