@@ -14,26 +14,26 @@
 
 namespace {
 
-bool readAll(int fd, void* bytes, std::size_t size) {
+bool readAll(int fd, void* bytes, size_t size) {
     auto* at = static_cast<char*>(bytes);
     while (size > 0) {
         ssize_t count = read(fd, at, size);
         if (count <= 0)
             return false;
         at += count;
-        size -= static_cast<std::size_t>(count);
+        size -= static_cast<size_t>(count);
     }
     return true;
 }
 
-void writeAll(int fd, const void* bytes, std::size_t size) {
+void writeAll(int fd, const void* bytes, size_t size) {
     auto* at = static_cast<const char*>(bytes);
     while (size > 0) {
         ssize_t count = write(fd, at, size);
         if (count <= 0)
             return;
         at += count;
-        size -= static_cast<std::size_t>(count);
+        size -= static_cast<size_t>(count);
     }
 }
 
@@ -50,12 +50,12 @@ int listenOn(const char* path) {
 
 // False when the client has gone.
 bool echo(int fd, int file, std::vector<char>& buffer) {
-    std::uint32_t size = 0;
-    std::uint32_t counter = 0;
+    uint32_t size = 0;
+    uint32_t counter = 0;
     if (!readAll(fd, &size, 4) || !readAll(fd, &counter, 4) || size > buffer.size() ||
         !readAll(fd, buffer.data(), size))
         return false;
-    std::uint32_t words[3] = {};
+    uint32_t words[3] = {};
     std::memcpy(words, buffer.data(), size < sizeof words ? size : sizeof words);
     if (words[0] == echoTask::appendAndSync) {
         writeAll(file, buffer.data(), words[2]);
@@ -76,10 +76,10 @@ void serveEcho() {
     for (;;) {
         if (poll(waits.data(), waits.size(), 1000) <= 0)
             continue;
-        for (std::size_t i = waits.size() - 1; i > 0; --i) {
+        for (size_t i = waits.size() - 1; i > 0; --i) {
             if (waits[i].revents != 0 && !echo(waits[i].fd, file, buffer)) {
                 close(waits[i].fd);
-                waits.erase(waits.begin() + static_cast<std::ptrdiff_t>(i));
+                waits.erase(waits.begin() + static_cast<ptrdiff_t>(i));
             }
         }
         if (waits[0].revents != 0)

@@ -43,7 +43,7 @@ void compareReads() {
     Connection bare(echoPath);
     for (int keys : {1, 100}) {
         std::string request = readRequest(0, keys);
-        std::uint32_t replySize = ours.ask(request);
+        uint32_t replySize = ours.ask(request);
         std::string echoed = echoRequest(echoTask::reply, replySize, request.size());
         Comparison result = compare(
             41, keys == 1 ? 2000 : 500, [&] { ours.ask(request); }, [&] { bare.ask(echoed); });
@@ -55,7 +55,7 @@ void compareReads() {
     Connection idle(serverPath);
     Connection idleBare(echoPath);
     std::string request = readRequest(0, 1);
-    std::uint32_t replySize = idle.ask(request);
+    uint32_t replySize = idle.ask(request);
     std::string echoed = echoRequest(echoTask::reply, replySize, request.size());
     idleBare.ask(echoed);
     print(
@@ -84,13 +84,13 @@ void compareCommits() {
     Process server = startServer(1000);
     Connection ours(serverPath);
     constexpr int sample = 100;
-    std::uint32_t value = 1000;
+    uint32_t value = 1000;
     commitOne(ours, 0, value++);
     auto before = fs::file_size("/vemra/var/ostrdb.txt");
     for (int i = 0; i < sample; ++i)
         commitOne(ours, i, value++);
-    auto appended = static_cast<std::uint32_t>((fs::file_size("/vemra/var/ostrdb.txt") - before) / sample);
-    std::uint32_t replySize = ours.ask(readRequest(0, 0));
+    auto appended = static_cast<uint32_t>((fs::file_size("/vemra/var/ostrdb.txt") - before) / sample);
+    uint32_t replySize = ours.ask(readRequest(0, 0));
     std::string echoed = echoRequest(echoTask::appendAndSync, replySize, 40, appended);
     int key = 0;
     print("durable commit of one key",
@@ -108,7 +108,7 @@ void compareSizes() {
     for (int keys : {1000, 1000000}) {
         Process server = startServer(keys);
         Connection ours(serverPath);
-        std::uint32_t value = 0;
+        uint32_t value = 0;
         Comparison result = compare(
             21, 40,
             [&] {
@@ -124,12 +124,12 @@ void measureStart() {
     constexpr int keys = 100000;
     constexpr double nameAndValue = 14 + 4;
     std::vector<double> seconds;
-    std::size_t memory = 0;
+    size_t memory = 0;
     for (int i = 0; i < 7; ++i) {
         writeDefaults(keys);
         seconds.push_back(secondsOf([&] { memory = privateMemory(launchServer().pid()); }));
     }
-    std::size_t base = privateMemory(startServer(10).pid());
+    size_t base = privateMemory(startServer(10).pid());
     std::printf("%-44s %9.0f ms  aim 500 ms\n", "start with 100,000 keys, to the first answer",
                 median(seconds) * 1000);
     std::printf("%-44s %9.0f bytes beyond its name and value  aim 200\n", "memory of a key",

@@ -24,7 +24,7 @@ double secondsOf(const std::function<void()>& operation) {
 }
 
 double median(std::vector<double> samples) {
-    auto middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
+    auto middle = samples.begin() + static_cast<ptrdiff_t>(samples.size() / 2);
     std::nth_element(samples.begin(), middle, samples.end());
     return *middle;
 }

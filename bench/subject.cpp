@@ -38,7 +38,7 @@ int connectTo(const char* path) {
     std::exit(1);
 }
 
-std::string list(std::uint32_t code, const char* name = nullptr, const std::string& value = "",
+std::string list(uint32_t code, const char* name = nullptr, const std::string& value = "",
                  ostrelValueType type = ostrelTypeNone) {
     ParametersBuilder builder(code);
     auto* bytes = reinterpret_cast<const unsigned char*>(value.data());
@@ -47,7 +47,7 @@ std::string list(std::uint32_t code, const char* name = nullptr, const std::stri
     return {reinterpret_cast<const char*>(builder.bytes().data()), builder.bytes().size()};
 }
 
-std::string word(std::uint32_t number) { return {reinterpret_cast<const char*>(&number), sizeof number}; }
+std::string word(uint32_t number) { return {reinterpret_cast<const char*>(&number), sizeof number}; }
 
 }  // namespace
 
@@ -98,8 +98,8 @@ Connection::Connection(const char* path) : fd_(connectTo(path)), reply_(1 << 20,
 Connection::~Connection() { close(fd_); }
 
 void Connection::send(const std::string& payload) const {
-    auto size = static_cast<std::uint32_t>(payload.size());
-    std::uint32_t counter = 0;
+    auto size = static_cast<uint32_t>(payload.size());
+    uint32_t counter = 0;
     if (write(fd_, &size, 4) != 4 || write(fd_, &counter, 4) != 4 ||
         write(fd_, payload.data(), payload.size()) != static_cast<ssize_t>(payload.size()))
         fail("write");
@@ -108,14 +108,14 @@ void Connection::send(const std::string& payload) const {
 void Connection::sendTogether(std::initializer_list<std::string> payloads) const {
     std::string frames;
     for (const std::string& payload : payloads)
-        frames += word(static_cast<std::uint32_t>(payload.size())) + word(0) + payload;
+        frames += word(static_cast<uint32_t>(payload.size())) + word(0) + payload;
     if (write(fd_, frames.data(), frames.size()) != static_cast<ssize_t>(frames.size()))
         fail("write");
 }
 
-std::uint32_t Connection::receive() {
-    std::uint32_t size = 0;
-    std::uint32_t counter = 0;
+uint32_t Connection::receive() {
+    uint32_t size = 0;
+    uint32_t counter = 0;
     if (recv(fd_, &size, 4, MSG_WAITALL) != 4 || recv(fd_, &counter, 4, MSG_WAITALL) != 4 ||
         recv(fd_, reply_.data(), size, MSG_WAITALL) != static_cast<ssize_t>(size))
         fail("read");
@@ -129,24 +129,23 @@ std::string readRequest(int firstKey, int count) {
     return {reinterpret_cast<const char*>(builder.bytes().data()), builder.bytes().size()};
 }
 
-std::string echoRequest(unsigned int task, std::uint32_t replySize, std::size_t requestSize,
-                        std::uint32_t append) {
+std::string echoRequest(unsigned int task, uint32_t replySize, size_t requestSize, uint32_t append) {
     std::string request = word(task) + word(replySize) + word(append);
     request.resize(std::max(request.size(), requestSize));
     return request;
 }
 
-void commitOne(Connection& connection, int key, std::uint32_t value) {
+void commitOne(Connection& connection, int key, uint32_t value) {
     connection.sendTogether(
         {list(29), list(6, keyName(key).c_str(), word(value), ostrelTypeDword), list(30), list(20)});
     connection.receive();
 }
 
-std::size_t privateMemory(pid_t pid) {
+size_t privateMemory(pid_t pid) {
     std::ifstream maps("/proc/" + std::to_string(pid) + "/smaps_rollup");
-    std::size_t total = 0;
+    size_t total = 0;
     for (std::string line; std::getline(maps, line);) {
-        std::size_t kibibytes = 0;
+        size_t kibibytes = 0;
         if (std::sscanf(line.c_str(), "Private_Dirty: %zu kB", &kibibytes) == 1)
             total += kibibytes * 1024;
     }

@@ -39,8 +39,8 @@ public:
     // A whole write sequence in one write, as a client would that has all of it.
     void sendTogether(std::initializer_list<std::string> payloads) const;
     // Returns the reply's payload size.
-    std::uint32_t receive();
-    std::uint32_t ask(const std::string& payload) {
+    uint32_t receive();
+    uint32_t ask(const std::string& payload) {
         send(payload);
         return receive();
     }
@@ -54,8 +54,7 @@ constexpr char serverPath[] = "/tmp/ostrel.sock";
 constexpr char echoPath[] = "/tmp/echo.sock";
 
 std::string readRequest(int firstKey, int count);
-std::string echoRequest(unsigned int task, std::uint32_t replySize, std::size_t requestSize,
-                        std::uint32_t append = 0);
-void commitOne(Connection& connection, int key, std::uint32_t value);
+std::string echoRequest(unsigned int task, uint32_t replySize, size_t requestSize, uint32_t append = 0);
+void commitOne(Connection& connection, int key, uint32_t value);
 // Resident bytes of a process that are its own.
-std::size_t privateMemory(pid_t pid);
+size_t privateMemory(pid_t pid);

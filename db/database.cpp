@@ -246,7 +246,7 @@ int Database::dataWriteRollback(long handle) {
     return 0;
 }
 
-int Database::dataRead(long handle, char const* name, ostrelValueType type, int* size, unsigned char* buffer,
+int Database::dataRead(long handle, const char* name, ostrelValueType type, int* size, unsigned char* buffer,
                        unsigned int pKey) const {
     if (name == nullptr || size == nullptr || buffer == nullptr ||
         (handle != 0 && (!open_ || handle != handle_))) {
@@ -261,7 +261,7 @@ int Database::dataRead(long handle, char const* name, ostrelValueType type, int*
     return 0;
 }
 
-int Database::getType(char const* name, unsigned int pKey, ostrelValueType* type) const {
+int Database::getType(const char* name, unsigned int pKey, ostrelValueType* type) const {
     const Value* value = name != nullptr && type != nullptr ? model_.find(name, pKey) : nullptr;
     if (value == nullptr)
         return refused;
@@ -269,11 +269,11 @@ int Database::getType(char const* name, unsigned int pKey, ostrelValueType* type
     return 0;
 }
 
-int Database::getVectorSize(char const* name, unsigned int owner) const {
+int Database::getVectorSize(const char* name, unsigned int owner) const {
     return name != nullptr ? static_cast<int>(model_.list(name, owner, nullptr, 0)) : 0;
 }
 
-int Database::getInstances(char const* name, unsigned int owner, unsigned int* keys, int* count) const {
+int Database::getInstances(const char* name, unsigned int owner, unsigned int* keys, int* count) const {
     if (name == nullptr || count == nullptr || *count < 0 || (keys == nullptr && *count > 0))
         return refused;
     const auto room = static_cast<size_t>(*count);
@@ -281,13 +281,13 @@ int Database::getInstances(char const* name, unsigned int owner, unsigned int* k
     return 0;
 }
 
-Result Database::check(long handle, char const* name) const {
+Result Database::check(long handle, const char* name) const {
     if (!open_ || handle != handle_)
         return {"not the open transaction"};
     return name == nullptr ? Result{"the name is null"} : Result{};
 }
 
-Result Database::write(long handle, char const* name, unsigned int pKey, int size, unsigned char const* value,
+Result Database::write(long handle, const char* name, unsigned int pKey, int size, const unsigned char* value,
                        ostrelValueType type) {
     if (const Result result = check(handle, name); !result.ok())
         return result;
@@ -299,23 +299,23 @@ Result Database::write(long handle, char const* name, unsigned int pKey, int siz
     return open_->write(name, pKey, std::move(made), mayCreate_);
 }
 
-int Database::createElement(long handle, char const* name, int size, unsigned char const* value,
+int Database::createElement(long handle, const char* name, int size, const unsigned char* value,
                             ostrelValueType type) {
     return answer(write(handle, name, 0, size, value, type), "write", name);
 }
 
-int Database::reWriteElement(long handle, char const* name, unsigned int pKey, int size,
-                             unsigned char const* value, ostrelValueType type) {
+int Database::reWriteElement(long handle, const char* name, unsigned int pKey, int size,
+                             const unsigned char* value, ostrelValueType type) {
     return answer(pKey != 0 ? write(handle, name, pKey, size, value, type) : Result{"the index is 0"},
                   "rewrite", name);
 }
 
-int Database::destroyElement(long handle, char const* name) {
+int Database::destroyElement(long handle, const char* name) {
     const Result result = check(handle, name);
     return answer(result.ok() ? open_->destroy(name) : result, "erase", name);
 }
 
-int Database::instanciateTmplt(long handle, char const* tpltName, char const* name, unsigned int owner,
+int Database::instanciateTmplt(long handle, const char* tpltName, const char* name, unsigned int owner,
                                unsigned int* pKey) {
     Result result = check(handle, name);
     if (result.ok() && tpltName == nullptr) {
@@ -329,7 +329,7 @@ int Database::instanciateTmplt(long handle, char const* tpltName, char const* na
     return answer(result, "instance", name);
 }
 
-int Database::removeInstance(long handle, char const* name, unsigned int* pKeys, int count) {
+int Database::removeInstance(long handle, const char* name, unsigned int* pKeys, int count) {
     Result result = check(handle, name);
     if (result.ok() && (count < 0 || (pKeys == nullptr && count > 0))) {
         result = {"there are no primary keys"};
@@ -340,7 +340,7 @@ int Database::removeInstance(long handle, char const* name, unsigned int* pKeys,
     return answer(result, "removal", name);
 }
 
-int Database::removeInstances(long handle, char const* name, unsigned int owner) {
+int Database::removeInstances(long handle, const char* name, unsigned int owner) {
     const Result result = check(handle, name);
     return answer(result.ok() ? open_->removeOwned(name, owner) : result, "removal", name);
 }

@@ -24,25 +24,25 @@ public:
     int dataCommit(long handle);
     int dataWriteRollback(long handle);
 
-    int dataRead(long handle, char const* name, ostrelValueType type, int* size, unsigned char* buffer,
+    int dataRead(long handle, const char* name, ostrelValueType type, int* size, unsigned char* buffer,
                  unsigned int pKey) const;
-    int getType(char const* name, unsigned int pKey, ostrelValueType* type) const;
-    int getVectorSize(char const* name, unsigned int owner) const;
-    int getInstances(char const* name, unsigned int owner, unsigned int* keys, int* count) const;
+    int getType(const char* name, unsigned int pKey, ostrelValueType* type) const;
+    int getVectorSize(const char* name, unsigned int owner) const;
+    int getInstances(const char* name, unsigned int owner, unsigned int* keys, int* count) const;
 
-    int createElement(long handle, char const* name, int size, unsigned char const* value,
+    int createElement(long handle, const char* name, int size, const unsigned char* value,
                       ostrelValueType type);
-    int reWriteElement(long handle, char const* name, unsigned int pKey, int size, unsigned char const* value,
+    int reWriteElement(long handle, const char* name, unsigned int pKey, int size, const unsigned char* value,
                        ostrelValueType type);
-    int destroyElement(long handle, char const* name);
-    int instanciateTmplt(long handle, char const* tpltName, char const* name, unsigned int owner,
+    int destroyElement(long handle, const char* name);
+    int instanciateTmplt(long handle, const char* tpltName, const char* name, unsigned int owner,
                          unsigned int* pKey);
-    int removeInstance(long handle, char const* name, unsigned int* pKeys, int count);
-    int removeInstances(long handle, char const* name, unsigned int owner);
+    int removeInstance(long handle, const char* name, unsigned int* pKeys, int count);
+    int removeInstances(long handle, const char* name, unsigned int owner);
 
 private:
-    Result check(long handle, char const* name) const;
-    Result write(long handle, char const* name, unsigned int pKey, int size, unsigned char const* value,
+    Result check(long handle, const char* name) const;
+    Result write(long handle, const char* name, unsigned int pKey, int size, const unsigned char* value,
                  ostrelValueType type);
     bool load(const Paths& paths, const FileCalls& files);
     bool mayChange();

@@ -13,7 +13,7 @@ namespace store {
 namespace {
 
 constexpr size_t minDeadBytes = size_t{1} << 16U;
-constexpr int maxKeptFiles = 1000;
+constexpr int mostKeptFiles = 1000;
 
 bool isLinkUnsupported(int error) {
     return error == EPERM || error == EOPNOTSUPP || error == ENOSYS || error == EMLINK;
@@ -275,7 +275,7 @@ bool LiveLog::isKeptAs(const std::string& kept) const {
 
 // The live name itself stays in place, so that no crash can leave the database without one.
 bool LiveLog::keepBeside() {
-    for (int number = 1; number <= maxKeptFiles; ++number) {
+    for (int number = 1; number <= mostKeptFiles; ++number) {
         const std::string kept = target_ + ".damaged-" + std::to_string(number);
         bool made = calls_.link(target_.c_str(), kept.c_str()) == 0;
         if (!made && isLinkUnsupported(errno))

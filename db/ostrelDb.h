@@ -40,25 +40,25 @@ public:
     // handle 0 reads what is committed, the open transaction's handle also what that has changed. size: in,
     // the room in buffer; out, the bytes written. Refused, with nothing written, when the type differs or the
     // room is too small.
-    int dataRead(long handle, char const* name, ostrelValueType type, int* size, unsigned char* buffer,
+    int dataRead(long handle, const char* name, ostrelValueType type, int* size, unsigned char* buffer,
                  unsigned int pKey);
-    int getType(char const* name, unsigned int pKey, ostrelValueType* type);
+    int getType(const char* name, unsigned int pKey, ostrelValueType* type);
     // Committed instances (or elements, owner 0) of the structure, vector or member name that belong to
     // owner.
-    int getVectorSize(char const* name, unsigned int owner);
+    int getVectorSize(const char* name, unsigned int owner);
     // Their primary keys, ascending. count: in, the room in keys; out, the keys written. Success is 0.
-    int getInstances(char const* name, unsigned int owner, unsigned int* keys, int* count);
+    int getInstances(const char* name, unsigned int owner, unsigned int* keys, int* count);
 
-    int createElement(long handle, char const* name, int size, unsigned char const* value,
+    int createElement(long handle, const char* name, int size, const unsigned char* value,
                       ostrelValueType type);
-    int reWriteElement(long handle, char const* name, unsigned int pKey, int size, unsigned char const* value,
+    int reWriteElement(long handle, const char* name, unsigned int pKey, int size, const unsigned char* value,
                        ostrelValueType type);
-    int destroyElement(long handle, char const* name);
+    int destroyElement(long handle, const char* name);
     // pKey may be null; on success it receives the new instance's primary key.
-    int instanciateTmplt(long handle, char const* tpltName, char const* name, unsigned int owner,
+    int instanciateTmplt(long handle, const char* tpltName, const char* name, unsigned int owner,
                          unsigned int* pKey);
-    int removeInstance(long handle, char const* name, unsigned int* pKeys, int count);
-    int removeInstances(long handle, char const* name, unsigned int owner);
+    int removeInstance(long handle, const char* name, unsigned int* pKeys, int count);
+    int removeInstances(long handle, const char* name, unsigned int owner);
 
 private:
     class Store;

@@ -47,11 +47,11 @@ bool Transaction::isKnown(std::string_view name, uint32_t index) const {
         return find(name, 0) != nullptr || (committed != nullptr && committed->plain.hasDefault);
     }
     const ValueChanges::OfName* mine = values_.find(name);
-    std::ptrdiff_t present = mine != nullptr ? mine->present : 0;
+    ptrdiff_t present = mine != nullptr ? mine->present : 0;
     if (const Elements* committed = committedVector(name); committed != nullptr) {
         if (committed->hasDefaults)
             return true;
-        present += static_cast<std::ptrdiff_t>(committed->present);
+        present += static_cast<ptrdiff_t>(committed->present);
     }
     return present != 0;
 }

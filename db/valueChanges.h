@@ -24,7 +24,7 @@ public:
         std::map<uint32_t, std::optional<Value>> cells;  // 0: the plain value; without a value: erased
         std::string structure;                           // not empty: the name is its member
         ostrelValueType vectorType = ostrelTypeNone;     // of the elements that were written last
-        std::ptrdiff_t present = 0;                      // vector elements more than are committed
+        ptrdiff_t present = 0;                           // vector elements more than are committed
     };
 
     // base must outlive the object.

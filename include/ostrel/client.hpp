@@ -21,18 +21,18 @@ namespace ostrel {
 
 struct Value {
     ostrelValueType type = ostrelTypeNone;
-    std::uint32_t number = 0;  // of Bool, Byte and Dword
-    std::string text{};        // of IP, MAC and String
+    uint32_t number = 0;  // of Bool, Byte and Dword
+    std::string text{};   // of IP, MAC and String
 };
 
 struct Key {
     std::string name;
-    std::uint32_t index = 0;
+    uint32_t index = 0;
 };
 
 struct Fault {
-    std::size_t change = 0;
-    std::size_t line = 0;
+    size_t change = 0;
+    size_t line = 0;
     std::string name;
     ostrelIndex index = 0;
     std::string reason;
@@ -79,8 +79,7 @@ public:
                                                     value.number));
     }
     void erase(const std::string& name) { require(ostrelTransactionErase(get(), detail::terminated(name))); }
-    ostrelIndex newInstance(const std::string& templateName, const std::string& structure,
-                            std::uint32_t owner) {
+    ostrelIndex newInstance(const std::string& templateName, const std::string& structure, uint32_t owner) {
         ostrelIndex instance = 0;
         require(ostrelTransactionNewInstance(get(), detail::terminated(templateName),
                                              detail::terminated(structure), owner, &instance));
@@ -89,14 +88,14 @@ public:
     void remove(const std::string& name, ostrelIndex index) {
         require(ostrelTransactionRemove(get(), detail::terminated(name), index));
     }
-    void removeOwned(const std::string& name, std::uint32_t owner) {
+    void removeOwned(const std::string& name, uint32_t owner) {
         require(ostrelTransactionRemoveOwned(get(), detail::terminated(name), owner));
     }
-    void setLine(std::size_t line) { require(ostrelTransactionSetLine(get(), line)); }
+    void setLine(size_t line) { require(ostrelTransactionSetLine(get(), line)); }
 
-    std::size_t count() const { return ostrelTransactionCount(get()); }
+    size_t count() const { return ostrelTransactionCount(get()); }
     // Of an instance that newInstance() made; 0 before the transaction is applied.
-    std::uint32_t key(ostrelIndex instance) const { return ostrelTransactionKey(get(), instance); }
+    uint32_t key(ostrelIndex instance) const { return ostrelTransactionKey(get(), instance); }
     bool mayBeApplied() const { return ostrelTransactionMayBeApplied(get()) != 0; }
 
     std::optional<Fault> fault() const {
@@ -124,7 +123,7 @@ private:
 // Every function throws Error.
 class Session {
 public:
-    using Progress = std::function<void(std::size_t sent, std::size_t changes)>;
+    using Progress = std::function<void(size_t sent, size_t changes)>;
 
     explicit Session(const std::string& program) : handle_(ostrelSessionNew(detail::terminated(program))) {
         if (!handle_)
@@ -144,7 +143,7 @@ public:
     void connect() { require(ostrelSessionConnect(get())); }
     void shutdown() { require(ostrelSessionShutdown(get())); }
 
-    Value read(const std::string& name, std::uint32_t index = 0) {
+    Value read(const std::string& name, uint32_t index = 0) {
         std::vector<std::optional<Value>> values = readMany({{name, index}});
         if (!values.front())
             throw Error(OSTREL_MISSING, ostrelSessionError(get()));
@@ -157,12 +156,12 @@ public:
         for (const Key& key : keys)
             wanted.push_back({detail::terminated(key.name), key.index});
         ostrelEntry* entries = nullptr;
-        ostrelStatus status = ostrelSessionRead(get(), wanted.data(), wanted.size(), &entries);
-        std::unique_ptr<ostrelEntry, FreeMemory> owner(entries);
+        const ostrelStatus status = ostrelSessionRead(get(), wanted.data(), wanted.size(), &entries);
+        const std::unique_ptr<ostrelEntry, FreeMemory> owner(entries);
         if (status != OSTREL_MISSING)
             require(status);
         std::vector<std::optional<Value>> values(keys.size());
-        for (std::size_t i = 0; i < keys.size(); ++i) {
+        for (size_t i = 0; i < keys.size(); ++i) {
             const ostrelEntry& entry = entries[i];
             if (entry.type != ostrelTypeNone)
                 values[i] = Value{entry.type, entry.number,
@@ -171,21 +170,21 @@ public:
         return values;
     }
 
-    std::uint32_t count(const std::string& name, std::uint32_t owner) {
-        std::uint32_t count = 0;
+    uint32_t count(const std::string& name, uint32_t owner) {
+        uint32_t count = 0;
         require(ostrelSessionCount(get(), detail::terminated(name), owner, &count));
         return count;
     }
 
     struct List {
-        std::vector<std::uint32_t> keys;
+        std::vector<uint32_t> keys;
         bool complete = true;  // false: the daemon cannot tell the rest
     };
-    List list(const std::string& name, std::uint32_t owner) {
-        std::uint32_t* keys = nullptr;
-        std::size_t count = 0;
-        ostrelStatus status = ostrelSessionList(get(), detail::terminated(name), owner, &keys, &count);
-        std::unique_ptr<std::uint32_t, FreeMemory> memory(keys);
+    List list(const std::string& name, uint32_t owner) {
+        uint32_t* keys = nullptr;
+        size_t count = 0;
+        const ostrelStatus status = ostrelSessionList(get(), detail::terminated(name), owner, &keys, &count);
+        const std::unique_ptr<uint32_t, FreeMemory> memory(keys);
         if (status != OSTREL_INCOMPLETE)
             require(status);
         return {{keys, keys + count}, status == OSTREL_DONE};
@@ -224,7 +223,7 @@ private:
             throw Error(status, ostrelSessionError(get()), transaction.fault());
     }
 
-    static void report(void* context, std::size_t sent, std::size_t changes) {
+    static void report(void* context, size_t sent, size_t changes) {
         try {
             (*static_cast<Progress*>(context))(sent, changes);
         } catch (...) {

@@ -9,8 +9,8 @@
 namespace names {
 namespace {
 
-constexpr std::size_t longestDomainName = 253;
-constexpr std::size_t longestLabel = 63;
+constexpr size_t longestDomainName = 253;
+constexpr size_t longestLabel = 63;
 
 bool isLabelCharacter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
@@ -25,7 +25,7 @@ bool isDomainName(std::string_view text) {
     if (text.size() > longestDomainName)
         return false;
     for (;;) {
-        std::size_t dot = text.find('.');
+        const size_t dot = text.find('.');
         if (!isLabel(text.substr(0, dot)))
             return false;
         if (dot == std::string_view::npos)
@@ -54,7 +54,7 @@ Setting readDomain() { return readString("lan.domain"); }
 
 std::vector<Host> readHosts() {
     std::vector<Host> hosts;
-    for (unsigned int key : ostrel::plugin::instancesOf("host", "dns"))
+    for (const unsigned int key : ostrel::plugin::instancesOf("host", "dns"))
         hosts.push_back({readString("host.name", key), readIp("host.address", key)});
     std::erase_if(hosts,
                   [](const Host& host) { return host.name.value.empty() || host.address.value.empty(); });
@@ -83,7 +83,7 @@ const std::string& addressOf(const Setting& setting) {
 }
 
 std::string wholeNameOf(const Setting& name, const std::string& domain) {
-    std::string whole = domain.empty() ? name.value : name.value + '.' + domain;
+    const std::string whole = domain.empty() ? name.value : name.value + '.' + domain;
     return domainNameOf({name.key, name.index, whole});
 }
 

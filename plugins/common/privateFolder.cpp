@@ -14,7 +14,8 @@ void makePrivateFolder(const std::string& path) {
             throw std::system_error(errno, std::generic_category(), path);
     };
     check(mkdir(path.c_str(), 0700) == 0 || errno == EEXIST);
-    ostrel::plugin::Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const ostrel::plugin::Descriptor folder(
+        open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     check(static_cast<bool>(folder));
     struct stat info {};
     check(fstat(folder.get(), &info) == 0);

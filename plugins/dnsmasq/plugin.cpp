@@ -17,7 +17,7 @@ public:
 
     void writeConf() {
         isAccepted_ = false;
-        std::string text = render(readSettings());
+        const std::string text = render(readSettings());
         if (text != ostrel::plugin::readFile(configurationFile)) {
             checkConfiguration(text);
             replaceConfiguration(text);

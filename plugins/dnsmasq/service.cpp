@@ -39,14 +39,14 @@ Descriptor findService() {
     Descriptor process = ostrel::plugin::openProcess(pid);
     if (!process)
         return process;
-    std::string commandLine = readFile("/proc/" + std::to_string(pid) + "/cmdline").value_or("");
-    bool ours = commandLine.find(configurationOption) != std::string::npos;
+    const std::string commandLine = readFile("/proc/" + std::to_string(pid) + "/cmdline").value_or("");
+    const bool ours = commandLine.find(configurationOption) != std::string::npos;
     // Read from the very process only if that still runs now.
     return ours && !waitForEnd(process, milliseconds(0)) ? std::move(process) : Descriptor();
 }
 
 void stopService() {
-    Descriptor process = findService();
+    const Descriptor process = findService();
     if (!process)
         return;
     ostrel::plugin::sendSignal(process, SIGTERM);

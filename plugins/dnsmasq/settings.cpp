@@ -7,7 +7,7 @@ namespace dnsmasq {
 Settings readSettings() {
     Settings settings;
     settings.domain = names::readDomain();
-    for (unsigned int index : ostrel::plugin::elementsOf("dns.server"))
+    for (const unsigned int index : ostrel::plugin::elementsOf("dns.server"))
         settings.servers.push_back(names::readIp("dns.server", index));
     settings.hosts = names::readHosts();
     return settings;

@@ -11,15 +11,15 @@ namespace exec {
 namespace {
 
 // The runner's answers to one request of each find room on their way.
-constexpr std::size_t mostRules = 128;
-constexpr std::size_t longestPattern = OSTREL_LONGEST_NAME;
+constexpr size_t mostRules = 128;
+constexpr size_t longestPattern = OSTREL_LONGEST_NAME;
 // With name and deadline a message to the runner, which the system takes whole or not at all.
-constexpr std::size_t longestCommand = 2000;
+constexpr size_t longestCommand = 2000;
 constexpr unsigned int longestDeadline = 3600;
 constexpr std::string_view blanks = " \t\r";
 
 std::string_view trimmed(std::string_view text) {
-    std::size_t begin = std::min(text.find_first_not_of(blanks), text.size());
+    const size_t begin = std::min(text.find_first_not_of(blanks), text.size());
     text.remove_prefix(begin);
     return text.substr(0, text.find_last_not_of(blanks) + 1);
 }
@@ -27,7 +27,7 @@ std::string_view trimmed(std::string_view text) {
 std::vector<std::string> words(std::string_view text) {
     std::vector<std::string> words;
     for (text = trimmed(text); !text.empty(); text = trimmed(text)) {
-        std::size_t end = std::min(text.find_first_of(blanks), text.size());
+        const size_t end = std::min(text.find_first_of(blanks), text.size());
         words.emplace_back(text.substr(0, end));
         text.remove_prefix(end);
     }
@@ -78,7 +78,7 @@ private:
         deadlineSet_ = false;
         bad_ = false;
         head_ = line_;
-        std::string_view name = line.substr(1, line.size() - std::min<std::size_t>(2, line.size()));
+        const std::string_view name = line.substr(1, line.size() - std::min<size_t>(2, line.size()));
         if (line.back() != ']' || !isName(name))
             fail(line_, "not the [NAME] of a rule");
         rule_.name = name;
@@ -100,9 +100,9 @@ private:
     }
 
     void setting(std::string_view line) {
-        std::size_t sign = line.find('=');
-        std::string_view word = trimmed(line.substr(0, sign));
-        std::string_view value = sign == std::string_view::npos ? "" : trimmed(line.substr(sign + 1));
+        const size_t sign = line.find('=');
+        const std::string_view word = trimmed(line.substr(0, sign));
+        const std::string_view value = sign == std::string_view::npos ? "" : trimmed(line.substr(sign + 1));
         if (word != "watch" && word != "run" && word != "deadline")
             fail(line_, "neither watch, run nor deadline");
         else if (value.empty())
@@ -163,7 +163,7 @@ private:
 RuleFile parseRules(std::string_view text, const std::string& file) {
     Parser parser(file);
     while (!text.empty()) {
-        std::size_t end = std::min(text.find('\n'), text.size());
+        const size_t end = std::min(text.find('\n'), text.size());
         parser.take(text.substr(0, end));
         text.remove_prefix(std::min(end + 1, text.size()));
     }

@@ -15,7 +15,7 @@
 
 namespace exec {
 
-constexpr std::size_t longestName = 64;
+constexpr size_t longestName = 64;
 
 struct Rule {
     std::string name;  // letters, digits, '-', '_' and '.', at most longestName

@@ -45,7 +45,7 @@ std::optional<std::string> RunnerProcess::nextRead() {
     ssize_t size = recv(socket_.get(), name.data(), name.size(), MSG_DONTWAIT);
     if (size <= 0)
         return std::nullopt;
-    return std::string(name.data(), static_cast<std::size_t>(size));
+    return std::string(name.data(), static_cast<size_t>(size));
 }
 
 }  // namespace exec

@@ -23,25 +23,25 @@ constexpr char hostsHead[] =
 
 // The names of a line, separated by blanks.
 std::string namesOf(const names::Setting& name, const std::string& domain) {
-    std::string whole = names::wholeNameOf(name, domain);
+    const std::string whole = names::wholeNameOf(name, domain);
     return domain.empty() ? whole : whole + ' ' + name.value;
 }
 
 // What the device's own programs go by: another address for it would lead them astray.
 bool isOwnName(const std::string& name, const std::string& ownNames) {
-    std::string own = " localhost ip6-localhost ip6-loopback " + names::lowered(ownNames) + ' ';
+    const std::string own = " localhost ip6-localhost ip6-loopback " + names::lowered(ownNames) + ' ';
     return own.find(' ' + names::lowered(name) + ' ') != std::string::npos;
 }
 
 std::string renderHosts(const names::Setting& ownName) {
-    names::Setting domain = names::readDomain();
+    const names::Setting domain = names::readDomain();
     if (!domain.value.empty())
         names::domainNameOf(domain);
-    std::string ownNames = namesOf(ownName, domain.value);
+    const std::string ownNames = namesOf(ownName, domain.value);
     // The own name is found also where no interface has an address.
     std::string text = hostsHead + ("127.0.1.1 " + ownNames + '\n');
     for (const names::Host& host : names::readHosts()) {
-        std::string hostNames = namesOf(host.name, domain.value);
+        const std::string hostNames = namesOf(host.name, domain.value);
         if (isOwnName(host.name.value, ownNames))
             throw BadValue(host.name.key, host.name.index, "a name of the device itself");
         text += names::addressOf(host.address) + ' ' + hostNames + '\n';
@@ -62,7 +62,7 @@ bool isZoneName(const std::string& text) {
 void checkZone(const std::string& zone) {
     if (!isZoneName(zone))
         throw BadValue(zoneKey, 0, "not the name of a time zone");
-    std::string path = zoneFolder + zone;
+    const std::string path = zoneFolder + zone;
     struct stat file {};
     if (stat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode) ||
         !ostrel::plugin::readFile(path).value_or("").starts_with(zoneMark))
@@ -73,7 +73,7 @@ void checkZone(const std::string& zone) {
 
 Identity readIdentity() {
     Identity identity;
-    names::Setting hostName = names::readString("system.hostName");
+    const names::Setting hostName = names::readString("system.hostName");
     if (!hostName.value.empty()) {
         if (!names::isHostName(hostName.value))
             throw BadValue(hostName.key, 0, "not a host name");

@@ -52,7 +52,7 @@ public:
     void writeConf() {
         hostName_ = lastGoodHostName();
         // All of it is checked before the first file is written.
-        Identity identity = readIdentity();
+        const Identity identity = readIdentity();
         if (!identity.hostName.empty()) {
             replaceFile("/etc/hosts", identity.hosts);
             replaceFile("/etc/hostname", identity.hostName + '\n');

@@ -34,7 +34,7 @@ Doorman::Doorman(const Listener& listener, Readers& readers)
     : listener_(listener), readers_(readers), end_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!end_)
         throw std::system_error(errno, std::generic_category(), "eventfd");
-    SignalsBlocked blocked;
+    const SignalsBlocked blocked;
     thread_ = std::thread([this] { run(); });
 }
 
@@ -72,7 +72,7 @@ void Doorman::run() {
         std::unique_lock<std::mutex> lock(mutex_);
         // Admitted in one: else a reader who is accepted, and not among the others yet, would miss what is
         // told meanwhile.
-        bool hasFailed = listener_.admitOne(readers_) == Listener::Admission::failed;
+        const bool hasFailed = listener_.admitOne(readers_) == Listener::Admission::failed;
         lock.unlock();
         if (hasFailed)
             pause(untilDescriptorsAreFree);

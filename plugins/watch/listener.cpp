@@ -52,7 +52,7 @@ Descriptor bindSocket() {
     Descriptor fresh = makeSocket();
     if (withAddress(bind, fresh))
         return fresh;
-    int error = errno;
+    const int error = errno;
     if (error != EADDRINUSE || !isLeftOver())
         fail(error);
     unlink(OSTREL_WATCH_SOCKET);
@@ -67,7 +67,7 @@ Listener::Listener() : socket_(bindSocket()) {
     // Before anybody can connect, as on the daemon's own socket: everybody may.
     if (chmod(OSTREL_WATCH_SOCKET, 0666) == 0 && listen(socket_.get(), mostWaiting) == 0)
         return;
-    int error = errno;
+    const int error = errno;
     unlink(OSTREL_WATCH_SOCKET);
     fail(error);
 }

@@ -29,7 +29,7 @@ public:
     void trigger(const char* key) {
         if (!doorman_)
             return;
-        std::unique_lock<std::mutex> lock = doorman_->stepAside();
+        const std::unique_lock<std::mutex> lock = doorman_->stepAside();
         listener_->admitAll(readers_);
         readers_.tell(key);
     }

@@ -15,16 +15,15 @@ namespace {
 
 using ostrel::plugin::Descriptor;
 
-constexpr std::size_t mostReaders = 32;
+constexpr size_t mostReaders = 32;
 // The kernel takes twice as much for each reader that does not read. A packet costs about 768 bytes of it.
 constexpr int wantedRoom = 512 * 1024;
 // So that the loss itself can be told when the rest is full.
 constexpr int roomForLoss = 4096;
 
 // False: errno says why.
-bool sendPacket(const Descriptor& to, ostrelWatchKind kind, std::uint32_t number,
-                std::string_view name = {}) {
-    ostrelWatchHeader header{static_cast<std::uint32_t>(kind), number};
+bool sendPacket(const Descriptor& to, ostrelWatchKind kind, uint32_t number, std::string_view name = {}) {
+    ostrelWatchHeader header{static_cast<uint32_t>(kind), number};
     std::array<iovec, 2> parts{{{&header, sizeof header}, {const_cast<char*>(name.data()), name.size()}}};
     msghdr message{};
     message.msg_iov = parts.data();
@@ -44,7 +43,7 @@ int makeRoom(const Descriptor& connection) {
     int doubled = 0;
     socklen_t size = sizeof doubled;
     getsockopt(connection.get(), SOL_SOCKET, SO_SNDBUF, &doubled, &size);
-    int room = doubled / 2 - roomForLoss;
+    const int room = doubled / 2 - roomForLoss;
     setRoom(connection, room);
     return room;
 }

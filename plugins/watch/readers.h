@@ -20,9 +20,9 @@ private:
     void tellLoss() const;
 
     ostrel::plugin::Descriptor connection_;
-    int room_;                  // bytes, as SO_SNDBUF takes them
-    std::uint32_t number_ = 0;  // of the last change
-    bool isBehind_ = false;     // the last change was lost
+    int room_;               // bytes, as SO_SNDBUF takes them
+    uint32_t number_ = 0;    // of the last change
+    bool isBehind_ = false;  // the last change was lost
 };
 
 class Readers {

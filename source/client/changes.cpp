@@ -19,7 +19,7 @@ void require(store::Result result) {
 }
 
 void checkName(std::string_view name, const char* what) {
-    if (store::Result result = store::checkName(name); !result.ok())
+    if (const store::Result result = store::checkName(name); !result.ok())
         throw Failure(OSTREL_INVALID, std::string(what) + ": " + result.refusal);
 }
 
@@ -29,7 +29,7 @@ void checkValue(const Change& change) {
 }
 
 void checkSize(const Change& change) {
-    std::size_t size =
+    const size_t size =
         listHead +
         entrySize({.name = change.name, .value = asValue(change.value), .tpltName = change.templateName});
     if (size > receiveBufferSize)
@@ -41,7 +41,7 @@ void checkSize(const Change& change) {
 
 bool Changes::isNewInstance(ostrelIndex index) { return index >= firstNewInstance; }
 
-const std::uint32_t* Changes::key(ostrelIndex index) const {
+const uint32_t* Changes::key(ostrelIndex index) const {
     return index - firstNewInstance < keys_.size() ? &keys_[index - firstNewInstance] : nullptr;
 }
 
@@ -51,8 +51,8 @@ void Changes::checkIndex(const Change& change) const {
     if (change.index - firstNewInstance >= structures_.size())
         throw Failure(OSTREL_INVALID, "the index is neither a number up to 4294967295 nor a new instance");
     const std::string& structure = structures_[change.index - firstNewInstance];
-    bool isMember = change.code == messageCode::notify && change.name.starts_with(structure + '.');
-    bool isInstance = change.code == messageCode::deinstanciate && change.name == structure;
+    const bool isMember = change.code == messageCode::notify && change.name.starts_with(structure + '.');
+    const bool isInstance = change.code == messageCode::deinstanciate && change.name == structure;
     if (!isMember && !isInstance)
         throw Failure(OSTREL_INVALID, "the new instance is one of " + structure);
 }
@@ -96,8 +96,7 @@ void Changes::spoil(const std::string& reason) noexcept {
     }
 }
 
-void Changes::setNumber(std::string_view name, ostrelIndex index, ostrelValueType type,
-                        std::uint32_t number) {
+void Changes::setNumber(std::string_view name, ostrelIndex index, ostrelValueType type, uint32_t number) {
     Change change{.code = messageCode::notify, .name = std::string(name), .type = type, .index = index};
     const store::TypeInfo& info = store::infoOf(type);
     std::optional<std::string> problem;
@@ -124,8 +123,7 @@ void Changes::setText(std::string_view name, ostrelIndex index, ostrelValueType 
 
 void Changes::erase(std::string_view name) { stage({.code = messageCode::erase, .name = std::string(name)}); }
 
-ostrelIndex Changes::newInstance(std::string_view templateName, std::string_view structure,
-                                 std::uint32_t owner) {
+ostrelIndex Changes::newInstance(std::string_view templateName, std::string_view structure, uint32_t owner) {
     stage({.code = messageCode::instanciate,
            .name = std::string(structure),
            .owner = owner,
@@ -138,7 +136,7 @@ void Changes::remove(std::string_view name, ostrelIndex index) {
     stage({.code = messageCode::deinstanciate, .name = std::string(name), .index = index});
 }
 
-void Changes::removeOwned(std::string_view name, std::uint32_t owner) {
+void Changes::removeOwned(std::string_view name, uint32_t owner) {
     stage({.code = messageCode::deinstanciateOwner, .name = std::string(name), .owner = owner});
 }
 

@@ -17,37 +17,37 @@
 namespace client {
 
 struct Change {
-    std::uint32_t code = 0;  // of the message that carries it
+    uint32_t code = 0;  // of the message that carries it
     std::string name{};
     std::string value{};  // bytes as they travel
     ostrelValueType type = ostrelTypeNone;
     ostrelIndex index = 0;  // a primary key, or an instance that the transaction makes
-    std::uint32_t owner = 0;
+    uint32_t owner = 0;
     std::string templateName{};
-    std::size_t line = 0;
+    size_t line = 0;
 };
 
 struct Fault {
-    std::size_t change = 0;
+    size_t change = 0;
     std::string reason;
 };
 
 class Changes {
 public:
-    void setNumber(std::string_view name, ostrelIndex index, ostrelValueType type, std::uint32_t number);
+    void setNumber(std::string_view name, ostrelIndex index, ostrelValueType type, uint32_t number);
     void setText(std::string_view name, ostrelIndex index, ostrelValueType type, std::string_view text);
     void erase(std::string_view name);
-    ostrelIndex newInstance(std::string_view templateName, std::string_view structure, std::uint32_t owner);
+    ostrelIndex newInstance(std::string_view templateName, std::string_view structure, uint32_t owner);
     void remove(std::string_view name, ostrelIndex index);
-    void removeOwned(std::string_view name, std::uint32_t owner);
-    void setLine(std::size_t line) { line_ = line; }
+    void removeOwned(std::string_view name, uint32_t owner);
+    void setLine(size_t line) { line_ = line; }
     // What could not even be staged; no effect when something else was refused before.
     void spoil(const std::string& reason) noexcept;
     bool isSpoiled() const { return spoiled_; }
 
     const std::vector<Change>& list() const { return list_; }
     // The staged change with this number; behind the last, the one that was not accepted.
-    const Change& at(std::size_t number) const { return number < list_.size() ? list_[number] : refused_; }
+    const Change& at(size_t number) const { return number < list_.size() ? list_[number] : refused_; }
     // Of the first call that failed to stage; its change is the one behind the list. Nothing also when there
     // was no memory for it.
     const std::optional<Fault>& stagingFault() const { return stagingFault_; }
@@ -55,9 +55,9 @@ public:
     // The instances that the changes make, in their order, have a primary key once the daemon has told it.
     static bool isNewInstance(ostrelIndex index);
     // Null: none yet. The index must be one that newInstance() has returned.
-    const std::uint32_t* key(ostrelIndex index) const;
+    const uint32_t* key(ostrelIndex index) const;
     // Of the next instance without one.
-    void addKey(std::uint32_t key) { keys_.push_back(key); }
+    void addKey(uint32_t key) { keys_.push_back(key); }
     void forgetKeys() { keys_.clear(); }
 
     // The daemon has them, and may have committed.
@@ -73,9 +73,9 @@ private:
     bool spoiled_ = false;
     std::optional<Fault> stagingFault_;
     Change refused_;
-    std::size_t line_ = 0;
+    size_t line_ = 0;
     std::vector<std::string> structures_;  // of the new instances
-    std::vector<std::uint32_t> keys_;      // of as many of them as the daemon has told
+    std::vector<uint32_t> keys_;           // of as many of them as the daemon has told
 };
 
 }  // namespace client

@@ -19,11 +19,11 @@
 namespace client {
 namespace {
 
-constexpr std::uint32_t counterEnd = 0xFF00;
-constexpr std::size_t frameHead = 8;
-constexpr std::size_t codeSize = 4;
+constexpr uint32_t counterEnd = 0xFF00;
+constexpr size_t frameHead = 8;
+constexpr size_t codeSize = 4;
 // Far above what any request can bring: up to 193 values of 4096 bytes.
-constexpr std::uint32_t longestAnswer = std::uint32_t{1} << 24U;
+constexpr uint32_t longestAnswer = uint32_t{1} << 24U;
 
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
@@ -49,7 +49,7 @@ Failure connectFailure(const Deadline& deadline) {
     }
 }
 
-void appendWord(std::string& bytes, std::uint32_t word) {
+void appendWord(std::string& bytes, uint32_t word) {
     std::array<char, sizeof word> raw{};
     std::memcpy(raw.data(), &word, raw.size());
     bytes.append(raw.data(), raw.size());
@@ -70,7 +70,7 @@ Connection::Connection(const std::string& name, const std::string& daemonUser, c
     identify(daemonUser);
     std::string payload;
     appendWord(payload, messageCode::connect);
-    appendWord(payload, static_cast<std::uint32_t>(name.size()));
+    appendWord(payload, static_cast<uint32_t>(name.size()));
     payload += name;
     queue({reinterpret_cast<const unsigned char*>(payload.data()), payload.size()});
 }
@@ -110,7 +110,7 @@ void Connection::identify(const std::string& daemonUser) {
 }
 
 void Connection::queue(std::span<const unsigned char> payload) {
-    appendWord(outgoing_, static_cast<std::uint32_t>(payload.size()));
+    appendWord(outgoing_, static_cast<uint32_t>(payload.size()));
     appendWord(outgoing_, counter_);
     outgoing_.append(reinterpret_cast<const char*>(payload.data()), payload.size());
     counter_ = (counter_ + 1) % counterEnd;
@@ -120,7 +120,7 @@ void Connection::flush(const Deadline& deadline, const std::function<void()>& wh
     while (!isAllSent()) {
         if (closed_ || broken_)
             throw ConnectionLost();
-        std::size_t before = sent_;
+        const size_t before = sent_;
         waitAndMove(deadline);
         if (whenSent && sent_ != before)
             whenSent();
@@ -144,7 +144,7 @@ void Connection::confirm(const Deadline& deadline) {
 }
 
 void Connection::waitAndMove(const Deadline& deadline) {
-    bool sending = !isAllSent() && !broken_;
+    const bool sending = !isAllSent() && !broken_;
     if (sending) {
         send();
         if (isAllSent())
@@ -164,11 +164,11 @@ void Connection::waitAndMove(const Deadline& deadline) {
 }
 
 void Connection::send() {
-    ssize_t size = ::send(fd_.get(), outgoing_.data() + outgoingAt_, outgoing_.size() - outgoingAt_,
-                          MSG_DONTWAIT | MSG_NOSIGNAL);
+    const ssize_t size = ::send(fd_.get(), outgoing_.data() + outgoingAt_, outgoing_.size() - outgoingAt_,
+                                MSG_DONTWAIT | MSG_NOSIGNAL);
     if (size >= 0) {
-        outgoingAt_ += static_cast<std::size_t>(size);
-        sent_ += static_cast<std::size_t>(size);
+        outgoingAt_ += static_cast<size_t>(size);
+        sent_ += static_cast<size_t>(size);
     } else if (errno == EPIPE || errno == ECONNRESET) {
         // What the daemon sent before it closed can still be received.
         broken_ = true;
@@ -182,8 +182,8 @@ void Connection::send() {
 }
 
 void Connection::receiveSome() {
-    std::array<unsigned char, std::size_t{1} << 16U> room;
-    ssize_t size = recv(fd_.get(), room.data(), room.size(), MSG_DONTWAIT);
+    std::array<unsigned char, size_t{1} << 16U> room;
+    const ssize_t size = recv(fd_.get(), room.data(), room.size(), MSG_DONTWAIT);
     if (size > 0) {
         incoming_.insert(incoming_.end(), room.begin(), room.begin() + size);
     } else if (size == 0 || errno == ECONNRESET) {
@@ -194,15 +194,15 @@ void Connection::receiveSome() {
 }
 
 bool Connection::takeFrame(Answer& answer) {
-    std::size_t left = incoming_.size() - incomingAt_;
+    const size_t left = incoming_.size() - incomingAt_;
     if (left < frameHead)
         return false;
-    std::uint32_t size = readWord(incoming_.data() + incomingAt_);
+    const uint32_t size = readWord(incoming_.data() + incomingAt_);
     if (size < codeSize || size > longestAnswer)
         throw nonsense();
     if (left < frameHead + size)
         return false;
-    auto begin = incoming_.begin() + static_cast<std::ptrdiff_t>(incomingAt_ + frameHead);
+    auto begin = incoming_.begin() + static_cast<ptrdiff_t>(incomingAt_ + frameHead);
     answer.bytes.assign(begin, begin + size);
     incomingAt_ += frameHead + size;
     if (incomingAt_ == incoming_.size()) {

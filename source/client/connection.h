@@ -21,7 +21,7 @@ namespace client {
 class ConnectionLost {};
 
 struct Answer {
-    std::uint32_t code = 0;
+    uint32_t code = 0;
     std::vector<unsigned char> bytes;
     std::vector<Parameter> entries;  // borrowed from bytes
 };
@@ -52,10 +52,10 @@ public:
 
     // Puts a frame with the payload behind those that wait to be sent; does no I/O.
     void queue(std::span<const unsigned char> payload);
-    void queue(std::uint32_t code) { queue(ParametersBuilder(code).bytes()); }
+    void queue(uint32_t code) { queue(ParametersBuilder(code).bytes()); }
     // Bytes that were ever queued, and how many of them the system has taken.
-    std::size_t queued() const { return sent_ + outgoing_.size() - outgoingAt_; }
-    std::size_t sent() const { return sent_; }
+    size_t queued() const { return sent_ + outgoing_.size() - outgoingAt_; }
+    size_t sent() const { return sent_; }
 
     // Sends what is queued. whenSent is called each time the system has taken some of it. Throws
     // ConnectionLost.
@@ -77,14 +77,14 @@ private:
 
     process::Descriptor fd_;
     DaemonIdentity daemon_;
-    std::uint32_t counter_ = 0;
+    uint32_t counter_ = 0;
     std::string outgoing_;
-    std::size_t outgoingAt_ = 0;  // what stands before it has been sent
-    std::size_t sent_ = 0;
+    size_t outgoingAt_ = 0;  // what stands before it has been sent
+    size_t sent_ = 0;
     std::vector<unsigned char> incoming_;
-    std::size_t incomingAt_ = 0;  // what stands before it has been taken
-    bool broken_ = false;         // no more can be sent
-    bool closed_ = false;         // no more will come
+    size_t incomingAt_ = 0;  // what stands before it has been taken
+    bool broken_ = false;    // no more can be sent
+    bool closed_ = false;    // no more will come
 };
 
 }  // namespace client

@@ -9,7 +9,7 @@ namespace {
 std::string explainWrite(Connection& connection, const Change& change, const Deadline& deadline) {
     if (Changes::isNewInstance(change.index))
         return "the new instance has no such member of this type";
-    const Key key{change.name, static_cast<std::uint32_t>(change.index)};
+    const Key key{change.name, static_cast<uint32_t>(change.index)};
     if (auto present = readValues(connection, {&key, 1}, deadline).front()) {
         return present->type != change.type ? "the key is a " + std::string(store::infoOf(present->type).name)
                                             : "the daemon does not tell why";

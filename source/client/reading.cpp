@@ -10,7 +10,7 @@ namespace client {
 namespace {
 
 // So many requests are under way at a time: the daemon shall not have to wait for us to read its answers.
-constexpr std::size_t window = 4;
+constexpr size_t window = 4;
 
 Failure nonsense() { return {OSTREL_FAILED, "the daemon's answer makes no sense"}; }
 
@@ -18,8 +18,8 @@ Parameter question(const std::string& name, const std::string& number) {
     return {.name = name, .value = asValue(number), .tpltName = {}};
 }
 
-std::uint32_t numberOf(const Parameter& entry) {
-    if (entry.value.size() != sizeof(std::uint32_t))
+uint32_t numberOf(const Parameter& entry) {
+    if (entry.value.size() != sizeof(uint32_t))
         throw nonsense();
     return entry.valueAsNumber();
 }
@@ -31,12 +31,11 @@ public:
         : connection_(connection), keys_(keys), deadline_(deadline), values_(keys.size()) {}
 
     // perRequest: the most keys in one. Of a request that fails, the numbers of the keys go to failed.
-    void read(std::span<const std::size_t> numbers, std::size_t perRequest,
-              std::vector<std::size_t>& failed) {
-        std::deque<std::span<const std::size_t>> pending;
+    void read(std::span<const size_t> numbers, size_t perRequest, std::vector<size_t>& failed) {
+        std::deque<std::span<const size_t>> pending;
         while (!numbers.empty() || !pending.empty()) {
             while (!numbers.empty() && pending.size() < window) {
-                std::size_t size = queueNext(numbers, perRequest);
+                const size_t size = queueNext(numbers, perRequest);
                 pending.push_back(numbers.first(size));
                 numbers = numbers.subspan(size);
             }
@@ -49,13 +48,13 @@ public:
 
 private:
     // Returns how many keys from the front the request takes.
-    std::size_t queueNext(std::span<const std::size_t> numbers, std::size_t perRequest) {
+    size_t queueNext(std::span<const size_t> numbers, size_t perRequest) {
         ParametersBuilder message(messageCode::read);
-        std::size_t size = 0;
+        size_t size = 0;
         for (; size < std::min(numbers.size(), perRequest); ++size) {
             const Key& key = keys_[numbers[size]];
-            std::string index = numberBytes(key.index);
-            Parameter entry = question(key.name, index);
+            const std::string index = numberBytes(key.index);
+            const Parameter entry = question(key.name, index);
             if (message.bytes().size() + entrySize(entry) > receiveBufferSize)
                 break;
             message.add(entry);
@@ -64,14 +63,14 @@ private:
         return size;
     }
 
-    void take(const Answer& answer, std::span<const std::size_t> numbers, std::vector<std::size_t>& failed) {
+    void take(const Answer& answer, std::span<const size_t> numbers, std::vector<size_t>& failed) {
         if (answer.code == messageCode::failureAnswer) {
             failed.insert(failed.end(), numbers.begin(), numbers.end());
             return;
         }
         if (answer.code != messageCode::readAnswer || answer.entries.size() != numbers.size())
             throw nonsense();
-        for (std::size_t i = 0; i < numbers.size(); ++i) {
+        for (size_t i = 0; i < numbers.size(); ++i) {
             store::Value& value = values_[numbers[i]].emplace();
             const Parameter& entry = answer.entries[i];
             if (entry.name != keys_[numbers[i]].name ||
@@ -91,21 +90,21 @@ private:
 std::vector<std::optional<store::Value>> readValues(Connection& connection, std::span<const Key> keys,
                                                     const Deadline& deadline) {
     BatchReader reader(connection, keys, deadline);
-    std::vector<std::size_t> all(keys.size());
-    for (std::size_t i = 0; i < all.size(); ++i)
+    std::vector<size_t> all(keys.size());
+    for (size_t i = 0; i < all.size(); ++i)
         all[i] = i;
     // One missing key fails its whole request; then each is asked for alone.
-    std::vector<std::size_t> failed;
-    std::vector<std::size_t> missing;
+    std::vector<size_t> failed;
+    std::vector<size_t> missing;
     reader.read(all, all.size(), failed);
     reader.read(failed, 1, missing);
     return std::move(reader).values();
 }
 
-std::uint32_t countInstances(Connection& connection, const std::string& name, std::uint32_t owner,
-                             const Deadline& deadline) {
+uint32_t countInstances(Connection& connection, const std::string& name, uint32_t owner,
+                        const Deadline& deadline) {
     ParametersBuilder message(messageCode::ownerQty);
-    std::string number = numberBytes(owner);
+    const std::string number = numberBytes(owner);
     message.add(question(name, number));
     connection.queue(message.bytes());
     Answer answer = connection.receive(deadline);
@@ -114,23 +113,23 @@ std::uint32_t countInstances(Connection& connection, const std::string& name, st
     return numberOf(answer.entries.front());
 }
 
-List listInstances(Connection& connection, const std::string& name, std::uint32_t owner,
+List listInstances(Connection& connection, const std::string& name, uint32_t owner,
                    const Deadline& deadline) {
     // The daemon answers with as many keys as the request has entries.
     ParametersBuilder message(messageCode::pKeyList);
-    std::string number = numberBytes(owner);
+    const std::string number = numberBytes(owner);
     message.add(question(name, number));
-    std::size_t room = 1;
+    size_t room = 1;
     for (; message.bytes().size() + entryHead <= receiveBufferSize; ++room)
         message.add({});
     connection.queue(message.bytes());
-    Answer answer = connection.receive(deadline);
+    const Answer answer = connection.receive(deadline);
     if (answer.code != messageCode::pKeyListAnswer)
         throw nonsense();
     List list;
     for (const Parameter& entry : answer.entries)
         list.keys.push_back(numberOf(entry));
-    list.total = static_cast<std::uint32_t>(list.keys.size());
+    list.total = static_cast<uint32_t>(list.keys.size());
     if (list.keys.size() == room)
         list.total = std::max(list.total, countInstances(connection, name, owner, deadline));
     return list;

@@ -16,21 +16,20 @@ namespace client {
 
 struct Key {
     std::string name;
-    std::uint32_t index = 0;
+    uint32_t index = 0;
 };
 
 // In the order of the keys; nothing for a key that is not there.
 std::vector<std::optional<store::Value>> readValues(Connection& connection, std::span<const Key> keys,
                                                     const Deadline& deadline);
 
-std::uint32_t countInstances(Connection& connection, const std::string& name, std::uint32_t owner,
-                             const Deadline& deadline);
+uint32_t countInstances(Connection& connection, const std::string& name, uint32_t owner,
+                        const Deadline& deadline);
 
 struct List {
-    std::vector<std::uint32_t> keys;
-    std::uint32_t total = 0;
+    std::vector<uint32_t> keys;
+    uint32_t total = 0;
 };
-List listInstances(Connection& connection, const std::string& name, std::uint32_t owner,
-                   const Deadline& deadline);
+List listInstances(Connection& connection, const std::string& name, uint32_t owner, const Deadline& deadline);
 
 }  // namespace client

@@ -4,7 +4,7 @@
 
 namespace client {
 
-std::string numberBytes(std::uint32_t number) {
+std::string numberBytes(uint32_t number) {
     std::string bytes(sizeof number, '\0');
     std::memcpy(bytes.data(), &number, sizeof number);
     return bytes;
@@ -14,8 +14,8 @@ std::span<const unsigned char> asValue(const std::string& bytes) {
     return {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
 }
 
-bool Packer::add(std::uint32_t code, const Parameter& entry) {
-    bool full =
+bool Packer::add(uint32_t code, const Parameter& entry) {
+    const bool full =
         message_ && (code != code_ || message_->bytes().size() + entrySize(entry) > receiveBufferSize);
     if (full)
         finish();

@@ -13,14 +13,14 @@
 namespace client {
 
 // The code, the count and one entry with these texts. Above receiveBufferSize the daemon cannot receive it.
-constexpr std::size_t listHead = 8;
-constexpr std::size_t entryHead = 21;
-constexpr std::size_t entrySize(const Parameter& entry) {
+constexpr size_t listHead = 8;
+constexpr size_t entryHead = 21;
+constexpr size_t entrySize(const Parameter& entry) {
     return entryHead + entry.name.size() + entry.value.size() + entry.tpltName.size();
 }
 
 // The bytes of a number as a value carries it.
-std::string numberBytes(std::uint32_t number);
+std::string numberBytes(uint32_t number);
 // Borrows bytes.
 std::span<const unsigned char> asValue(const std::string& bytes);
 
@@ -31,13 +31,13 @@ public:
 
     // Borrows entry until it returns. Queues the message so far when the entry is of another code or does not
     // fit, and tells so.
-    bool add(std::uint32_t code, const Parameter& entry);
+    bool add(uint32_t code, const Parameter& entry);
     // Queues the message so far, if there is one.
     void finish();
 
 private:
     Connection& connection_;
-    std::uint32_t code_ = 0;
+    uint32_t code_ = 0;
     std::optional<ParametersBuilder> message_;
 };
 

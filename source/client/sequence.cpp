@@ -10,9 +10,9 @@ namespace client {
 void Sequence::run(const Deadline& deadline) {
     changes_.forgetKeys();
     {
-        SignalHold hold;
+        const SignalHold hold;
         connection_.queue(messageCode::startWriting);
-        for (std::size_t i = 0; i < changes_.list().size(); ++i)
+        for (size_t i = 0; i < changes_.list().size(); ++i)
             queueChange(i, deadline);
         queueEnd();
         flush(deadline);
@@ -31,14 +31,14 @@ void Sequence::queueEnd() {
     connection_.queue(messageCode::read);
 }
 
-void Sequence::queueChange(std::size_t number, const Deadline& deadline) {
+void Sequence::queueChange(size_t number, const Deadline& deadline) {
     const Change& change = changes_.list()[number];
-    Parameter entry{.name = change.name,
-                    .value = asValue(change.value),
-                    .type = change.type,
-                    .pKey = resolve(change.index, deadline),
-                    .owner = change.owner,
-                    .tpltName = change.templateName};
+    const Parameter entry{.name = change.name,
+                          .value = asValue(change.value),
+                          .type = change.type,
+                          .pKey = resolve(change.index, deadline),
+                          .owner = change.owner,
+                          .tpltName = change.templateName};
     if (packer_.add(change.code, entry))
         marks_.push_back({connection_.queued(), number});
     if (kind_ == Kind::trial) {
@@ -50,9 +50,9 @@ void Sequence::queueChange(std::size_t number, const Deadline& deadline) {
     }
 }
 
-std::uint32_t Sequence::resolve(ostrelIndex index, const Deadline& deadline) {
+uint32_t Sequence::resolve(ostrelIndex index, const Deadline& deadline) {
     if (!Changes::isNewInstance(index))
-        return static_cast<std::uint32_t>(index);
+        return static_cast<uint32_t>(index);
     if (changes_.key(index) == nullptr) {
         packer_.finish();
         flush(deadline);
@@ -86,7 +86,7 @@ void Sequence::flush(const Deadline& deadline) {
 }
 
 void Sequence::reportProgress() {
-    std::optional<std::size_t> changes;
+    std::optional<size_t> changes;
     for (; !marks_.empty() && marks_.front().bytes <= connection_.sent(); marks_.pop_front())
         changes = marks_.front().changes;
     if (changes && progress_)

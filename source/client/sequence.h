@@ -18,7 +18,7 @@ public:
         trial  // each change is answered for, and all are rolled back
     };
     // sent: how many of the changes have left.
-    using Progress = std::function<void(std::size_t sent, std::size_t changes)>;
+    using Progress = std::function<void(size_t sent, size_t changes)>;
 
     // All must outlive the object.
     Sequence(Connection& connection, Changes& changes, Kind kind, const Progress& progress)
@@ -30,16 +30,16 @@ public:
     void run(const Deadline& deadline);
 
     // Of a trial: the changes at the front which the daemon accepted before it closed the connection.
-    std::size_t accepted() const { return accepted_; }
+    size_t accepted() const { return accepted_; }
 
 private:
     struct Mark {
-        std::size_t bytes;    // once so many have been sent,
-        std::size_t changes;  // so many changes have left
+        size_t bytes;    // once so many have been sent,
+        size_t changes;  // so many changes have left
     };
 
-    void queueChange(std::size_t number, const Deadline& deadline);
-    std::uint32_t resolve(ostrelIndex index, const Deadline& deadline);
+    void queueChange(size_t number, const Deadline& deadline);
+    uint32_t resolve(ostrelIndex index, const Deadline& deadline);
     void queueEnd();
     void takeAnswer(const Answer& answer);
     void flush(const Deadline& deadline);
@@ -51,8 +51,8 @@ private:
     const Progress& progress_;
     Packer packer_;
     std::deque<Mark> marks_;
-    std::size_t commitEnd_ = 0;  // once so many bytes have been sent, the commit has left; 0: not yet queued
-    std::size_t accepted_ = 0;
+    size_t commitEnd_ = 0;  // once so many bytes have been sent, the commit has left; 0: not yet queued
+    size_t accepted_ = 0;
 };
 
 }  // namespace client

@@ -12,7 +12,7 @@
 namespace client {
 namespace {
 
-constexpr std::size_t longestProgram = 64;
+constexpr size_t longestProgram = 64;
 
 std::string userName() {
     passwd entry{};
@@ -107,13 +107,13 @@ std::vector<std::optional<store::Value>> Session::read(std::span<const Key> keys
     return ask(deadline, [&](Connection& connection) { return readValues(connection, keys, deadline); });
 }
 
-std::uint32_t Session::count(const std::string& name, std::uint32_t owner) {
+uint32_t Session::count(const std::string& name, uint32_t owner) {
     const Deadline deadline(timeout_);
     return ask(deadline,
                [&](Connection& connection) { return countInstances(connection, name, owner, deadline); });
 }
 
-List Session::list(const std::string& name, std::uint32_t owner) {
+List Session::list(const std::string& name, uint32_t owner) {
     const Deadline deadline(timeout_);
     return ask(deadline,
                [&](Connection& connection) { return listInstances(connection, name, owner, deadline); });
@@ -150,7 +150,7 @@ void Session::send(Changes& changes, Sequence::Kind kind, const Deadline& deadli
     try {
         sequence.run(deadline);
     } catch (const ConnectionLost&) {
-        std::optional<std::size_t> refused;
+        std::optional<size_t> refused;
         if (kind == Sequence::Kind::trial)
             refused = sequence.accepted();
         refuse(changes, refused, daemon, deadline);
@@ -158,7 +158,7 @@ void Session::send(Changes& changes, Sequence::Kind kind, const Deadline& deadli
 }
 
 // Throws what it means that the connection was closed inside the sequence.
-void Session::refuse(Changes& changes, std::optional<std::size_t> refused, const DaemonIdentity& daemon,
+void Session::refuse(Changes& changes, std::optional<size_t> refused, const DaemonIdentity& daemon,
                      const Deadline& deadline) {
     connection_.reset();
     try {
@@ -180,10 +180,10 @@ void Session::refuse(Changes& changes, std::optional<std::size_t> refused, const
     throw Refusal(changes, {*refused, explain(changes.at(*refused), deadline)});
 }
 
-std::optional<std::size_t> Session::findRefused(Changes& changes, const Deadline& deadline) {
+std::optional<size_t> Session::findRefused(Changes& changes, const Deadline& deadline) {
     const Sequence::Progress silent;
     Sequence trial(*connection_, changes, Sequence::Kind::trial, silent);
-    std::optional<std::size_t> refused;
+    std::optional<size_t> refused;
     try {
         trial.run(deadline);
     } catch (const ConnectionLost&) {

@@ -39,8 +39,8 @@ public:
     void connect();
     void shutdown();
     std::vector<std::optional<store::Value>> read(std::span<const Key> keys);
-    std::uint32_t count(const std::string& name, std::uint32_t owner);
-    List list(const std::string& name, std::uint32_t owner);
+    uint32_t count(const std::string& name, uint32_t owner);
+    List list(const std::string& name, uint32_t owner);
     void apply(Changes& changes) { run(changes, Sequence::Kind::commit); }
     void check(Changes& changes) { run(changes, Sequence::Kind::trial); }
 
@@ -50,9 +50,9 @@ private:
     auto ask(const Deadline& deadline, Use use);
     void run(Changes& changes, Sequence::Kind kind);
     void send(Changes& changes, Sequence::Kind kind, const Deadline& deadline);
-    void refuse(Changes& changes, std::optional<std::size_t> refused, const DaemonIdentity& daemon,
+    void refuse(Changes& changes, std::optional<size_t> refused, const DaemonIdentity& daemon,
                 const Deadline& deadline);
-    std::optional<std::size_t> findRefused(Changes& changes, const Deadline& deadline);
+    std::optional<size_t> findRefused(Changes& changes, const Deadline& deadline);
     std::string explain(const Change& change, const Deadline& deadline);
 
     std::string name_;

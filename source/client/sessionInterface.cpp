@@ -23,8 +23,8 @@ struct FreeMemory {
 };
 
 template <class T>
-std::unique_ptr<T, FreeMemory> allocate(std::size_t size) {
-    void* memory = std::calloc(1, std::max(size, std::size_t{1}));
+std::unique_ptr<T, FreeMemory> allocate(size_t size) {
+    void* memory = std::calloc(1, std::max(size, size_t{1}));
     if (memory == nullptr)
         throw std::bad_alloc();
     return std::unique_ptr<T, FreeMemory>(static_cast<T*>(memory));
@@ -46,12 +46,12 @@ void fill(const store::Value& value, ostrelEntry& entry, char*& texts) {
 
 // The entries, and behind them their texts.
 std::unique_ptr<ostrelEntry, FreeMemory> makeEntries(const Values& values) {
-    std::size_t textBytes = 0;
+    size_t textBytes = 0;
     for (const auto& value : values)
         textBytes += value ? value->bytes.size() + 1 : 0;
     auto entries = allocate<ostrelEntry>(values.size() * sizeof(ostrelEntry) + textBytes);
     char* texts = reinterpret_cast<char*>(entries.get() + values.size());
-    for (std::size_t i = 0; i < values.size(); ++i) {
+    for (size_t i = 0; i < values.size(); ++i) {
         if (values[i])
             fill(*values[i], entries.get()[i], texts);
     }
@@ -60,7 +60,7 @@ std::unique_ptr<ostrelEntry, FreeMemory> makeEntries(const Values& values) {
 
 std::string checkedName(const char* name) {
     requireGiven(name != nullptr);
-    if (store::Result result = store::checkName(name); !result.ok())
+    if (const store::Result result = store::checkName(name); !result.ok())
         throw Failure(OSTREL_INVALID, result.refusal);
     return name;
 }
@@ -142,11 +142,11 @@ ostrelStatus ostrelSessionRead(ostrelSession* session, const ostrelKey* keys, si
         requireGiven(entries != nullptr && (keys != nullptr || count == 0));
         std::vector<client::Key> wanted;
         wanted.reserve(count);
-        for (std::size_t i = 0; i < count; ++i)
+        for (size_t i = 0; i < count; ++i)
             wanted.push_back({checkedName(keys[i].name), keys[i].index});
         Values values = target.read(wanted);
         std::string missing;
-        for (std::size_t i = 0; i < count; ++i) {
+        for (size_t i = 0; i < count; ++i) {
             if (!values[i])
                 appendMissing(missing, wanted[i]);
         }
@@ -168,7 +168,7 @@ ostrelStatus ostrelSessionList(ostrelSession* session, const char* name, uint32_
     return onSession(session, [&](client::Session& target) {
         requireGiven(keys != nullptr && count != nullptr);
         client::List list = target.list(checkedName(name), owner);
-        auto memory = allocate<std::uint32_t>(list.keys.size() * sizeof(std::uint32_t));
+        auto memory = allocate<uint32_t>(list.keys.size() * sizeof(uint32_t));
         std::copy(list.keys.begin(), list.keys.end(), memory.get());
         *keys = memory.release();
         *count = list.keys.size();
@@ -186,7 +186,7 @@ ostrelStatus ostrelSessionSetProgress(ostrelSession* session, ostrelProgress pro
     return onSession(session, [&](client::Session& target) {
         client::Sequence::Progress report;
         if (progress != nullptr)
-            report = [=](std::size_t sent, std::size_t changes) { progress(context, sent, changes); };
+            report = [=](size_t sent, size_t changes) { progress(context, sent, changes); };
         target.setProgress(std::move(report));
     });
 }

@@ -11,7 +11,7 @@ public:
         sigset_t held;
         sigfillset(&held);
         // The thread's own faults.
-        for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS})
             sigdelset(&held, fault);
         pthread_sigmask(SIG_BLOCK, &held, &before_);
     }

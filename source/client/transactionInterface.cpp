@@ -28,7 +28,7 @@ template <class Use>
 ostrelStatus stage(ostrelTransaction* transaction, Use use) noexcept {
     if (transaction == nullptr)
         return OSTREL_INVALID;
-    ostrelStatus status = guard(transaction->error, [&] { use(transaction->changes); });
+    const ostrelStatus status = guard(transaction->error, [&] { use(transaction->changes); });
     if (status != OSTREL_DONE)
         transaction->changes.spoil(transaction->error);
     setFault(*transaction, transaction->changes.stagingFault());

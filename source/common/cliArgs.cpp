@@ -71,7 +71,7 @@ void printFullList(const TParser_Arg* table) {
     for (const TParser_Arg* row = table; !isEnd(*row); ++row) {
         const char* shortName = row->shortName != nullptr ? row->shortName : "  ";
         const char* longName = row->longName != nullptr ? row->longName : "";
-        bool showDefault = row->argType != CLIARG_FLAG && row->defaultText != nullptr;
+        const bool showDefault = row->argType != CLIARG_FLAG && row->defaultText != nullptr;
         std::printf("    %c %s %-*s %-*s   (%s)\n", row->required != 0 ? '*' : ' ', shortName, longWidth,
                     longName, defaultWidth, showDefault ? row->defaultText : "", row->helpText);
     }
@@ -93,7 +93,7 @@ int CliArgs_Parse(TParser_Arg* table, int argc, char** argv) {
             std::printf("unknown argument '%s'\n", argv[i]);
             return 0;
         }
-        int used = storeOption(*row, argc - i, argv + i);
+        const int used = storeOption(*row, argc - i, argv + i);
         if (used == 0)
             return 0;
         i += used;

@@ -11,19 +11,19 @@
 
 namespace {
 
-constexpr std::size_t wordSize = 4;
-constexpr std::size_t parameterSize = 21;  // of an entry with an empty name, value and template name
-constexpr std::size_t questionSize = 4;
-constexpr std::size_t usualList = 4096;  // that a list is built in without growing
+constexpr size_t wordSize = 4;
+constexpr size_t parameterSize = 21;  // of an entry with an empty name, value and template name
+constexpr size_t questionSize = 4;
+constexpr size_t usualList = 4096;  // that a list is built in without growing
 
 // Takes pieces off the front of the given bytes, never more than are left.
 class Reader {
 public:
     explicit Reader(std::span<const unsigned char> bytes) : left_(bytes) {}
 
-    std::size_t left() const { return left_.size(); }
+    size_t left() const { return left_.size(); }
 
-    std::optional<std::span<const unsigned char>> take(std::size_t size) {
+    std::optional<std::span<const unsigned char>> take(size_t size) {
         if (size > left_.size())
             return std::nullopt;
         auto piece = left_.first(size);
@@ -31,7 +31,7 @@ public:
         return piece;
     }
 
-    bool word(std::uint32_t& result) {
+    bool word(uint32_t& result) {
         auto piece = take(wordSize);
         if (piece)
             result = readWord(piece->data());
@@ -39,7 +39,7 @@ public:
     }
 
     bool name(std::string_view& result) {
-        std::uint32_t length = 0;
+        uint32_t length = 0;
         if (!word(length) || length > store::longestName)
             return false;
         auto piece = take(length);
@@ -50,7 +50,7 @@ public:
     }
 
     bool parameter(Parameter& result) {
-        std::uint32_t size = 0;
+        uint32_t size = 0;
         if (!name(result.name) || !word(size))
             return false;
         auto value = take(size);
@@ -63,9 +63,7 @@ public:
     }
 
     // A count that the bytes left cannot hold is no count.
-    bool count(std::size_t entrySize, std::uint32_t& result) {
-        return word(result) && result <= left() / entrySize;
-    }
+    bool count(size_t entrySize, uint32_t& result) { return word(result) && result <= left() / entrySize; }
 
 private:
     std::span<const unsigned char> left_;
@@ -76,16 +74,16 @@ class Writer {
 public:
     explicit Writer(unsigned char* bytes) : begin_(bytes), at_(bytes) {}
 
-    void word(std::uint32_t word) { raw(&word, sizeof word); }
+    void word(uint32_t word) { raw(&word, sizeof word); }
 
     void text(std::string_view text) {
-        word(static_cast<std::uint32_t>(text.size()));
+        word(static_cast<uint32_t>(text.size()));
         raw(text.data(), text.size());
     }
 
     void parameter(const Parameter& entry) {
         text(entry.name);
-        word(static_cast<std::uint32_t>(entry.value.size()));
+        word(static_cast<uint32_t>(entry.value.size()));
         raw(entry.value.data(), entry.value.size());
         auto type = static_cast<unsigned char>(entry.type);
         raw(&type, 1);
@@ -94,10 +92,10 @@ public:
         text(entry.tpltName);
     }
 
-    std::size_t written() const { return static_cast<std::size_t>(at_ - begin_); }
+    size_t written() const { return static_cast<size_t>(at_ - begin_); }
 
 private:
-    void raw(const void* bytes, std::size_t size) {
+    void raw(const void* bytes, size_t size) {
         if (size > 0)
             std::memcpy(at_, bytes, size);
         at_ += size;
@@ -113,7 +111,7 @@ Parameter borrow(const OstrelValue& value) {
             value.owner, value.tpltName != nullptr ? value.tpltName : ""};
 }
 
-std::size_t sizeOf(const Parameter& entry) {
+size_t sizeOf(const Parameter& entry) {
     return parameterSize + entry.name.size() + entry.value.size() + entry.tpltName.size();
 }
 
@@ -121,7 +119,7 @@ std::size_t sizeOf(const Parameter& entry) {
 class TextCopy {
 public:
     const char* of(std::string_view text) {
-        std::size_t length = text.copy(text_.data(), store::longestName);
+        const size_t length = text.copy(text_.data(), store::longestName);
         text_[length] = '\0';
         return text_.data();
     }
@@ -132,19 +130,17 @@ private:
 
 }  // namespace
 
-std::uint32_t readWord(const unsigned char* bytes) {
-    std::uint32_t word = 0;
+uint32_t readWord(const unsigned char* bytes) {
+    uint32_t word = 0;
     std::memcpy(&word, bytes, sizeof word);
     return word;
 }
 
-std::uint32_t Parameter::valueAsNumber() const {
-    return value.size() < wordSize ? 0 : readWord(value.data());
-}
+uint32_t Parameter::valueAsNumber() const { return value.size() < wordSize ? 0 : readWord(value.data()); }
 
 std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned char> bytes) {
     Reader reader(bytes);
-    std::uint32_t count = 0;
+    uint32_t count = 0;
     if (!reader.count(parameterSize, count))
         return std::nullopt;
     std::vector<Parameter> entries(count);
@@ -162,7 +158,7 @@ std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned c
     return entries;
 }
 
-ParametersBuilder::ParametersBuilder(std::uint32_t code) : bytes_(2 * wordSize) {
+ParametersBuilder::ParametersBuilder(uint32_t code) : bytes_(2 * wordSize) {
     bytes_.reserve(usualList);
     Writer writer(bytes_.data());
     writer.word(code);
@@ -170,7 +166,7 @@ ParametersBuilder::ParametersBuilder(std::uint32_t code) : bytes_(2 * wordSize) 
 }
 
 void ParametersBuilder::add(const Parameter& entry) {
-    std::size_t end = bytes_.size();
+    const size_t end = bytes_.size();
     bytes_.resize(end + sizeOf(entry));
     Writer(bytes_.data() + end).parameter(entry);
     Writer(bytes_.data() + wordSize).word(readWord(bytes_.data() + wordSize) + 1);
@@ -178,7 +174,7 @@ void ParametersBuilder::add(const Parameter& entry) {
 
 unsigned char* OstrelMarshallParameters(unsigned int code, unsigned int count, OstrelValue* values,
                                         unsigned int* size) {
-    std::size_t length = 2 * wordSize;
+    size_t length = 2 * wordSize;
     for (unsigned int i = 0; i < count; ++i)
         length += sizeOf(borrow(values[i]));
     auto list = std::make_unique<unsigned char[]>(length);
@@ -196,7 +192,7 @@ unsigned char* OstrelMarshallParameters(unsigned int code, unsigned int count, O
 
 unsigned char* OstrelMarshallQuestions(unsigned int code, unsigned int count, OstrelValue* values,
                                        unsigned int* size) {
-    std::size_t length = 2 * wordSize;
+    size_t length = 2 * wordSize;
     for (unsigned int i = 0; i < count; ++i)
         length += questionSize + std::strlen(values[i].name);
     auto list = std::make_unique<unsigned char[]>(length);
@@ -219,7 +215,7 @@ bool OstrelUnMarshallParameters(unsigned int size, unsigned char* bytes, unsigne
         return false;
     auto records = std::make_unique<OstrelValue[]>(entries->size());
     TextCopy text;
-    for (std::size_t i = 0; i < entries->size(); ++i) {
+    for (size_t i = 0; i < entries->size(); ++i) {
         const Parameter& entry = (*entries)[i];
         records[i].setName(text.of(entry.name));
         // Copied from only.
@@ -238,18 +234,18 @@ bool OstrelUnMarshallParameters(unsigned int size, unsigned char* bytes, unsigne
 bool OstrelUnMarshallQuestions(unsigned int size, unsigned char* bytes, unsigned int* count,
                                OstrelValue** values) {
     Reader reader({bytes, size});
-    std::uint32_t entries = 0;
+    uint32_t entries = 0;
     if (!reader.count(questionSize, entries))
         return false;
     auto records = std::make_unique<OstrelValue[]>(entries);
     TextCopy text;
-    for (std::uint32_t i = 0; i < entries; ++i) {
+    for (uint32_t i = 0; i < entries; ++i) {
         std::string_view name;
         if (!reader.name(name))
             return false;
         records[i].setName(text.of(name));
     }
-    for (std::uint32_t i = 0; i < entries; ++i)
+    for (uint32_t i = 0; i < entries; ++i)
         OSTREL_LOG(logLevel::debug, "Question [%02d] <%s>", static_cast<int>(i),
                    LogText(records[i].name).text());
     *count = entries;

@@ -18,16 +18,16 @@ struct Parameter {
     std::string_view name;
     std::span<const unsigned char> value;
     ostrelValueType type = ostrelTypeNone;
-    std::uint32_t pKey = 0;
-    std::uint32_t owner = 0;
+    uint32_t pKey = 0;
+    uint32_t owner = 0;
     std::string_view tpltName;
 
     // The value's first four bytes as a number; 0 when it is shorter.
-    std::uint32_t valueAsNumber() const;
+    uint32_t valueAsNumber() const;
 };
 
 // The word at bytes, wherever it falls.
-std::uint32_t readWord(const unsigned char* bytes);
+uint32_t readWord(const unsigned char* bytes);
 
 // The entries of a parameters list, borrowed from bytes; nothing when a count or length runs past the end, or
 // a name is too long or holds a NUL. Bytes behind the last entry are logged and ignored.
@@ -36,7 +36,7 @@ std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned c
 // Builds a parameters list entry by entry; its count is brought up to date by each.
 class ParametersBuilder {
 public:
-    explicit ParametersBuilder(std::uint32_t code);
+    explicit ParametersBuilder(uint32_t code);
     void add(const Parameter& entry);
     std::span<unsigned char> bytes() { return bytes_; }
 

@@ -26,7 +26,7 @@ constexpr unsigned int counterEnd = 0xFF00;
 
 // The kernel tells a sender that its peer reads only when a whole buffer of the socket has been read, so long
 // payloads go out in pieces small enough that a slow reader is seen to read.
-constexpr std::size_t longestPiece = std::size_t{16} * 1024;
+constexpr size_t longestPiece = size_t{16} * 1024;
 constexpr milliseconds sendRetry{100};
 constexpr milliseconds stopCheck{1000};
 
@@ -56,7 +56,7 @@ private:
 
 // False, with errno set, when there is no client, or not yet a number for the one that client holds then.
 bool acceptInto(Socket& client, int listening) {
-    std::lock_guard guard(ostrelLink::accepting);
+    const std::lock_guard guard(ostrelLink::accepting);
     if (client.fd() < 0) {
         sockaddr_un peer{};
         socklen_t peerLength = sizeof peer;
@@ -65,7 +65,7 @@ bool acceptInto(Socket& client, int listening) {
     }
     if (client.fd() < 0 || client.fd() >= ostrelLink::limits.firstAccepted)
         return client.fd() >= 0;
-    int moved = fcntl(client.fd(), F_DUPFD_CLOEXEC, ostrelLink::limits.firstAccepted);
+    const int moved = fcntl(client.fd(), F_DUPFD_CLOEXEC, ostrelLink::limits.firstAccepted);
     if (moved < 0)
         return false;
     client.replace(moved);
@@ -93,15 +93,15 @@ struct ostrelLink::Frame {
 
 // What is known of the frame that is being sent. As above, it costs no look at the clock while it is taken.
 struct ostrelLink::Outgoing {
-    std::uint64_t taken = 0;                          // bytes
+    uint64_t taken = 0;                               // bytes
     std::optional<Clock::time_point> firstWait{};     // the first of all
     std::optional<Clock::time_point> waitingSince{};  // the first since bytes were taken
 
     // By limits.sendRate.
     bool isTooSlow(Clock::time_point now) const {
         const auto late = -untilLimit(*firstWait, now).count();
-        constexpr std::uint64_t perSecond = 1000;
-        return late > 0 && taken * perSecond < static_cast<std::uint64_t>(late) * limits.sendRate;
+        constexpr uint64_t perSecond = 1000;
+        return late > 0 && taken * perSecond < static_cast<uint64_t>(late) * limits.sendRate;
     }
 };
 
@@ -182,13 +182,13 @@ bool ostrelLink::send(unsigned int nbBytes, const void* bytes, Outgoing& frame) 
         return false;
     }
     const auto* next = static_cast<const unsigned char*>(bytes);
-    std::size_t left = nbBytes;
+    size_t left = nbBytes;
     while (left > 0) {
-        ssize_t sent = ::send(fd, next, std::min(left, longestPiece), MSG_DONTWAIT | MSG_NOSIGNAL);
+        const ssize_t sent = ::send(fd, next, std::min(left, longestPiece), MSG_DONTWAIT | MSG_NOSIGNAL);
         if (sent >= 0) {
-            left -= static_cast<std::size_t>(sent);
+            left -= static_cast<size_t>(sent);
             next += sent;
-            frame.taken += static_cast<std::size_t>(sent);
+            frame.taken += static_cast<size_t>(sent);
             frame.waitingSince.reset();
         } else if (errno != EAGAIN) {
             sending_ = errno == EPIPE || errno == ECONNRESET ? Sending::peerGone : Sending::givenUp;
@@ -243,11 +243,11 @@ bool ostrelLink::receive(unsigned int nbBytes, unsigned char* bytes, Frame& fram
         OSTREL_LOG_AT(logPlace::receiveData, logLevel::error, "[ostrLink::rxData] No socket opened");
         return false;
     }
-    std::size_t left = nbBytes;
+    size_t left = nbBytes;
     while (left > 0) {
-        ssize_t received = recv(fd, bytes, left, MSG_DONTWAIT);
+        const ssize_t received = recv(fd, bytes, left, MSG_DONTWAIT);
         if (received > 0) {
-            left -= static_cast<std::size_t>(received);
+            left -= static_cast<size_t>(received);
             bytes += received;
             frame.begun = true;
         } else if (received == 0 || errno != EAGAIN || !waitReadable(frame)) {
@@ -346,7 +346,7 @@ bool ostrelLink::receiveFrame(unsigned int bufferSize, unsigned int* payloadSize
 }
 
 bool _SetCloseOnExec(int fd) {
-    int flags = fcntl(fd, F_GETFD);
+    const int flags = fcntl(fd, F_GETFD);
     if (flags == -1) {
         OSTREL_LOG(logLevel::error, "error: fcntl(F_GETFD)");
         return false;

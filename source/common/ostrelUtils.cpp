@@ -28,7 +28,7 @@ int showPrefix = 0;
 
 namespace {
 
-constexpr std::size_t prefixCapacity = 255;
+constexpr size_t prefixCapacity = 255;
 
 // A line's prefix, built in place; a piece that does not fit is cut.
 class Prefix {
@@ -36,10 +36,10 @@ public:
     void add(const char* format, ...) OSTREL_PRINTF(2, 3) {
         va_list arguments;
         va_start(arguments, format);
-        int wanted = std::vsnprintf(text_.data() + length_, text_.size() - length_, format, arguments);
+        const int wanted = std::vsnprintf(text_.data() + length_, text_.size() - length_, format, arguments);
         va_end(arguments);
         if (wanted > 0)
-            length_ = std::min(length_ + static_cast<std::size_t>(wanted), prefixCapacity);
+            length_ = std::min(length_ + static_cast<size_t>(wanted), prefixCapacity);
     }
 
     void pad() {
@@ -52,7 +52,7 @@ public:
 
 private:
     std::array<char, prefixCapacity + 1> text_{};
-    std::size_t length_ = 0;
+    size_t length_ = 0;
 };
 
 const char* levelTag(int level) {
@@ -74,7 +74,7 @@ void printPrefix(int level, const char* file, int line, const char* function) {
 
     Prefix prefix;
     prefix.add("%s ", levelTag(level));
-    prefix.add("%d.%03d:", static_cast<std::int32_t>(now.tv_sec), static_cast<int>(now.tv_usec / 1000));
+    prefix.add("%d.%03d:", static_cast<int32_t>(now.tv_sec), static_cast<int>(now.tv_usec / 1000));
     if (file != nullptr) {
         const char* slash = std::strrchr(file, '/');
         prefix.add("%s:", slash != nullptr ? slash + 1 : file);
@@ -146,7 +146,7 @@ void useLogFile(int fd, const char* path) {
 int OpenLog(char* path) {
     if (path == nullptr)
         return 0;
-    int fd = openLogFile(path);
+    const int fd = openLogFile(path);
     if (fd < 0)
         std::exit(0);
     useLogFile(fd, path);
@@ -170,7 +170,7 @@ int ostrelExecute(const char* format, ...) {
     va_end(arguments);
 
     OSTREL_LOG(logLevel::notice, "exec: [%s]", command.data());
-    int status = std::system(withOldLimit(command.data()).c_str());
+    const int status = std::system(withOldLimit(command.data()).c_str());
     if (status != 0)
         OSTREL_LOG(logLevel::error, "error: [%s]: %d", command.data(), status);
     return status;
@@ -197,13 +197,13 @@ unsigned int ostrelStringToOwner(const char* text) {
 }
 
 void TimeMark(const char* label) {
-    static std::int64_t lastSeconds = 0;
-    static std::int64_t lastMicroseconds = 0;
+    static int64_t lastSeconds = 0;
+    static int64_t lastMicroseconds = 0;
 
     timeval now{};
     gettimeofday(&now, nullptr);
-    std::int64_t elapsed = (now.tv_usec - lastMicroseconds) / 1000 + (now.tv_sec - lastSeconds) * 1000;
+    const int64_t elapsed = (now.tv_usec - lastMicroseconds) / 1000 + (now.tv_sec - lastSeconds) * 1000;
     lastSeconds = now.tv_sec;
     lastMicroseconds = now.tv_usec;
-    OSTREL_LOG(logLevel::notice, "Mark :%s %d", printable(label), static_cast<std::int32_t>(elapsed));
+    OSTREL_LOG(logLevel::notice, "Mark :%s %d", printable(label), static_cast<int32_t>(elapsed));
 }

@@ -109,7 +109,7 @@ void OstrelValues_Destroy(OstrelValues* list) {
 namespace {
 
 // place: of the public function that was called.
-void append(LogPlace place, OstrelValues* list, const char* name, const void* bytes, std::size_t size,
+void append(LogPlace place, OstrelValues* list, const char* name, const void* bytes, size_t size,
             ostrelValueType type) {
     if (!isSound(list) || name == nullptr) {
         OSTREL_LOG_AT(place, logLevel::debug, "error: invalid arguments");
@@ -124,7 +124,7 @@ void append(LogPlace place, OstrelValues* list, const char* name, const void* by
         value->setType(type);
 
         // One slot per addition: the array's capacity is always its count.
-        std::size_t slots = static_cast<std::size_t>(list->count) + 1;
+        const size_t slots = static_cast<size_t>(list->count) + 1;
         void* grown = std::realloc(list->values, slots * sizeof(OstrelValue*));
         if (grown == nullptr)
             throw std::bad_alloc();

@@ -27,10 +27,10 @@ int bindTo(int fd) {
 
 // Beside the path. Nobody can prepare what stands there.
 std::string nameAside() {
-    std::uint64_t number = 0;
+    uint64_t number = 0;
     // Early in a boot there may be no random numbers yet: the time is another at each try.
     if (getrandom(&number, sizeof number, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof number))
-        number = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+        number = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
     return std::string(socketPath) + ".aside-" + std::to_string(number);
 }
 
@@ -59,7 +59,7 @@ bool bindAsUsual(int fd) {
 
 // With a folder as root, so that the socket is in it but has its usual name. False when that is not allowed.
 bool bindBelow(int fd, const std::string& folder) {
-    pid_t child = fork();
+    const pid_t child = fork();
     if (child == 0)
         _exit(chroot(folder.c_str()) == 0 && bindTo(fd) == 0 ? 0 : 1);
     int status = 1;
@@ -85,8 +85,8 @@ bool bindByExchange(int fd) {
     const std::string folder = nameAside();
     const std::string below = folder + "/tmp";
     const std::string socket = folder + socketPath;
-    bool bound = mkdir(folder.c_str(), 0700) == 0 && mkdir(below.c_str(), 0700) == 0 &&
-                 bindBelow(fd, folder) && putInPlace(socket);
+    const bool bound = mkdir(folder.c_str(), 0700) == 0 && mkdir(below.c_str(), 0700) == 0 &&
+                       bindBelow(fd, folder) && putInPlace(socket);
     unlink(socket.c_str());
     rmdir(below.c_str());
     if (rmdir(folder.c_str()) != 0 && errno == ENOTEMPTY && bound)
@@ -106,7 +106,7 @@ sockaddr_un serverAddress() {
 bool bindToPath(int fd) {
     if (bindAsUsual(fd))
         return true;
-    int error = errno;
+    const int error = errno;
     if (error == EADDRINUSE && bindByExchange(fd))
         return true;
     errno = error;

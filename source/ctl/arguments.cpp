@@ -117,7 +117,7 @@ void addCheck(CLI::App* command, Arguments& words) {
 void set(Context& context, const Arguments& given) {
     if (!given.typeOrValue)
         failUsage(std::string("VALUE is required") + helpHint);
-    ShownKey key = keyArgument(given.key);
+    const ShownKey key = keyArgument(given.key);
     if (given.value)
         setValue(context, key, typeArgument(*given.typeOrValue), *given.value);
     else
@@ -204,7 +204,7 @@ void addWatch(CLI::App& app, Arguments& words) {
     CLI::App* command = addCommand(
         app, words, "watch", "print keys that change, with their new values",
         [](Context& context, const Arguments& given) {
-            const std::vector<std::uint32_t> owners = each(given.owners, ownerArgument);
+            const std::vector<uint32_t> owners = each(given.owners, ownerArgument);
             watchChanges(context,
                          {each(given.keys, nameArgument), {owners.begin(), owners.end()}, given.count});
         });
@@ -225,7 +225,7 @@ std::string explain(const CLI::App& app, const CLI::ParseError& error) {
     const std::string& first = extras.front();
     if (first.starts_with('-'))
         return "unknown option " + first;
-    bool isCommand = app.get_subcommands().empty();
+    const bool isCommand = app.get_subcommands().empty();
     return (isCommand ? "unknown command " : "too many arguments: ") + unguarded(first);
 }
 

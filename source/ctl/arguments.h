@@ -22,7 +22,7 @@ struct Arguments {
     std::string owner = "0";
     std::string path{};
     std::vector<std::string> owners{};
-    std::size_t count = 0;
+    size_t count = 0;
     std::string logPath = defaultLogPath;
     // The chosen command.
     std::function<Status(Context&, const Arguments&)> run{};

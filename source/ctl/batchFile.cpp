@@ -16,7 +16,7 @@ namespace {
 std::string readAll(std::FILE* file, const std::string& path) {
     std::string text;
     std::array<char, 4096> piece{};
-    while (std::size_t size = std::fread(piece.data(), 1, piece.size(), file))
+    while (const size_t size = std::fread(piece.data(), 1, piece.size(), file))
         text.append(piece.data(), size);
     if (std::ferror(file) != 0)
         fail(path);

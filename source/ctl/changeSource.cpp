@@ -29,7 +29,7 @@ std::optional<ChangeSource::News> ChangeSource::next() {
     std::array<char, OSTREL_WATCH_PACKET_SIZE> packet;
     ostrelWatchHeader header{};
     for (;;) {
-        ssize_t size = recv(fd_.get(), packet.data(), packet.size(), 0);
+        const ssize_t size = recv(fd_.get(), packet.data(), packet.size(), 0);
         if (size < 0 && errno == EAGAIN)
             return std::nullopt;
         if (size < static_cast<ssize_t>(sizeof header))

@@ -14,9 +14,9 @@ public:
     ChangeSource();
 
     struct News {
-        std::string name{};      // of the changed key; empty: none
-        std::uint32_t lost = 0;  // changes in front of it
-        bool isLosing = false;   // changes behind it are being lost; there is no name
+        std::string name{};     // of the changed key; empty: none
+        uint32_t lost = 0;      // changes in front of it
+        bool isLosing = false;  // changes behind it are being lost; there is no name
     };
     // Nothing when no more has arrived. Throws Failure when the daemon has ended or refuses one more reader.
     std::optional<News> next();
@@ -26,5 +26,5 @@ public:
 
 private:
     process::Descriptor fd_;
-    std::uint32_t number_ = 0;  // of the last change
+    uint32_t number_ = 0;  // of the last change
 };

@@ -9,17 +9,17 @@
 namespace {
 
 constexpr ostrelIndex largestKey = UINT32_MAX;
-constexpr std::size_t longBatch = 100;
+constexpr size_t longBatch = 100;
 constexpr char nothingSent[] = "nothing was sent";
 
 std::string faultKey(const ostrel::Fault& fault, const Batch& batch) {
     const auto found = batch.structures.find(fault.name);
-    const std::size_t structure = found != batch.structures.end() ? found->second : 0;
+    const size_t structure = found != batch.structures.end() ? found->second : 0;
     for (const NewInstance& made : batch.instances) {
         if (made.index == fault.index)
             return labelledKey(fault.name, structure, made.label);
     }
-    const auto index = fault.index <= largestKey ? static_cast<std::uint32_t>(fault.index) : 0;
+    const auto index = fault.index <= largestKey ? static_cast<uint32_t>(fault.index) : 0;
     return ShownKey{{fault.name, index}, index != 0 ? structure : 0}.text();
 }
 
@@ -108,9 +108,9 @@ void eraseKeys(Context& context, const std::vector<std::string>& names) {
 }
 
 void newInstance(Context& context, const std::string& templateName, const std::string& structure,
-                 std::uint32_t owner) {
+                 uint32_t owner) {
     Batch batch;
-    ostrelIndex instance = batch.transaction.newInstance(templateName, structure, owner);
+    const ostrelIndex instance = batch.transaction.newInstance(templateName, structure, owner);
     commit(context, batch);
     context.output->newKey(batch.transaction.key(instance));
 }
@@ -122,7 +122,7 @@ void removeInstances(Context& context, const std::vector<ShownKey>& instances) {
     commit(context, batch);
 }
 
-void removeOwned(Context& context, const std::string& structure, std::uint32_t owner) {
+void removeOwned(Context& context, const std::string& structure, uint32_t owner) {
     if (context.session.count(structure, owner) == 0)
         requireKnown(structure);
     Batch batch;

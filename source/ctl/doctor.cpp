@@ -8,7 +8,7 @@
 Status runDoctor(ostrel::Session& session, const DoctorOptions& options) {
     const std::filesystem::path programs = std::filesystem::read_symlink("/proc/self/exe").parent_path();
     DoctorReport report(options.json);
-    DaemonFacts daemon = checkDaemon(report, session);
+    const DaemonFacts daemon = checkDaemon(report, session);
     checkLog(report, options.logPath, daemon);
     checkPlugins(report, programs);
     checkRights(report, daemon.user);

@@ -20,7 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr char serverName[] = "ostrelServer";
-constexpr std::size_t rounds = 9;
+constexpr size_t rounds = 9;
 constexpr std::chrono::seconds roundsLimit{1};
 constexpr double slowAnswer = 100;  // milliseconds
 
@@ -34,9 +34,9 @@ void checkProcess(DoctorReport& report, const Peer& peer, pid_t process) {
         return;
     }
     constexpr std::string_view deletedMark = " (deleted)";
-    std::string program = programOf(process);
-    bool replaced = program.ends_with(deletedMark);
-    std::string path = replaced ? program.substr(0, program.size() - deletedMark.size()) : program;
+    const std::string program = programOf(process);
+    const bool replaced = program.ends_with(deletedMark);
+    const std::string path = replaced ? program.substr(0, program.size() - deletedMark.size()) : program;
     std::string found = processText(process, path);
     if (peer.user)
         found += ", user " + std::to_string(*peer.user);
@@ -61,8 +61,8 @@ void checkProcess(DoctorReport& report, const Peer& peer, pid_t process) {
 bool checkSocketFile(DoctorReport& report) {
     struct stat info {};
     if (stat(socketPath, &info) != 0) {
-        std::string found = std::string(socketPath) + ": " + std::strerror(errno);
-        if (pid_t holder = holderOfDatabase()) {
+        const std::string found = std::string(socketPath) + ": " + std::strerror(errno);
+        if (const pid_t holder = holderOfDatabase()) {
             report.bad("socket", found + ", though " + processText(holder, programOf(holder)) + ", runs",
                        "the file was removed under the daemon: end that process, start ostrelServer, and see "
                        "what clears /tmp");
@@ -123,9 +123,9 @@ void reportUnreachable(DoctorReport& report, const ostrel::Error& error) {
 // Of some answers, in milliseconds; of fewer when they are slow.
 std::vector<double> answerTimes(ostrel::Session& session) {
     std::vector<double> times;
-    Clock::time_point begin = Clock::now();
+    const Clock::time_point begin = Clock::now();
     do {
-        Clock::time_point start = Clock::now();
+        const Clock::time_point start = Clock::now();
         session.count("doctor", 0);
         times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
     } while (times.size() < rounds && Clock::now() - begin < roundsLimit);
@@ -135,7 +135,7 @@ std::vector<double> answerTimes(ostrel::Session& session) {
 void checkAnswers(DoctorReport& report, ostrel::Session& session) {
     std::vector<double> times = answerTimes(session);
     std::ranges::sort(times);
-    double median = times[times.size() / 2];
+    const double median = times[times.size() / 2];
     std::array<char, 64> text{};
     std::snprintf(text.data(), text.size(), "%.2f ms, the median of %zu reads", median, times.size());
     report.ok("socket", std::string(socketPath) + " is served");

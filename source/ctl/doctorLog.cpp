@@ -48,12 +48,12 @@ const char* adviceFor(std::string_view reason) {
 // The last lines; the first of them may be cut.
 std::string readTail(const std::string& path) {
     std::ifstream file(path, std::ios::binary | std::ios::ate);
-    std::streamoff size = file.tellg();
-    std::streamoff start = size > tailSize ? size - tailSize : 0;
-    std::string tail(static_cast<std::size_t>(size > 0 ? size - start : 0), '\0');
+    const std::streamoff size = file.tellg();
+    const std::streamoff start = size > tailSize ? size - tailSize : 0;
+    std::string tail(static_cast<size_t>(size > 0 ? size - start : 0), '\0');
     file.seekg(start);
     file.read(tail.data(), static_cast<std::streamsize>(tail.size()));
-    tail.resize(static_cast<std::size_t>(file.gcount()));
+    tail.resize(static_cast<size_t>(file.gcount()));
     return tail;
 }
 
@@ -96,7 +96,7 @@ std::optional<std::string> otherLog(const struct stat* given, pid_t process) {
 
 std::string adviceForOther(const std::string& other, const std::string& path, pid_t process) {
     std::error_code error;
-    bool detached = other.ends_with(" (deleted)") || std::filesystem::exists(path, error);
+    const bool detached = other.ends_with(" (deleted)") || std::filesystem::exists(path, error);
     if (!detached)
         return "read that, or give --log";
     return "if it was renamed or removed: kill -HUP " + std::to_string(process) +
@@ -107,9 +107,9 @@ std::string adviceForOther(const std::string& other, const std::string& path, pi
 
 void checkLog(DoctorReport& report, const std::string& path, const DaemonFacts& daemon) {
     struct stat info {};
-    bool exists = stat(path.c_str(), &info) == 0;
-    bool readable = exists && S_ISREG(info.st_mode) && std::ifstream(path).is_open();
-    std::string found =
+    const bool exists = stat(path.c_str(), &info) == 0;
+    const bool readable = exists && S_ISREG(info.st_mode) && std::ifstream(path).is_open();
+    const std::string found =
         path + ": " + (exists ? std::to_string(info.st_size) + " bytes" : std::strerror(errno));
     if (std::optional<std::string> other = otherLog(exists ? &info : nullptr, daemon.process))
         report.warn("log", found + "; the daemon writes to " + *other,

@@ -23,7 +23,7 @@ Words parse(const std::string& output) {
     Words words;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
-        std::size_t colon = line.find(": ");
+        const size_t colon = line.find(": ");
         if (colon != std::string::npos)
             words[line.substr(0, colon)] = line.substr(colon + 2);
     }
@@ -113,7 +113,8 @@ Finding judge(const fs::path& plugin, const ChildResult& probe, const Words& wor
         case ChildResult::End::exited:
             break;
     }
-    bool complete = words.contains("unloads") || (words.contains("loads") && words.at("loads") != "yes");
+    const bool complete =
+        words.contains("unloads") || (words.contains("loads") && words.at("loads") != "yes");
     if (!complete)
         return bad(plugin,
                    "ends the process " + placeOf(words) + " (status " + std::to_string(probe.number) + ")",
@@ -156,9 +157,9 @@ std::vector<fs::path> listPlugins(std::error_code& error) {
     return plugins;
 }
 
-void summarise(DoctorReport& report, std::size_t all, std::size_t usable, std::size_t essential) {
-    std::string found = std::to_string(usable) + " of " + std::to_string(all) + " in " + pluginFolder +
-                        " can be used, " + std::to_string(essential) + " of them in reduced mode";
+void summarise(DoctorReport& report, size_t all, size_t usable, size_t essential) {
+    const std::string found = std::to_string(usable) + " of " + std::to_string(all) + " in " + pluginFolder +
+                              " can be used, " + std::to_string(essential) + " of them in reduced mode";
     if (usable == 0)
         report.bad("plug-ins", found + ": the daemon cannot start",
                    "put at least one working plug-in there; its name ends in .ostr");
@@ -170,19 +171,19 @@ void summarise(DoctorReport& report, std::size_t all, std::size_t usable, std::s
 
 void checkPlugins(DoctorReport& report, const fs::path& programs) {
     std::error_code error;
-    std::vector<fs::path> plugins = listPlugins(error);
+    const std::vector<fs::path> plugins = listPlugins(error);
     if (error) {
         report.bad("plug-ins",
                    std::string(pluginFolder) + ": " + error.message() + ": the daemon cannot start",
                    "make the folder, readable for the daemon, and put the plug-ins there");
         return;
     }
-    std::size_t usable = 0;
-    std::size_t essential = 0;
+    size_t usable = 0;
+    size_t essential = 0;
     Places loading;
     Places restarting;
     for (const fs::path& plugin : plugins) {
-        ChildResult probe = runChild({programs / "ostrelPluginProbe", plugin}, probeLimit);
+        const ChildResult probe = runChild({programs / "ostrelPluginProbe", plugin}, probeLimit);
         if (probe.end == ChildResult::End::notStarted) {
             report.warn(
                 "plug-ins",

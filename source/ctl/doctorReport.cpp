@@ -48,7 +48,7 @@ void DoctorReport::add(Finding finding) {
 }
 
 void DoctorReport::print(const Finding& finding) const {
-    Look look = lookOf(finding.state);
+    const Look look = lookOf(finding.state);
     std::cout << (coloured_ ? look.colour : "") << std::left << std::setw(4) << look.word
               << (coloured_ ? "\033[m" : "") << "  " << std::setw(checkWidth) << finding.check << "  "
               << finding.found << '\n';

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::chrono::seconds toolLimit{30};
-constexpr std::size_t mostLines = 20;
+constexpr size_t mostLines = 20;
 constexpr std::uintmax_t kibi = 1024;
 constexpr std::uintmax_t leastSpace = 64 * kibi;  // beside a rewrite of the live file
 constexpr std::uintmax_t comfort = 8;             // times what is needed
@@ -33,7 +33,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 
 void checkFactoryFile(DoctorReport& report, const char* path) {
     std::error_code error;
-    std::uintmax_t size = fs::file_size(path, error);
+    const std::uintmax_t size = fs::file_size(path, error);
     if (error)
         report.warn("factory file", std::string(path) + ": " + error.message() + ", counts as empty",
                     "install the firmware's file again");
@@ -57,7 +57,7 @@ std::vector<fs::path> filesBeside(const fs::path& file, const std::string& suffi
 void checkLiveFile(DoctorReport& report) {
     const fs::path live = livePath;
     std::error_code error;
-    std::uintmax_t size = fs::file_size(live, error);
+    const std::uintmax_t size = fs::file_size(live, error);
     if (!error)
         report.ok("live file", live.string() + ": " + std::to_string(size) + " bytes");
     else if (error == std::errc::no_such_file_or_directory)
@@ -97,7 +97,7 @@ const char* adviceFor(State state) {
 
 // What ostrelDbTool check finds, the summary in its last line included.
 void runCheck(DoctorReport& report, const fs::path& programs) {
-    ChildResult tool = runChild({programs / "ostrelDbTool", "check"}, toolLimit);
+    const ChildResult tool = runChild({programs / "ostrelDbTool", "check"}, toolLimit);
     if (tool.end == ChildResult::End::notStarted) {
         report.warn("database", "lines and checksums not checked: ostrelDbTool: " + tool.error,
                     "install ostrelDbTool beside ostrelCtl");
@@ -115,8 +115,8 @@ void runCheck(DoctorReport& report, const fs::path& programs) {
     const std::string summary = lines.back();
     lines.pop_back();
     State worst = State::ok;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        State state = stateOf(lines[i]);
+    for (size_t i = 0; i < lines.size(); ++i) {
+        const State state = stateOf(lines[i]);
         worst = std::max(worst, state);
         if (i < mostLines)
             report.add({state, "database", lines[i], adviceFor(state)});
@@ -141,11 +141,11 @@ void checkFileSystem(DoctorReport& report, fs::path folder, std::uintmax_t neede
         report.warn("space", folder.string() + ": " + std::strerror(errno), "make the folder");
         return;
     }
-    std::uintmax_t free = std::uintmax_t{info.f_bavail} * info.f_frsize;
+    const std::uintmax_t free = std::uintmax_t{info.f_bavail} * info.f_frsize;
     std::string found = folder.string() + ": " + amount(free) + " free";
     const std::string clear = "make room there: " + purpose + " without";
     // A file system without a fixed number of inodes tells 0 of 0.
-    bool counted = info.f_files != 0;
+    const bool counted = info.f_files != 0;
     if (counted)
         found += ", " + std::to_string(info.f_favail) + " inodes";
     if ((info.f_flag & ST_RDONLY) != 0)
@@ -170,7 +170,7 @@ void checkDatabase(DoctorReport& report, const fs::path& programs) {
 
 void checkSpace(DoctorReport& report, const std::string& logPath) {
     std::error_code error;
-    std::uintmax_t live = fs::file_size(livePath, error);
+    const std::uintmax_t live = fs::file_size(livePath, error);
     checkFileSystem(report, fs::path(livePath).parent_path(), leastSpace + (error ? 0 : live),
                     "commits fail");
     checkFileSystem(report, fs::weakly_canonical(logPath).parent_path(), leastSpace, "the log stops");

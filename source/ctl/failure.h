@@ -36,8 +36,8 @@ constexpr Status exitStatus(ostrelStatus status) {
 
 // One thing that is wrong with what the user wrote.
 struct Problem {
-    std::size_t line = 0;  // of the failure's file, from 1; 0: none
-    std::string key{};     // as a line has it; may be empty
+    size_t line = 0;    // of the failure's file, from 1; 0: none
+    std::string key{};  // as a line has it; may be empty
     std::string reason;
 };
 

@@ -13,13 +13,13 @@ std::atomic<bool> lineOpen = false;
 std::atomic<bool> come = false;
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<void*>::is_always_lock_free);
 
-void print(const char* text, std::size_t size) {
+void print(const char* text, size_t size) {
     while (size > 0) {
         const ssize_t written = write(STDERR_FILENO, text, size);
         if (written <= 0)
             return;
         text += written;
-        size -= static_cast<std::size_t>(written);
+        size -= static_cast<size_t>(written);
     }
 }
 
@@ -32,7 +32,7 @@ Interruption::Interruption(const ostrel::Transaction& transaction, std::string n
     struct sigaction action {};
     action.sa_handler = tell;
     sigfillset(&action.sa_mask);
-    for (std::size_t i = 0; i < signals_.size(); ++i) {
+    for (size_t i = 0; i < signals_.size(); ++i) {
         sigaction(signals_[i], nullptr, &before_[i]);
         if (before_[i].sa_handler != SIG_IGN)
             sigaction(signals_[i], &action, nullptr);
@@ -40,7 +40,7 @@ Interruption::Interruption(const ostrel::Transaction& transaction, std::string n
 }
 
 Interruption::~Interruption() {
-    for (std::size_t i = 0; i < signals_.size(); ++i)
+    for (size_t i = 0; i < signals_.size(); ++i)
         sigaction(signals_[i], &before_[i], nullptr);
     present = nullptr;
 }

@@ -14,7 +14,7 @@ std::string withoutBreak(store::LineWriter writer) {
 
 }  // namespace
 
-std::string keyText(std::string_view name, std::uint32_t index) {
+std::string keyText(std::string_view name, uint32_t index) {
     std::string text;
     store::appendName(text, name);
     if (index != 0)
@@ -22,9 +22,9 @@ std::string keyText(std::string_view name, std::uint32_t index) {
     return text;
 }
 
-std::string labelledKey(std::string_view name, std::size_t structure, std::string_view label) {
-    const std::size_t size = structure == 0 ? name.size() : structure;
-    std::string text = keyText(name.substr(0, size), 0).append("[$").append(label).append("]");
+std::string labelledKey(std::string_view name, size_t structure, std::string_view label) {
+    const size_t size = structure == 0 ? name.size() : structure;
+    const std::string text = keyText(name.substr(0, size), 0).append("[$").append(label).append("]");
     return size == name.size() ? text : text + '.' + keyText(name.substr(size + 1), 0);
 }
 
@@ -39,8 +39,8 @@ std::string valueLine(const ShownKey& key, const ostrel::Value& value) {
     return withoutBreak(std::move(writer));
 }
 
-std::string instanceLine(std::string_view structure, std::uint32_t key, std::string_view templateName,
-                         std::uint32_t owner) {
+std::string instanceLine(std::string_view structure, uint32_t key, std::string_view templateName,
+                         uint32_t owner) {
     store::LineWriter writer;
     writer.instance({structure, key}, {std::string(templateName), owner});
     return withoutBreak(std::move(writer));

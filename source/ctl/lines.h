@@ -9,14 +9,14 @@
 #include "ostrel/client.hpp"
 #include "text/values.h"
 
-std::string keyText(std::string_view name, std::uint32_t index);
+std::string keyText(std::string_view name, uint32_t index);
 // NAME[$LABEL], or STRUCT[$LABEL].MEMBER: structure is its name's size, 0 that there is no member.
-std::string labelledKey(std::string_view name, std::size_t structure, std::string_view label);
+std::string labelledKey(std::string_view name, size_t structure, std::string_view label);
 // KEY TYPE VALUE
 std::string valueLine(const ShownKey& key, const ostrel::Value& value);
 // STRUCT[PKEY] instance TEMPLATE OWNER
-std::string instanceLine(std::string_view structure, std::uint32_t key, std::string_view templateName,
-                         std::uint32_t owner);
+std::string instanceLine(std::string_view structure, uint32_t key, std::string_view templateName,
+                         uint32_t owner);
 
 store::Value toStore(const ostrel::Value& value);
 ostrel::Value fromStore(const store::Value& value);

@@ -64,16 +64,16 @@ struct LogLine {
 std::optional<LogLine> parseLine(std::string_view line) {
     constexpr std::string_view placeEnd = logLayout::functionEnd;
     constexpr std::string_view errorTag = logLayout::errorTag;
-    const std::size_t end = line.find(placeEnd);
+    const size_t end = line.find(placeEnd);
     if (!line.starts_with('[') || end == std::string_view::npos)
         return std::nullopt;
     const std::string_view place = line.substr(0, end);
     LogLine parsed{.level = line.substr(0, line.find(' ')),
                    .function = place.substr(place.rfind(':') + 1),
                    .text = line.substr(end + placeEnd.size())};
-    const std::size_t module = place.find(':') + 1;
+    const size_t module = place.find(':') + 1;
     parsed.module = place.substr(module, place.find(':', module) - module);
-    if (const std::size_t tag = line.find(errorTag); tag != std::string_view::npos)
+    if (const size_t tag = line.find(errorTag); tag != std::string_view::npos)
         parsed.text = line.substr(tag + errorTag.size());
     parsed.text.remove_prefix(std::min(parsed.text.find_first_not_of(' '), parsed.text.size()));
     return parsed;
@@ -112,7 +112,7 @@ public:
 private:
     // NAME: TEXT
     void takeRunners(std::string_view text, std::string_view before) {
-        const std::size_t colon = std::min(text.find(": "), text.size());
+        const size_t colon = std::min(text.find(": "), text.size());
         const std::string rule = ruleName(text.substr(0, colon));
         if (text.ends_with(exec::knownLine::succeededAgain))
             faults_.services.erase(rule);

@@ -9,7 +9,7 @@
 struct LogFaults {
     struct Lines {
         std::string cause{};  // the last line that tells one; else the last of all
-        std::size_t count = 0;
+        size_t count = 0;
         bool toldCause = false;
     };
     std::string fatal{};  // the reason of the last fatal error

@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     Arguments arguments;
     try {
-        Status status = run(argc, argv, arguments);
+        const Status status = run(argc, argv, arguments);
         flushResults(status);
         return static_cast<int>(status);
     } catch (const Failure& failure) {

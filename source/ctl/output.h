@@ -25,10 +25,10 @@ public:
     // As many values as keys; nothing for one that is missing.
     virtual void values(const std::vector<ShownKey>& keys,
                         const std::vector<std::optional<ostrel::Value>>& values) = 0;
-    virtual void count(std::uint32_t count) = 0;
-    virtual void list(const std::vector<std::uint32_t>& keys) = 0;
+    virtual void count(uint32_t count) = 0;
+    virtual void list(const std::vector<uint32_t>& keys) = 0;
     // Of the one instance that was made; 0: it was only tried.
-    virtual void newKey(std::uint32_t key) = 0;
+    virtual void newKey(uint32_t key) = 0;
     // Those that the batch made; 0 for the keys when they were only tried.
     virtual void instances(const Batch& batch) = 0;
     // A changed key with the values that it has now, which may be none.

@@ -14,7 +14,7 @@ using Json = nlohmann::ordered_json;
 
 std::string hexadecimal(const std::string& bytes) {
     std::string text;
-    for (char c : bytes) {
+    for (const char c : bytes) {
         auto byte = static_cast<unsigned char>(c);
         text += store::hexDigits[byte >> 4U];
         text += store::hexDigits[byte & 15U];
@@ -36,9 +36,9 @@ bool isUtf8(const std::string& text) {
 std::string lineOf(const Json& json) {
     const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
     std::string shown;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t steering = store::steeringSize(std::string_view(text).substr(at));
-        const std::size_t size = std::max(steering, std::size_t{1});
+    for (size_t at = 0; at < text.size();) {
+        const size_t steering = store::steeringSize(std::string_view(text).substr(at));
+        const size_t size = std::max(steering, size_t{1});
         // Within its quotes.
         shown += steering != 0 ? Json(text.substr(at, size)).dump(-1, ' ', true).substr(1, 6)
                                : text.substr(at, size);
@@ -62,7 +62,7 @@ void addValue(Json& object, const ostrel::Value& value) {
 }
 
 // 0 is no key and no line.
-Json number(std::size_t number) { return number != 0 ? Json(number) : Json(); }
+Json number(size_t number) { return number != 0 ? Json(number) : Json(); }
 
 Json textOrNull(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
 
@@ -83,7 +83,7 @@ public:
     void values(const std::vector<ShownKey>& keys,
                 const std::vector<std::optional<ostrel::Value>>& values) override {
         Json array = Json::array();
-        for (std::size_t i = 0; i < keys.size(); ++i) {
+        for (size_t i = 0; i < keys.size(); ++i) {
             Json object = {{"name", keys[i].name}, {"index", keys[i].index}};
             if (values[i])
                 addValue(object, *values[i]);
@@ -94,9 +94,9 @@ public:
         print(array);
     }
 
-    void count(std::uint32_t count) override { print(count); }
-    void list(const std::vector<std::uint32_t>& keys) override { print(keys); }
-    void newKey(std::uint32_t key) override { print({{"key", number(key)}}); }
+    void count(uint32_t count) override { print(count); }
+    void list(const std::vector<uint32_t>& keys) override { print(keys); }
+    void newKey(uint32_t key) override { print({{"key", number(key)}}); }
 
     void instances(const Batch& batch) override {
         Json array = Json::array();
@@ -110,7 +110,7 @@ public:
     void change(const std::string& name, const std::vector<ShownKey>& keys,
                 const std::vector<ostrel::Value>& values) override {
         Json array = Json::array();
-        for (std::size_t i = 0; i < keys.size(); ++i) {
+        for (size_t i = 0; i < keys.size(); ++i) {
             Json object = {{"index", keys[i].index}};
             addValue(object, values[i]);
             array.push_back(std::move(object));
@@ -124,7 +124,7 @@ public:
     // The first problem stands in the object itself; of several, all follow.
     std::string text(const Failure& failure) const override {
         const std::vector<Problem>& problems = failure.problems();
-        std::string saying = failure.what();
+        const std::string saying = failure.what();
         Json error = {{"status", statusWord(failure.status())},
                       {"text", saying.empty() ? ostrelStatusText(failure.status()) : saying},
                       {"file", textOrNull(failure.file())}};

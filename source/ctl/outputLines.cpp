@@ -23,34 +23,34 @@ class Lines final : public Output {
 public:
     void values(const std::vector<ShownKey>& keys,
                 const std::vector<std::optional<ostrel::Value>>& values) override {
-        for (std::size_t i = 0; i < keys.size(); ++i) {
+        for (size_t i = 0; i < keys.size(); ++i) {
             if (values[i])
                 std::cout << valueLine(keys[i], *values[i]) << '\n';
         }
     }
 
-    void count(std::uint32_t count) override { std::cout << count << '\n'; }
+    void count(uint32_t count) override { std::cout << count << '\n'; }
 
-    void list(const std::vector<std::uint32_t>& keys) override {
-        for (std::uint32_t key : keys)
+    void list(const std::vector<uint32_t>& keys) override {
+        for (const uint32_t key : keys)
             std::cout << key << '\n';
     }
 
-    void newKey(std::uint32_t key) override {
+    void newKey(uint32_t key) override {
         if (key != 0)
             std::cout << key << '\n';
     }
 
     void instances(const Batch& batch) override {
         for (const NewInstance& made : batch.instances) {
-            if (std::uint32_t key = batch.transaction.key(*made.index))
+            if (const uint32_t key = batch.transaction.key(*made.index))
                 std::cout << instanceLine(made.structure, key, made.templateName, made.owner) << '\n';
         }
     }
 
     void change(const std::string& name, const std::vector<ShownKey>& keys,
                 const std::vector<ostrel::Value>& values) override {
-        for (std::size_t i = 0; i < keys.size(); ++i)
+        for (size_t i = 0; i < keys.size(); ++i)
             std::cout << valueLine(keys[i], values[i]) << '\n';
         if (keys.empty())
             std::cout << keyText(name, 0) << " changed\n";
@@ -62,7 +62,7 @@ public:
         std::vector<std::string> lines;
         for (const Problem& problem : failure.problems())
             lines.push_back(problemLine(failure, problem));
-        if (std::string text = failure.what(); lines.size() == 1 && !text.empty())
+        if (const std::string text = failure.what(); lines.size() == 1 && !text.empty())
             lines.front() += "; " + text;
         else if (!text.empty())
             lines.push_back(text);

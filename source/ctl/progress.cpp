@@ -17,8 +17,8 @@ namespace {
 constexpr std::chrono::milliseconds patience(500);
 constexpr std::chrono::milliseconds pace(100);
 constexpr std::chrono::milliseconds plainPace(2000);
-constexpr std::size_t widest = 40;
-constexpr std::size_t usualColumns = 80;
+constexpr size_t widest = 40;
+constexpr size_t usualColumns = 80;
 constexpr char wipe[] = "\r\033[K";
 
 bool canDraw() {
@@ -27,26 +27,26 @@ bool canDraw() {
 }
 
 // At each drawing, as the user may change it.
-std::size_t columns() {
+size_t columns() {
     winsize size{};
     return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : usualColumns;
 }
 
-std::string state(std::size_t sent, std::size_t changes) {
+std::string state(size_t sent, size_t changes) {
     return sent < changes ? std::to_string(sent) + " of " + std::to_string(changes)
                           : "all sent; the daemon is at work";
 }
 
 // On one line: a longer one cannot be wiped off. The last column stays free, as some terminals wrap behind
 // it.
-std::string bar(std::size_t sent, std::size_t changes) {
-    const std::size_t room = columns() - 1;
+std::string bar(size_t sent, size_t changes) {
+    const size_t room = columns() - 1;
     const std::string text = state(sent, changes);
-    constexpr std::size_t frame = 3;  // the brackets, and a blank
+    constexpr size_t frame = 3;  // the brackets, and a blank
     if (room <= text.size() + frame)
         return wipe + text.substr(0, room);
-    const std::size_t width = std::min(widest, room - text.size() - frame);
-    const std::size_t full = width * sent / changes;
+    const size_t width = std::min(widest, room - text.size() - frame);
+    const size_t full = width * sent / changes;
     return wipe + std::string("[") + std::string(full, '#') + std::string(width - full, ' ') + "] " + text;
 }
 
@@ -55,9 +55,8 @@ void print(const std::string& text) { static_cast<void>(!write(STDERR_FILENO, te
 
 }  // namespace
 
-ProgressBar::ProgressBar(ostrel::Session& session, std::size_t changes)
-    : changes_(changes), session_(session) {
-    session.onProgress([this](std::size_t sent, std::size_t) { sent_ = sent; });
+ProgressBar::ProgressBar(ostrel::Session& session, size_t changes) : changes_(changes), session_(session) {
+    session.onProgress([this](size_t sent, size_t) { sent_ = sent; });
     // The session holds signals back on its own thread only; they must not find this one instead.
     sigset_t all;
     sigset_t before;

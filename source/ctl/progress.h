@@ -18,7 +18,7 @@
 class ProgressBar {
 public:
     // Of the session's next apply or check; changes is not 0.
-    ProgressBar(ostrel::Session& session, std::size_t changes);
+    ProgressBar(ostrel::Session& session, size_t changes);
     // Wipes the bar off.
     ~ProgressBar();
     ProgressBar(const ProgressBar&) = delete;
@@ -32,8 +32,8 @@ private:
     void drawBar(const Pause& pause);
     void printLines(const Pause& pause);
 
-    const std::size_t changes_;
-    std::atomic<std::size_t> sent_ = 0;
+    const size_t changes_;
+    std::atomic<size_t> sent_ = 0;
     std::mutex mutex_;
     std::condition_variable_any wake_;
     ostrel::Session& session_;

@@ -30,7 +30,7 @@ std::string whyMissing(ostrel::Session& session, const ostrel::Key& key) {
 void getValues(Context& context, std::vector<ShownKey> keys) {
     std::vector<std::optional<ostrel::Value>> values = context.session.readMany({keys.begin(), keys.end()});
     std::vector<Problem> missing;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
+    for (size_t i = 0; i < keys.size(); ++i) {
         if (!values[i])
             missing.push_back({.key = keys[i].text(), .reason = whyMissing(context.session, keys[i])});
     }
@@ -40,16 +40,16 @@ void getValues(Context& context, std::vector<ShownKey> keys) {
         throw Failure(OSTREL_MISSING, "", "", std::move(missing));
 }
 
-void countInstances(Context& context, const std::string& name, std::uint32_t owner) {
-    const std::uint32_t count = context.session.count(name, owner);
+void countInstances(Context& context, const std::string& name, uint32_t owner) {
+    const uint32_t count = context.session.count(name, owner);
     context.output->count(count);
     if (count == 0)
         requireKnown(name);
 }
 
-void listInstances(Context& context, const std::string& name, std::uint32_t owner) {
-    ostrel::Session::List list = context.session.list(name, owner);
-    std::string text = ostrelSessionError(context.session.get());
+void listInstances(Context& context, const std::string& name, uint32_t owner) {
+    const ostrel::Session::List list = context.session.list(name, owner);
+    const std::string text = ostrelSessionError(context.session.get());
     context.output->list(list.keys);
     if (list.keys.empty())
         requireKnown(name);

@@ -17,7 +17,7 @@ Peer peerOfSocket() {
     // Nothing is sent and nothing waited for, so this also works while the daemon is busy; not, however, when
     // its queue of clients is full.
     Peer peer;
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return peer;
     sockaddr_un address{};
@@ -73,6 +73,6 @@ bool isStopped(pid_t process) {
     std::string line;
     std::getline(std::ifstream("/proc/" + std::to_string(process) + "/stat"), line);
     // The state stands behind the program's name, which may hold anything, too.
-    std::size_t nameEnd = line.rfind(") ");
+    const size_t nameEnd = line.rfind(") ");
     return nameEnd != std::string::npos && line.find_first_of("Tt", nameEnd) == nameEnd + 2;
 }

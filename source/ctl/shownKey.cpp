@@ -5,13 +5,13 @@
 #include "ctl/lines.h"
 
 std::string ShownKey::text() const {
-    std::string shown =
+    const std::string shown =
         keyText(std::string_view(name).substr(0, structure == 0 ? name.size() : structure), index);
     return structure == 0 ? shown : shown + '.' + keyText(std::string_view(name).substr(structure + 1), 0);
 }
 
-std::size_t structureOf(ostrel::Session& session, const std::string& name, std::uint32_t owner) {
-    for (std::size_t dot = name.find('.', 1); dot != std::string::npos; dot = name.find('.', dot + 1)) {
+size_t structureOf(ostrel::Session& session, const std::string& name, uint32_t owner) {
+    for (size_t dot = name.find('.', 1); dot != std::string::npos; dot = name.find('.', dot + 1)) {
         if (session.count(name.substr(0, dot), owner) != 0)
             return dot;
     }
@@ -19,9 +19,9 @@ std::size_t structureOf(ostrel::Session& session, const std::string& name, std::
 }
 
 void findStructures(ostrel::Session& session, std::vector<ShownKey>& keys) {
-    std::map<std::string, std::size_t> found;
+    std::map<std::string, size_t> found;
     for (ShownKey& key : keys) {
-        const std::size_t dot = key.name.find('.', 1);
+        const size_t dot = key.name.find('.', 1);
         if (key.index == 0 || key.structure != 0 || dot == std::string::npos)
             continue;
         auto [place, isNew] = found.try_emplace(key.name, dot);

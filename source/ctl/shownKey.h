@@ -9,13 +9,13 @@
 #include "ostrel/client.hpp"
 
 struct ShownKey : ostrel::Key {
-    std::size_t structure = 0;  // bytes of its name in front of the member's; 0: no member, or not known
+    size_t structure = 0;  // bytes of its name in front of the member's; 0: no member, or not known
 
     std::string text() const;
 };
 
 // Bytes of the name that are a structure's of which the owner has an instance; 0: none.
-std::size_t structureOf(ostrel::Session& session, const std::string& name, std::uint32_t owner);
+size_t structureOf(ostrel::Session& session, const std::string& name, uint32_t owner);
 
 // Of existing keys that may be members finds out which are; throws ostrel::Error.
 void findStructures(ostrel::Session& session, std::vector<ShownKey>& keys);

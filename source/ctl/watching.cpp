@@ -12,7 +12,7 @@
 namespace {
 
 // Keys that are read together; a change of one that is among them already needs no second line.
-constexpr std::size_t mostPending = 256;
+constexpr size_t mostPending = 256;
 
 class Watcher {
 public:
@@ -58,14 +58,14 @@ private:
     // The plain value, the elements, the members of the wanted owners' instances.
     std::vector<ShownKey> keysOf(const std::string& name) {
         std::vector<ShownKey> keys{{{name, 0}}};
-        std::set<std::uint32_t> owners = watch_.owners;
+        std::set<uint32_t> owners = watch_.owners;
         owners.insert(0);
-        for (std::uint32_t owner : owners) {
-            ostrel::Session::List list = context_.session.list(name, owner);
+        for (const uint32_t owner : owners) {
+            const ostrel::Session::List list = context_.session.list(name, owner);
             if (!list.complete)
                 say(keyText(name, 0) + ": " + ostrelSessionError(context_.session.get()));
-            const std::size_t structure = list.keys.empty() ? 0 : structureOf(context_.session, name, owner);
-            for (std::uint32_t index : list.keys)
+            const size_t structure = list.keys.empty() ? 0 : structureOf(context_.session, name, owner);
+            for (uint32_t index : list.keys)
                 keys.push_back({{name, index}, structure});
         }
         return keys;
@@ -77,7 +77,7 @@ private:
             std::ranges::move(keysOf(name), std::back_inserter(keys));
         std::vector<std::optional<ostrel::Value>> values =
             context_.session.readMany({keys.begin(), keys.end()});
-        std::size_t next = 0;
+        size_t next = 0;
         for (const std::string& name : pending_) {
             std::vector<ShownKey> found;
             std::vector<ostrel::Value> foundValues;
@@ -98,7 +98,7 @@ private:
     Context& context_;
     const Watch& watch_;
     std::vector<std::string> pending_;
-    std::size_t printed_ = 0;
+    size_t printed_ = 0;
 };
 
 }  // namespace
@@ -113,8 +113,8 @@ void watchChanges(Context& context, const Watch& watch) {
             throw Failure(OSTREL_REFUSED, "too many others want to watch already");
         // A daemon that does not run is the better reason.
         context.session.connect();
-        bool isAbsent = error.code() == std::errc::no_such_file_or_directory ||
-                        error.code() == std::errc::connection_refused;
+        const bool isAbsent = error.code() == std::errc::no_such_file_or_directory ||
+                              error.code() == std::errc::connection_refused;
         throw Failure(OSTREL_FAILED, std::string(error.what()) +
                                          (isAbsent ? "; the daemon runs without its plug-in watch" : ""));
     }

@@ -9,14 +9,14 @@
 
 namespace {
 
-constexpr std::size_t longestTag = 4;
+constexpr size_t longestTag = 4;
 
 bool isNumber(std::string_view text) {
     return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
 
-std::uint32_t numberArgument(std::string_view argument, std::uint32_t largest) {
-    std::uint32_t number = 0;
+uint32_t numberArgument(std::string_view argument, uint32_t largest) {
+    uint32_t number = 0;
     if (!isNumber(argument))
         failUsage("a decimal number is missing");
     auto [end, error] = std::from_chars(argument.data(), argument.data() + argument.size(), number);
@@ -25,14 +25,14 @@ std::uint32_t numberArgument(std::string_view argument, std::uint32_t largest) {
     return number;
 }
 
-ShownKey checkedKey(std::string name, std::uint32_t index = 0, std::size_t structure = 0) {
+ShownKey checkedKey(std::string name, uint32_t index = 0, size_t structure = 0) {
     ShownKey key{{std::move(name), index}, structure};
-    if (store::Result result = store::checkName(key.name); !result.ok())
+    if (const store::Result result = store::checkName(key.name); !result.ok())
         failUsage(key.text() + ": " + result.refusal);
     return key;
 }
 
-std::uint32_t tagOwner(const std::string& tag) {
+uint32_t tagOwner(const std::string& tag) {
     if (tag.size() > longestTag)
         failUsage("the owner is longer than 4 bytes");
     return ostrelOwner(tag.c_str());
@@ -46,16 +46,16 @@ void require(store::Result result) {
 }
 
 ShownKey keyArgument(std::string_view argument) {
-    std::size_t open = argument.rfind('[');
-    std::size_t close = argument.rfind(']');
+    const size_t open = argument.rfind('[');
+    const size_t close = argument.rfind(']');
     if (open == std::string_view::npos || close == std::string_view::npos || close < open)
         return checkedKey(std::string(argument));
-    std::string_view number = argument.substr(open + 1, close - open - 1);
-    std::string_view rest = argument.substr(close + 1);
+    const std::string_view number = argument.substr(open + 1, close - open - 1);
+    const std::string_view rest = argument.substr(close + 1);
     if (!isNumber(number) || (!rest.empty() && rest.front() != '.'))
         return checkedKey(std::string(argument));
     std::string name = std::string(argument.substr(0, open)).append(rest);
-    std::uint32_t index = 0;
+    uint32_t index = 0;
     auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), index);
     if (error != std::errc() || index == 0)
         failUsage(std::string(argument) + ": an index is a number from 1 to 4294967295");
@@ -63,8 +63,8 @@ ShownKey keyArgument(std::string_view argument) {
 }
 
 std::string indexHint(const ostrel::Key& key) {
-    const std::size_t open = key.name.find('[');
-    const std::size_t close = key.name.rfind(']');
+    const size_t open = key.name.find('[');
+    const size_t close = key.name.rfind(']');
     if (key.index != 0 || open == std::string::npos || close == std::string::npos || close < open)
         return "";
     return "bad index " + key.name.substr(open, close - open + 1) +
@@ -85,7 +85,7 @@ std::string nameArgument(std::string_view argument) {
     return std::move(key.name);
 }
 
-std::uint32_t ownerArgument(std::string_view argument) {
+uint32_t ownerArgument(std::string_view argument) {
     return isNumber(argument) ? numberArgument(argument, UINT32_MAX) : tagOwner(std::string(argument));
 }
 

@@ -21,7 +21,7 @@ ShownKey elementArgument(std::string_view argument);
 // A key that must have none.
 std::string nameArgument(std::string_view argument);
 // A number, or a tag of up to four bytes.
-std::uint32_t ownerArgument(std::string_view argument);
+uint32_t ownerArgument(std::string_view argument);
 
 ostrelValueType typeArgument(std::string_view argument);
 // A decimal number, or a text that is taken as it is.

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr size_t maxColumn = 56;  // of the comments
+constexpr size_t lastColumn = 56;  // of the comments
 
 // As a line shows it behind its key and type.
 std::string valueText(const store::Value& value) {
@@ -44,7 +44,7 @@ public:
     void print() const {
         size_t column = 0;
         for (const auto& [line, origin] : rows_)
-            column = std::max(column, std::min(line.size(), maxColumn));
+            column = std::max(column, std::min(line.size(), lastColumn));
         for (const auto& [line, origin] : rows_) {
             const size_t blanks = line.size() < column ? column - line.size() : 0;
             std::cout << line << std::string(blanks, ' ') << "  # " << origin << '\n';

@@ -50,7 +50,7 @@ std::optional<std::string> readLive(const store::Paths& paths) {
 
 Snapshot::Snapshot(store::Paths paths) : paths_(std::move(paths)) {
     const auto read = [this](const std::string& path) {
-        std::optional<std::string> text = readFile(path);
+        const std::optional<std::string> text = readFile(path);
         if (!text)
             missing_.push_back(path);
         return text.value_or("");

@@ -23,15 +23,15 @@ bool isOpen = false;
 // Those of the clients in their order, behind that of new ones.
 std::vector<pollfd> collectWaits() {
     std::vector<pollfd> waits{{newClientsFd(), POLLIN, 0}};
-    BllGuard guard;
+    const BllGuard guard;
     for (const ostrelConnection* connection : listOfConnection)
         waits.push_back({connection->fd, POLLIN, 0});
     return waits;
 }
 
 ostrelConnection* connectionAt(int index) {
-    BllGuard guard;
-    return listOfConnection[static_cast<std::size_t>(index)];
+    const BllGuard guard;
+    return listOfConnection[static_cast<size_t>(index)];
 }
 
 void dispatch(const std::vector<pollfd>& waits, const Report& report) {
@@ -39,7 +39,7 @@ void dispatch(const std::vector<pollfd>& waits, const Report& report) {
     for (auto wait = waits.begin() + 1; wait != waits.end(); ++wait) {
         bool isKept = true;
         if (wait->revents != 0) {
-            Watched watched(report, "a client's request");
+            const Watched watched(report, "a client's request");
             isKept = popMessage(connectionAt(index));
         }
         if (isKept)

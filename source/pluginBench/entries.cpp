@@ -35,7 +35,7 @@ void tellException(const std::string& call, const char* what) {
 // Calls the entry. An exception goes on to the host.
 template <typename Entry>
 int callThrough(const std::string& call, Entry entry) {
-    Watched watched(*watcher.report, call);
+    const Watched watched(*watcher.report, call);
     try {
         return entry();
     } catch (const std::exception& exception) {
@@ -48,14 +48,14 @@ int callThrough(const std::string& call, Entry entry) {
 }
 
 std::string element(const OstrelValue& record) {
-    std::string text = printable(record.name);
+    const std::string text = printable(record.name);
     return record.pKey == 0 ? text : text + '[' + std::to_string(record.pKey) + ']';
 }
 
 // The changes that the entry stored: those behind the first ones.
-std::string storedSince(std::size_t first) {
+std::string storedSince(size_t first) {
     std::string text;
-    for (std::size_t i = first; i < listOfStoredValues.size(); ++i)
+    for (size_t i = first; i < listOfStoredValues.size(); ++i)
         text += (text.empty() ? "stores " : ", ") + element(*listOfStoredValues[i]);
     return text;
 }
@@ -63,14 +63,14 @@ std::string storedSince(std::size_t first) {
 // entry: called without arguments. remark: makes the end of the line from the entry's results.
 template <typename Entry, typename Remark>
 int call(Callback& callback, Entry entry, Remark remark) {
-    std::string name = shown(callback);
-    std::size_t stored = listOfStoredValues.size();
+    const std::string name = shown(callback);
+    const size_t stored = listOfStoredValues.size();
     std::chrono::steady_clock::duration spent{};
     std::string given;
     // What it gave is looked at inside, too: a bad pointer there is the entry's.
-    int result = callThrough(name, [&] {
+    const int result = callThrough(name, [&] {
         auto begin = std::chrono::steady_clock::now();
-        int entrysResult = entry();
+        const int entrysResult = entry();
         spent = std::chrono::steady_clock::now() - begin;
         given = remark();
         return entrysResult;
@@ -116,7 +116,7 @@ int patternsOf(const char* entry, int (*function)(unsigned int*, char***), unsig
             text += (i == 0 ? "" : " ") + std::string(printable((*patterns)[i]));
         return text;
     };
-    int result = callVital(
+    const int result = callVital(
         entry, [=] { return function(count, patterns); }, list);
     if (result == 1 && *count != 0 && *patterns == nullptr)
         watcher.report->tell(event::fault, std::string(entry) + " gave a count of " + std::to_string(*count) +
@@ -141,10 +141,10 @@ int init(int five, char** moduleName) {
 // Notes the call before it begins: one that throws is seen, too.
 int callNoted(Callback callback, auto function, auto remark) {
     std::vector<Callback>& callbacks = watcher.seen.callbacks;
-    std::size_t place = callbacks.size();
+    const size_t place = callbacks.size();
     callbacks.push_back(callback);
     callbacks[place].throws = true;
-    int result = call(callback, function, remark);
+    const int result = call(callback, function, remark);
     callbacks[place].throws = false;
     callbacks[place].fails = result != 1;
     return result;
@@ -161,7 +161,7 @@ int trigger(const char* key) {
 }
 
 int restart(int* reboot) {
-    int result = callNoted(
+    const int result = callNoted(
         {"restart"}, [=] { return watcher.plugin.restart(reboot); },
         [=] { return *reboot == 1 ? "reboot" : ""; });
     watcher.seen.callbacks.back().reboot = *reboot == 1;
@@ -176,7 +176,7 @@ int restart(int* reboot) {
 
 int die() {
     Callback callback{"die"};
-    int result = call(callback, watcher.plugin.die, nothing);
+    const int result = call(callback, watcher.plugin.die, nothing);
     if (callback.fails)
         watcher.seen.failures.push_back(callback);
     return result;

@@ -67,7 +67,7 @@ std::string problemOfFile(const Expectation& expectation) {
 
 // The committed value as the database files have it; empty when there is none.
 std::string valueOf(const store::Line& line) {
-    std::string name = line.key().wholeName();
+    const std::string name = line.key().wholeName();
     store::Value value;
     if (database == nullptr || database->getType(name.c_str(), line.index, &value.type) == refused)
         return {};
@@ -77,7 +77,7 @@ std::string valueOf(const store::Line& line) {
     if (database->dataRead(0, name.c_str(), value.type, &size, reinterpret_cast<unsigned char*>(bytes.data()),
                            line.index) == refused)
         return {};
-    value.bytes = bytes.substr(0, static_cast<std::size_t>(size) - (store::isText(value.type) ? 1 : 0));
+    value.bytes = bytes.substr(0, static_cast<size_t>(size) - (store::isText(value.type) ? 1 : 0));
     store::LineWriter writer;
     writer.value(line.key(), value);
     return writer.text.substr(0, writer.text.size() - 1);
@@ -87,7 +87,7 @@ std::string problemOfValue(const Expectation& expectation) {
     store::Line line;
     if (!store::parseLine(expectation.subject, line).ok())
         return "it is no value";
-    std::string found = valueOf(line);
+    const std::string found = valueOf(line);
     if (expectation.kind == Kind::noValue)
         return found.empty() ? "" : "there is " + found;
     store::LineWriter wanted;
@@ -122,17 +122,17 @@ void Judge::judgeCallbacks(const Step& step, const std::vector<Callback>& callba
     std::vector<Callback> expected;
     bool anyExpected = false;
     for (const Expectation& expectation : step.expected) {
-        bool broadcast = expectation.kind == Kind::callback && isBroadcast(expectation.callback);
+        const bool broadcast = expectation.kind == Kind::callback && isBroadcast(expectation.callback);
         anyExpected = anyExpected || broadcast || expectation.kind == Kind::nothing;
         if (broadcast)
             expected.push_back(expectation.callback);
     }
-    bool same = !anyExpected || std::ranges::equal(expected, callbacks, isSameCall);
+    const bool same = !anyExpected || std::ranges::equal(expected, callbacks, isSameCall);
     if (!same)
         report_.tell(event::fault, scenario_.placed(step.number, "expected " + listed(expected) +
                                                                      "; called: " + listed(callbacks)));
-    for (std::size_t i = 0; i < callbacks.size(); ++i) {
-        bool mayFail = anyExpected && same && expected[i].fails;
+    for (size_t i = 0; i < callbacks.size(); ++i) {
+        const bool mayFail = anyExpected && same && expected[i].fails;
         if (callbacks[i].fails == mayFail || callbacks[i].throws)
             continue;
         Callback callback = callbacks[i];
@@ -181,11 +181,11 @@ std::string Judge::problemOfRun(const std::string& command) const {
     std::string said = result.output + result.errors;
     while (said.ends_with('\n'))
         said.pop_back();
-    std::string how = result.end == ChildResult::End::exited ? "exit status " + std::to_string(result.number)
-                      : result.end == ChildResult::End::killed
-                          ? "ended by signal " + std::to_string(result.number)
-                      : result.end == ChildResult::End::timedOut ? "it does not end"
-                                                                 : "it does not run";
+    const std::string how =
+        result.end == ChildResult::End::exited     ? "exit status " + std::to_string(result.number)
+        : result.end == ChildResult::End::killed   ? "ended by signal " + std::to_string(result.number)
+        : result.end == ChildResult::End::timedOut ? "it does not end"
+                                                   : "it does not run";
     return said.empty() ? how : how + ": " + said;
 }
 

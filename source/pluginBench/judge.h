@@ -13,7 +13,7 @@ namespace pluginBench {
 class Judge {
 public:
     // logBegin: where the step's log begins. The arguments outlive the judge.
-    Judge(const Scenario& scenario, const Report& report, const Log& log, std::size_t logBegin)
+    Judge(const Scenario& scenario, const Report& report, const Log& log, size_t logBegin)
         : scenario_(scenario), report_(report), log_(log), logBegin_(logBegin) {}
 
     // What is not as expected is told as a fault.
@@ -30,7 +30,7 @@ private:
     const Scenario& scenario_;
     const Report& report_;
     const Log& log_;
-    const std::size_t logBegin_;
+    const size_t logBegin_;
 };
 
 }  // namespace pluginBench

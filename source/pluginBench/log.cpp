@@ -33,7 +33,7 @@ std::optional<Level> levelOf(std::string_view line) {
 
 // Takes what stands before the mark, and the mark; nothing when there is none.
 std::optional<std::string_view> takeUntil(std::string_view& rest, std::string_view mark) {
-    const std::size_t end = rest.find(mark);
+    const size_t end = rest.find(mark);
     if (end == std::string_view::npos)
         return std::nullopt;
     std::string_view taken = rest.substr(0, end);
@@ -47,11 +47,11 @@ LogLine parseLine(std::string_view line) {
     const std::optional<Level> level = levelOf(line);
     std::string_view rest = line;
     LogLine parsed;
-    std::optional<std::string_view> time = takeUntil(rest, ":");
+    const std::optional<std::string_view> time = takeUntil(rest, ":");
     std::optional<std::string_view> module = takeUntil(rest, ":");
-    std::optional<std::string_view> number = takeUntil(rest, ":");
+    const std::optional<std::string_view> number = takeUntil(rest, ":");
     std::optional<std::string_view> function = takeUntil(rest, logLayout::functionEnd);
-    const std::size_t place = std::max(logLayout::prefixWidth, line.size() - rest.size());
+    const size_t place = std::max(logLayout::prefixWidth, line.size() - rest.size());
     if (!level || !time || !module || !number || !function ||
         line.substr(std::min(place, line.size()), gap.size()) != gap) {
         parsed.text = line;
@@ -81,7 +81,7 @@ std::string shown(const LogLine& line) {
 std::vector<LogLine> parseLog(std::string_view text) {
     std::vector<LogLine> lines;
     while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size());
+        const size_t end = std::min(text.find('\n'), text.size());
         lines.push_back(parseLine(text.substr(0, end)));
         text.remove_prefix(std::min(end + 1, text.size()));
     }
@@ -102,23 +102,23 @@ void Log::take() const {
     ostrelShowPrefix(1);
 }
 
-std::size_t Log::size() const {
+size_t Log::size() const {
     std::fflush(stdout);
     struct stat status {};
     fstat(file_.get(), &status);
-    return static_cast<std::size_t>(status.st_size);
+    return static_cast<size_t>(status.st_size);
 }
 
-std::vector<LogLine> Log::lines(std::size_t begin, std::size_t end) const {
+std::vector<LogLine> Log::lines(size_t begin, size_t end) const {
     end = std::min(end, size());
     begin = begin > end ? 0 : begin;
     std::string text(end - begin, '\0');
-    ssize_t length = pread(file_.get(), text.data(), text.size(), static_cast<off_t>(begin));
-    text.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+    const ssize_t length = pread(file_.get(), text.data(), text.size(), static_cast<off_t>(begin));
+    text.resize(length < 0 ? 0 : static_cast<size_t>(length));
     return parseLog(text);
 }
 
-std::string Log::lastError(std::size_t begin) const {
+std::string Log::lastError(size_t begin) const {
     std::string text;
     for (LogLine& line : lines(begin)) {
         if (line.level == Level::error)

@@ -34,12 +34,12 @@ public:
     // Makes it the standard output and the standard error, of lines with prefixes.
     void take() const;
     // Its length in bytes.
-    std::size_t size() const;
+    size_t size() const;
     // What came behind the first bytes, and before the last ones; all of it when it has been truncated to
     // less.
-    std::vector<LogLine> lines(std::size_t begin, std::size_t end = std::string::npos) const;
+    std::vector<LogLine> lines(size_t begin, size_t end = std::string::npos) const;
     // Of that, the last error's text; empty when there is none.
-    std::string lastError(std::size_t begin) const;
+    std::string lastError(size_t begin) const;
 
 private:
     process::Descriptor file_;

@@ -32,7 +32,7 @@ int main(int argc, char** argv) {
     // The server's globals log their end at every exit.
     ostrelSetPrintLevel(0);
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    std::string_view first = argc > 1 ? argv[1] : "";
+    const std::string_view first = argc > 1 ? argv[1] : "";
     if (first == "--help" || first == "-h") {
         std::fputs(usage, stdout);
         return 0;

@@ -39,7 +39,7 @@ public:
 
 private:
     // place: among the scenario's steps, or behind them.
-    void playStep(const Step& step, std::size_t place);
+    void playStep(const Step& step, size_t place);
     void judgeServed(const Step& step) const;
     void start();
     void lookAtSymbols() const;
@@ -54,7 +54,7 @@ private:
     const std::string plugin_;
     const Report& report_;
     const Log& log_;
-    std::size_t logBegin_ = 0;  // of the step
+    size_t logBegin_ = 0;  // of the step
     ostrelDbCfg configuration_{};
 };
 
@@ -83,13 +83,13 @@ void Player::lookAtSymbols() const {
 void Player::start() {
     configuration_.keyCreateAllowed = scenario_.keyCreateAllowed;
     database = std::make_unique<ostrelDb>(&configuration_).release();
-    if (std::string error = log_.lastError(logBegin_); !error.empty())
+    if (const std::string error = log_.lastError(logBegin_); !error.empty())
         throw ScenarioError(scenario_.path + ": " + error);
     openSocket();
     state = phase::loading;
     bool loaded = false;
     {
-        Watched loading(report_, "loading it");
+        const Watched loading(report_, "loading it");
         loaded = loadOnePlugin(plugin_.c_str(), 0);
     }
     if (!loaded) {
@@ -109,7 +109,7 @@ void Player::start() {
 void Player::commit(const Step& step) {
     destroyRecords(listOfChangedStuff);
     beginSequence();
-    long handle = database->dataStartWriteTransaction();
+    const long handle = database->dataStartWriteTransaction();
     ChangeApplier applier(handle);
     for (const Change& change : step.changes) {
         if (applier.apply(change.line))
@@ -128,7 +128,7 @@ void Player::commit(const Step& step) {
 
 void Player::stop() {
     {
-        Watched unloading(report_, "unloading it");
+        const Watched unloading(report_, "unloading it");
         unloadPlugins();
     }
     closeSocket();
@@ -153,10 +153,10 @@ void Player::judgeServed(const Step& step) const {
     }
 }
 
-void Player::playStep(const Step& step, std::size_t place) {
+void Player::playStep(const Step& step, size_t place) {
     constexpr const char* words[] = {"start", "commit", "stop", "file "};
-    const std::string title = words[static_cast<std::size_t>(step.kind)] + step.path + " (line " +
-                              std::to_string(step.number) + ')';
+    const std::string title =
+        words[static_cast<size_t>(step.kind)] + step.path + " (line " + std::to_string(step.number) + ')';
     logBegin_ = log_.size();
     report_.tell(event::step, std::to_string(place) + ' ' + std::to_string(logBegin_) + ' ' + title);
     tell(title);
@@ -180,7 +180,7 @@ void Player::playStep(const Step& step, std::size_t place) {
 
 void Player::play(std::span<const Step> steps) {
     for (const Step& step : steps)
-        playStep(step, static_cast<std::size_t>(&step - scenario_.steps.data()));
+        playStep(step, static_cast<size_t>(&step - scenario_.steps.data()));
     if (database != nullptr) {
         Step last;
         last.kind = Step::Kind::stop;
@@ -191,11 +191,11 @@ void Player::play(std::span<const Step> steps) {
 
 }  // namespace
 
-void play(const Scenario& scenario, std::size_t first, const std::string& plugin, const Report& report,
+void play(const Scenario& scenario, size_t first, const std::string& plugin, const Report& report,
           const Log& log) {
     // As in the server.
     std::signal(SIGPIPE, SIG_IGN);
-    if (process::Descriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC)); null.get() >= 0)
+    if (const process::Descriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC)); null.get() >= 0)
         dup2(null.get(), STDIN_FILENO);
     constexpr int errorsAndNotices = 3;
     ostrelSetPrintLevel(errorsAndNotices);

@@ -12,7 +12,7 @@ namespace pluginBench {
 
 // Plays the steps from the first one to the end of its life. plugin: its path in the room. Ends the process,
 // with status 0 when the next life can follow. The arguments live until then.
-[[noreturn]] void play(const Scenario& scenario, std::size_t first, const std::string& plugin,
+[[noreturn]] void play(const Scenario& scenario, size_t first, const std::string& plugin,
                        const Report& report, const Log& log);
 
 }  // namespace pluginBench

@@ -11,7 +11,7 @@ namespace pluginBench {
 
 void Report::tell(char event, std::string_view text) const {
     std::string line(1, event);
-    for (char character : text) {
+    for (const char character : text) {
         auto byte = static_cast<unsigned char>(character);
         if (byte >= 32 && byte != 127) {
             line += character;
@@ -24,10 +24,10 @@ void Report::tell(char event, std::string_view text) const {
     line += '\n';
     std::string_view rest = line;
     while (!rest.empty()) {
-        ssize_t written = write(fd_, rest.data(), rest.size());
+        const ssize_t written = write(fd_, rest.data(), rest.size());
         if (written < 0 && errno != EINTR)
             return;
-        rest.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+        rest.remove_prefix(written < 0 ? 0 : static_cast<size_t>(written));
     }
 }
 

@@ -13,7 +13,7 @@ namespace pluginBench {
 namespace {
 
 // Of a failed run; the rest of a log is for --verbose.
-constexpr std::size_t shownLog = 16000;
+constexpr size_t shownLog = 16000;
 
 // What the C++ layer says of a write where the daemon would end.
 constexpr std::string_view leftOut = ostrel::plugin::knownLine::writeLeftOut;
@@ -52,8 +52,8 @@ std::string Review::failureOf(const Part& part, const LogLine& line,
                               const std::vector<std::string>& faults) const {
     if (line.level != LogLine::Level::error || isHosts(line))
         return {};
-    const std::size_t last = scenario_.steps.size() - 1;
-    const std::size_t number = scenario_.steps[std::min(part.step, last)].number;
+    const size_t last = scenario_.steps.size() - 1;
+    const size_t number = scenario_.steps[std::min(part.step, last)].number;
     if (line.text.find(leftOut) != std::string::npos)
         return scenario_.placed(number, "changes the database in writeConf: " + described(line));
     auto tells = [&](const std::string& fault) { return fault.find(line.text) != std::string::npos; };
@@ -68,7 +68,7 @@ std::string Review::failureOf(const Part& part, const LogLine& line,
 
 int Review::judge(const std::vector<std::string>& faults) {
     int failing = 0;
-    for (std::size_t i = 0; i < parts_.size(); ++i) {
+    for (size_t i = 0; i < parts_.size(); ++i) {
         Part& part = parts_[i];
         part.lines =
             log_.lines(part.logBegin, i + 1 < parts_.size() ? parts_[i + 1].logBegin : std::string::npos);
@@ -83,16 +83,16 @@ int Review::judge(const std::vector<std::string>& faults) {
 }
 
 void Review::print(bool all) const {
-    std::size_t length = 0;
+    size_t length = 0;
     for (const Part& part : parts_) {
         for (const LogLine& line : part.lines)
             length += shown(line).size();
     }
-    std::size_t passed = 0;
+    size_t passed = 0;
     for (const Part& part : parts_) {
         const std::string heading = "log of " + part.title + ":\n";
         const char* title = heading.c_str();
-        for (std::size_t i = 0; i < part.lines.size(); ++i) {
+        for (size_t i = 0; i < part.lines.size(); ++i) {
             const std::string& failure = part.failures[i];
             const std::string line = failure.empty() ? "  " + shown(part.lines[i]) : "FAILED: " + failure;
             passed += shown(part.lines[i]).size();

@@ -26,8 +26,8 @@ public:
 
 private:
     struct Part {
-        std::size_t step;
-        std::size_t logBegin;
+        size_t step;
+        size_t logBegin;
         std::string title;
         std::vector<LogLine> lines{};
         std::vector<std::string> failures{};  // of each line why it fails, or empty

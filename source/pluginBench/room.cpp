@@ -62,7 +62,7 @@ void show(const fs::path& from, const fs::path& place) {
             "showing " + from.string());
 }
 
-void showReadOnly(const fs::path& from, const fs::path& place, std::uint64_t more = MOUNT_ATTR_NODEV) {
+void showReadOnly(const fs::path& from, const fs::path& place, uint64_t more = MOUNT_ATTR_NODEV) {
     if (!fs::exists(from))
         return;
     show(from, place);
@@ -206,7 +206,7 @@ void changeRoot() {
 }
 
 void startLoopback() {
-    process::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const process::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     std::memcpy(request.ifr_name, "lo", sizeof "lo");
     request.ifr_flags = IFF_UP | IFF_RUNNING;
@@ -220,7 +220,7 @@ void giveUpMachine() {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
     require(syscall(SYS_capget, &header, sets.data()), "capabilities");
-    for (unsigned int right : rights) {
+    for (const unsigned int right : rights) {
         prctl(PR_CAPBSET_DROP, right, 0, 0, 0);
         __user_cap_data_struct& set = sets.at(CAP_TO_INDEX(right));
         set.effective &= ~CAP_TO_MASK(right);
@@ -237,7 +237,7 @@ Room::Room() : user_(geteuid()), group_(getegid()) {}
 pid_t Room::fork() const {
     // Not unshare(2): this process would have its later children there, too, those of a leak checker for one.
     const long flags = SIGCHLD | CLONE_NEWPID | (user_ == 0 ? 0 : CLONE_NEWUSER);
-    long child = syscall(SYS_clone, flags, nullptr, nullptr, nullptr, nullptr);
+    const long child = syscall(SYS_clone, flags, nullptr, nullptr, nullptr, nullptr);
     require(child, user_ == 0 ? "a process namespace"
                               : "a user namespace, which the kernel must allow to users other than root");
     return static_cast<pid_t>(child);

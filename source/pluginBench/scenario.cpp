@@ -59,29 +59,29 @@ private:
     std::vector<Change> takeChanges(std::string_view& rest);
 
     std::vector<BlockLine> lines_;
-    std::size_t at_ = 0;
-    std::size_t number_ = 0;  // of the statement's line
-    bool ended_ = false;      // the daemon has, by an expected failure
+    size_t at_ = 0;
+    size_t number_ = 0;   // of the statement's line
+    bool ended_ = false;  // the daemon has, by an expected failure
     Scenario scenario_;
 };
 
 std::vector<BlockLine> Parser::takeBlock(std::string_view& rest) {
     std::string_view closing = "end";
-    if (std::size_t chosen = rest.rfind("<<"); chosen != std::string_view::npos) {
+    if (const size_t chosen = rest.rfind("<<"); chosen != std::string_view::npos) {
         closing = store::trimmed(rest.substr(chosen + 2));
         if (closing.empty())
             throw Mistake("the closing word behind << is missing");
         rest = store::trimmed(rest.substr(0, chosen));
     }
-    std::size_t begin = at_ + 1;
-    std::size_t end = begin;
+    const size_t begin = at_ + 1;
+    size_t end = begin;
     while (end < lines_.size() && store::trimmed(lines_[end].text) != closing)
         ++end;
     if (end == lines_.size())
         throw Mistake("no line \"" + std::string(closing) + "\" ends what begins here");
     at_ = end;
-    return {std::make_move_iterator(lines_.begin() + static_cast<std::ptrdiff_t>(begin)),
-            std::make_move_iterator(lines_.begin() + static_cast<std::ptrdiff_t>(end))};
+    return {std::make_move_iterator(lines_.begin() + static_cast<ptrdiff_t>(begin)),
+            std::make_move_iterator(lines_.begin() + static_cast<ptrdiff_t>(end))};
 }
 
 void Parser::checkDatabaseLines(const std::vector<BlockLine>& block, bool templates) const {
@@ -89,8 +89,8 @@ void Parser::checkDatabaseLines(const std::vector<BlockLine>& block, bool templa
     for (const BlockLine& text : block) {
         store::Line line;
         const char* refusal = store::parseLine(text.text, line).refusal;
-        bool fits = line.kind == LineKind::blank || line.kind == LineKind::value ||
-                    line.kind == (templates ? LineKind::heading : LineKind::instance);
+        const bool fits = line.kind == LineKind::blank || line.kind == LineKind::value ||
+                          line.kind == (templates ? LineKind::heading : LineKind::instance);
         if (refusal == nullptr && !fits)
             refusal = "such a line does not belong here";
         if (refusal != nullptr)
@@ -190,7 +190,7 @@ Scenario Parser::parse() {
         // A block is moved out of the lines, and this one may be needed for a message.
         const std::string text(store::trimmed(lines_[at_].text));
         std::string_view rest = text;
-        std::string word = takeWord(rest);
+        const std::string word = takeWord(rest);
         number_ = at_ + 1;
         try {
             if (!word.empty() && !word.starts_with('#'))
@@ -199,7 +199,7 @@ Scenario Parser::parse() {
             throw ScenarioError(scenario_.placed(number_, mistake.what()));
         }
     }
-    bool started =
+    const bool started =
         std::ranges::any_of(scenario_.steps, [](const Step& step) { return step.kind == Step::Kind::start; });
     if (!started)
         throw ScenarioError(scenario_.path + ": nothing is started");
@@ -220,14 +220,14 @@ std::string shown(const Callback& callback) {
     return text + (callback.reboot ? " reboot" : "") + (callback.fails ? " fails" : "");
 }
 
-std::size_t Scenario::lifeFrom(std::size_t first) const {
-    auto begin = steps.begin() + static_cast<std::ptrdiff_t>(first);
+size_t Scenario::lifeFrom(size_t first) const {
+    auto begin = steps.begin() + static_cast<ptrdiff_t>(first);
     auto stop =
         std::find_if(begin, steps.end(), [](const Step& step) { return step.kind == Step::Kind::stop; });
-    return static_cast<std::size_t>(stop - begin) + (stop == steps.end() ? 0 : 1);
+    return static_cast<size_t>(stop - begin) + (stop == steps.end() ? 0 : 1);
 }
 
-std::string Scenario::placed(std::size_t line, std::string_view text) const {
+std::string Scenario::placed(size_t line, std::string_view text) const {
     return path + ':' + std::to_string(line) + ": " + std::string(text);
 }
 

@@ -36,20 +36,20 @@ struct Expectation {
     enum class Kind { callback, nothing, value, noValue, file, noFile, line, run, log };
 
     Kind kind{};
-    std::size_t number = 0;  // of its line
-    std::string text{};      // the whole statement
-    std::string subject{};   // path, command, text; a value as the database files have it
-    std::string content{};   // of a file; the line to find in it
+    size_t number = 0;      // of its line
+    std::string text{};     // the whole statement
+    std::string subject{};  // path, command, text; a value as the database files have it
+    std::string content{};  // of a file; the line to find in it
     Callback callback{};
 };
 
 struct BlockLine {
-    std::size_t number = 0;
+    size_t number = 0;
     std::string text{};
 };
 
 struct Change {
-    std::size_t number = 0;  // of its line
+    size_t number = 0;  // of its line
     store::BatchLine line{};
 };
 
@@ -57,7 +57,7 @@ struct Step {
     enum class Kind { start, commit, stop, file };
 
     Kind kind{};
-    std::size_t number = 0;
+    size_t number = 0;
     std::string path{};              // of a file
     std::vector<BlockLine> lines{};  // of a file
     std::vector<Change> changes{};   // of a commit
@@ -74,9 +74,9 @@ struct Scenario {
     std::vector<Step> steps{};
 
     // The number of steps from the first one on that one process plays, as one daemon would: up to a stop.
-    std::size_t lifeFrom(std::size_t first) const;
+    size_t lifeFrom(size_t first) const;
     // FILE:LINE: and the text.
-    std::string placed(std::size_t line, std::string_view text) const;
+    std::string placed(size_t line, std::string_view text) const;
 };
 
 std::string joined(const std::vector<BlockLine>& lines);

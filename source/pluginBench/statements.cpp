@@ -38,7 +38,7 @@ void readCallback(Expectation& expectation, const std::string& word, std::string
     callback.fails = rest == "fails";
     if (!callback.fails)
         requireEnd(rest);
-    bool once = word != "trigger" && word != "writeConf" && word != "restart";
+    const bool once = word != "trigger" && word != "writeConf" && word != "restart";
     if (once && !callback.fails)
         throw Mistake(word + " is always called; it can only be expected to fail");
 }
@@ -66,7 +66,7 @@ void readObservation(Expectation& expectation, const std::string& word, std::str
         expectation.kind = word == "run" ? Kind::run : Kind::log;
         expectation.subject = required(rest, word == "run" ? "the command" : "the text");
     } else {
-        std::string what = takeWord(rest);
+        const std::string what = takeWord(rest);
         if (what != "file" && what != "value")
             throw Mistake("\"no file PATH\" or \"no value KEY\" is expected");
         expectation.kind = what == "file" ? Kind::noFile : Kind::noValue;
@@ -110,7 +110,7 @@ std::string readText(std::string_view text) {
 Expectation readExpectation(std::string_view rest, const TakeBlock& takeBlock) {
     Expectation expectation;
     expectation.text = rest;
-    std::string word = takeWord(rest);
+    const std::string word = takeWord(rest);
     constexpr std::string_view observations[] = {"value", "file", "line", "run", "log", "no"};
     if (word == "nothing") {
         expectation.kind = Kind::nothing;

@@ -71,14 +71,14 @@ void judgeEnded(const Step& step, const Judge& judge) {
 // Each life of the daemon is a process of its own: a plug-in that is loaded again is to find nothing of its
 // past.
 void playLives(const Scenario& scenario, const std::string& plugin, const Report& report, const Log& log) {
-    for (std::size_t first = 0; first < scenario.steps.size(); first += scenario.lifeFrom(first)) {
-        const std::size_t logBegin = log.size();
-        pid_t player = fork();
+    for (size_t first = 0; first < scenario.steps.size(); first += scenario.lifeFrom(first)) {
+        const size_t logBegin = log.size();
+        const pid_t player = fork();
         if (player == 0)
             play(scenario, first, plugin, report, log);
         if (player < 0)
             throw std::system_error(errno, std::generic_category(), "fork");
-        int status = waitForPlayer(player, report);
+        const int status = waitForPlayer(player, report);
         if (WIFEXITED(status) && WEXITSTATUS(status) == endedDaemon)
             judgeEnded(scenario.steps.back(), Judge(scenario, report, log, logBegin));
         if (status != 0)
@@ -146,11 +146,11 @@ int Watcher::millisecondsLeft() const {
     if (running_.empty())
         return -1;
     auto left = std::chrono::ceil<std::chrono::milliseconds>(since_ + limit() - Clock::now());
-    return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
+    return static_cast<int>(std::max<int64_t>(left.count(), 0));
 }
 
 bool Watcher::takeEnd(char event, const std::string& text) {
-    int number = std::atoi(text.c_str());
+    const int number = std::atoi(text.c_str());
     if (event == event::exited && doneStatus_ == number) {
         doneStatus_.reset();
         running_.clear();
@@ -207,16 +207,16 @@ void Watcher::follow(int pipe) {
     std::array<char, 4096> piece{};
     for (;;) {
         pollfd wait{pipe, POLLIN, 0};
-        int ready = poll(&wait, 1, millisecondsLeft());
+        const int ready = poll(&wait, 1, millisecondsLeft());
         if (ready < 0 && errno == EINTR)
             continue;
         if (ready == 0)
             return fault(running_ + " has not come back within " + std::to_string(limit().count()) + " ms");
-        ssize_t size = read(pipe, piece.data(), piece.size());
+        const ssize_t size = read(pipe, piece.data(), piece.size());
         if (size <= 0)
             return fault("the room has ended");
-        text.append(piece.data(), static_cast<std::size_t>(size));
-        for (std::size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
+        text.append(piece.data(), static_cast<size_t>(size));
+        for (size_t end = 0; (end = text.find('\n')) != std::string::npos; text.erase(0, end + 1)) {
             if (!take(text.front(), text.substr(1, end - 1)))
                 return;
         }
@@ -243,11 +243,11 @@ int watch(const Scenario& scenario, const std::string& plugin, bool verbose) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "pipe");
-    process::Descriptor reading(ends[0]);
+    const process::Descriptor reading(ends[0]);
     process::Descriptor writing(ends[1]);
     const Room room;
     std::fflush(stdout);
-    pid_t first = room.fork();
+    const pid_t first = room.fork();
     if (first == 0)
         runRoom(room, scenario, plugin, writing.get(), log);
     writing.reset();

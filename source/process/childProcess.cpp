@@ -20,7 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr std::size_t longestOutput = std::size_t{64} * 1024;
+constexpr size_t longestOutput = size_t{64} * 1024;
 constexpr milliseconds endCheck{2};
 
 // What a child writes to one of its descriptors.
@@ -49,7 +49,7 @@ public:
         std::array<char, longestOutput> piece{};
         ssize_t size = read(read_.get(), piece.data(), piece.size());
         if (size > 0)
-            text.append(piece.data(), std::min(longestOutput - text.size(), static_cast<std::size_t>(size)));
+            text.append(piece.data(), std::min(longestOutput - text.size(), static_cast<size_t>(size)));
         else if (size == 0 || (errno != EAGAIN && errno != EINTR))
             read_.reset();
     }

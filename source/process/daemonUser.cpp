@@ -14,7 +14,7 @@ namespace process {
 namespace {
 
 constexpr char setting[] = "OSTREL_DAEMON_USER";
-constexpr std::size_t entrySize = 16384;
+constexpr size_t entrySize = 16384;
 
 // NAME (NUMBER)
 std::string userText(uid_t user) {

@@ -22,7 +22,7 @@ namespace {
 constexpr unsigned int port = 9910;
 constexpr std::chrono::seconds peerStall{5};
 constexpr unsigned int peerRate = 64 * 1024;  // bytes per second
-constexpr std::size_t listenerStackSize = 65536;
+constexpr size_t listenerStackSize = 65536;
 constexpr useconds_t memoryRetryUs = 500000;
 
 Event& newClients() {
@@ -116,7 +116,7 @@ void acceptClient() {
     if (connection->fd < 0)
         return;
     {
-        BllGuard guard;
+        const BllGuard guard;
         // exit is running and the list may be gone: the client sees its socket close.
         if (stopping)
             return;
@@ -155,11 +155,11 @@ bool startListener() {
     sigset_t forMainThread;
     sigset_t before;
     sigemptyset(&forMainThread);
-    for (int number : {SIGHUP, SIGINT, SIGTERM, SIGQUIT})
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGQUIT})
         sigaddset(&forMainThread, number);
     pthread_sigmask(SIG_BLOCK, &forMainThread, &before);
     pthread_t thread{};
-    int result = pthread_create(&thread, ListenerAttributes().get(), listener, nullptr);
+    const int result = pthread_create(&thread, ListenerAttributes().get(), listener, nullptr);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (result != 0)
         return false;
@@ -216,7 +216,7 @@ void* listener(void*) {
 }
 
 void removeCnx(int index) {
-    BllGuard guard;
+    const BllGuard guard;
     auto place = listOfConnection.begin() + index;
     std::unique_ptr<ostrelConnection> connection(*place);
     OSTREL_LOG_AT(logPlace::removeConnection, logLevel::error, "%s",

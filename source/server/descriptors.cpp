@@ -27,7 +27,7 @@ std::vector<int> inherited() {
     std::error_code error;
     for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end; !error && entry != end;
          entry.increment(error)) {
-        int fd = std::atoi(entry->path().filename().c_str());
+        const int fd = std::atoi(entry->path().filename().c_str());
         if (fd > STDERR_FILENO)
             descriptors.push_back(fd);
     }
@@ -40,7 +40,7 @@ bool closeRange(int flags) { return close_range(STDERR_FILENO + 1, ~0U, flags) =
 }  // namespace
 
 void fillStandardDescriptors() {
-    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(fd, F_GETFD) != -1)
             continue;
         // The lowest free number is this one. Without the device a descriptor that takes no writes will do.
@@ -52,14 +52,14 @@ void fillStandardDescriptors() {
 void closeInherited() {
     if (closeRange(0))
         return;
-    for (int fd : inherited())
+    for (const int fd : inherited())
         close(fd);
 }
 
 void hideInherited() {
     if (closeRange(CLOSE_RANGE_CLOEXEC))
         return;
-    for (int fd : inherited())
+    for (const int fd : inherited())
         fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
 

@@ -23,11 +23,11 @@ namespace {
 using Payload = std::span<unsigned char>;
 using ReadHandler = int (*)(unsigned int, unsigned char*, ostrelLink*);
 
-constexpr std::size_t codeSize = 4;
+constexpr size_t codeSize = 4;
 
 bool serveConnect(ostrelConnection& connection, Payload payload) {
-    constexpr std::size_t nameAt = 8;
-    std::size_t length = payload.size() < nameAt ? 0 : readWord(payload.data() + codeSize);
+    constexpr size_t nameAt = 8;
+    const size_t length = payload.size() < nameAt ? 0 : readWord(payload.data() + codeSize);
     if (payload.size() < nameAt || length > payload.size() - nameAt) {
         OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error,
                       "[ostrServer::PopMessage] Malformed connect message (size %d)",
@@ -42,7 +42,7 @@ bool serveConnect(ostrelConnection& connection, Payload payload) {
     name[length] = '\0';
     std::memcpy(name.get(), payload.data() + nameAt, length);
     {
-        BllGuard guard;  // the listener reads the names
+        const BllGuard guard;  // the listener reads the names
         connection.name = std::move(name);
     }
     OSTREL_LOG_AT(logPlace::dispatcher, logLevel::error, knownLine::connected,
@@ -54,16 +54,16 @@ bool serveConnect(ostrelConnection& connection, Payload payload) {
 // True unless the client did not take the answer: it could not make sense of what follows. One that has
 // closed stays until all is served that it sent before, which may be a whole write sequence.
 bool serveRead(ReadHandler handler, ostrelConnection& connection, Payload payload) {
-    Payload body = payload.subspan(codeSize);
-    BllGuard guard;
+    const Payload body = payload.subspan(codeSize);
+    const BllGuard guard;
     handler(static_cast<unsigned int>(body.size()), body.data(), connection.link.get());
     return connection.link->usable();
 }
 
 bool serveWriteSequence(ostrelConnection& connection) {
     OSTREL_LOG_AT(logPlace::dispatcher, logLevel::debug, "[OSTREL SERVER] Start Writing sequence");
-    BllGuard guard;
-    bool keep = HandleWriteSequence(&connection);
+    const BllGuard guard;
+    const bool keep = HandleWriteSequence(&connection);
     OSTREL_LOG_AT(logPlace::dispatcher, logLevel::debug, "[OSTREL SERVER] End Writing sequence");
     return keep;
 }
@@ -84,8 +84,8 @@ bool popMessage(ostrelConnection* connection) {
                       "[ostrServer::PopMessage] Message without a code (size %d)", static_cast<int>(size));
         return false;
     }
-    Payload payload(buffer.data(), size);
-    std::uint32_t code = readWord(payload.data());
+    const Payload payload(buffer.data(), size);
+    const uint32_t code = readWord(payload.data());
     switch (code) {
         case messageCode::connect:
             return serveConnect(*connection, payload);

@@ -70,8 +70,8 @@ public:
     const char* text() const { return text_.data(); }
 
 private:
-    static constexpr std::size_t longest = 255;
-    static constexpr std::size_t enough = 253;
+    static constexpr size_t longest = 255;
+    static constexpr size_t enough = 253;
 
     void add(unsigned char byte) {
         if (byte == '\\') {
@@ -88,7 +88,7 @@ private:
     void put(char character) { text_[length_++] = character; }
 
     std::array<char, longest + 1> text_{};
-    std::size_t length_ = 0;
+    size_t length_ = 0;
 };
 
 }  // namespace

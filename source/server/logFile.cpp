@@ -31,10 +31,10 @@ constexpr off_t keptOfLog = longestLog / 2;
 
 // False when boundLog has looked less than a second ago.
 bool isTimeToLook() {
-    static std::int64_t next = 0;
+    static int64_t next = 0;
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    std::int64_t milliseconds = std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+    const int64_t milliseconds = int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
     if (milliseconds < next)
         return false;
     next = milliseconds + 1000;
@@ -45,29 +45,29 @@ bool isTimeToLook() {
 off_t sizeOfLog() {
     struct stat log {};
     struct stat named {};
-    bool isNamed = logFileName != nullptr && fstat(STDOUT_FILENO, &log) == 0 && S_ISREG(log.st_mode) &&
-                   log.st_size > longestLog && stat(logFileName, &named) == 0 && log.st_dev == named.st_dev &&
-                   log.st_ino == named.st_ino;
+    const bool isNamed = logFileName != nullptr && fstat(STDOUT_FILENO, &log) == 0 && S_ISREG(log.st_mode) &&
+                         log.st_size > longestLog && stat(logFileName, &named) == 0 &&
+                         log.st_dev == named.st_dev && log.st_ino == named.st_ino;
     return isNamed ? log.st_size : 0;
 }
 
-bool writeAll(int fd, const char* bytes, std::size_t size) {
+bool writeAll(int fd, const char* bytes, size_t size) {
     while (size > 0) {
-        ssize_t written = write(fd, bytes, size);
+        const ssize_t written = write(fd, bytes, size);
         if (written <= 0)
             return false;
         bytes += written;
-        size -= static_cast<std::size_t>(written);
+        size -= static_cast<size_t>(written);
     }
     return true;
 }
 
 // Copies what stands from the first whole line behind begin up to end.
 bool copyLines(int from, int to, off_t begin, off_t end) {
-    std::array<char, std::size_t{64} * 1024> piece{};
+    std::array<char, size_t{64} * 1024> piece{};
     bool inLine = true;
     while (begin < end) {
-        ssize_t size = pread(from, piece.data(), piece.size(), begin);
+        const ssize_t size = pread(from, piece.data(), piece.size(), begin);
         if (size <= 0)
             return size == 0;
         begin += size;
@@ -79,7 +79,7 @@ bool copyLines(int from, int to, off_t begin, off_t end) {
             continue;
         first += inLine ? 1 : 0;
         inLine = false;
-        if (!writeAll(to, first, static_cast<std::size_t>(last - first)))
+        if (!writeAll(to, first, static_cast<size_t>(last - first)))
             return false;
     }
     return true;
@@ -98,7 +98,7 @@ bool keepEnd(off_t size, const std::string& kept) {
     fchmod(copy.get(), 0644);  // as the log
     if (copyLines(log.get(), copy.get(), size - keptOfLog, size) && rename(fresh.c_str(), kept.c_str()) == 0)
         return true;
-    int error = errno;
+    const int error = errno;
     unlink(fresh.c_str());
     errno = error;
     return false;
@@ -116,14 +116,14 @@ void reopenLog() {
         return;
     int fd = -1;
     {
-        std::lock_guard guard(ostrelLink::accepting);
+        const std::lock_guard guard(ostrelLink::accepting);
         close(reserve);
         fd = openLogFile(logFileName);
     }
     if (fd < 0)
         std::exit(0);
     useLogFile(fd, logFileName);
-    std::lock_guard guard(ostrelLink::accepting);
+    const std::lock_guard guard(ostrelLink::accepting);
     close(fd);
     takeReserve();
 }
@@ -132,13 +132,13 @@ void reopenLog() {
 void boundLog() {
     if (!isTimeToLook())
         return;
-    off_t size = sizeOfLog();
+    const off_t size = sizeOfLog();
     if (size == 0)
         return;
     const std::string kept = std::string(logFileName) + ".kept";
     const LogLock lock;
-    bool isKept = keepEnd(size, kept);
-    int error = errno;
+    const bool isKept = keepEnd(size, kept);
+    const int error = errno;
     if (ftruncate(STDOUT_FILENO, 0) != 0)
         return;
     if (isKept)

@@ -56,9 +56,9 @@ bool parseOptions(int argc, char** argv, Options& options) {
 
 // Detaches: the parent ends, the child goes on without a terminal, its output in the log file.
 void Daemonize() {
-    for (int number : {SIGUSR1, SIGUSR2, SIGPIPE})
+    for (const int number : {SIGUSR1, SIGUSR2, SIGPIPE})
         std::signal(number, SIG_IGN);
-    pid_t child = fork();
+    const pid_t child = fork();
     if (child < 0) {
         OSTREL_LOG(logLevel::error, "error: fork");
         std::exit(0);
@@ -67,10 +67,10 @@ void Daemonize() {
         std::exit(0);
     setsid();
     closeInherited();
-    int null = open("/dev/null", O_RDWR);
+    const int null = open("/dev/null", O_RDWR);
     if (null < 0)
         std::exit(1);
-    for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         dup2(null, fd);
     if (null > STDERR_FILENO)
         close(null);

@@ -41,7 +41,7 @@ void serveFlags() {
 void collectWaits(std::vector<pollfd>& waits) {
     waits.clear();
     waits.push_back({newClientsFd(), POLLIN, 0});
-    BllGuard guard;
+    const BllGuard guard;
     try {
         for (const ostrelConnection* connection : listOfConnection)
             waits.push_back({connection->fd, POLLIN | POLLPRI, 0});
@@ -50,8 +50,8 @@ void collectWaits(std::vector<pollfd>& waits) {
 }
 
 ostrelConnection* connectionAt(int index) {
-    BllGuard guard;
-    return listOfConnection[static_cast<std::size_t>(index)];
+    const BllGuard guard;
+    return listOfConnection[static_cast<size_t>(index)];
 }
 
 // Serves the connections that are ready. False when an exceptional condition ended the pass early.
@@ -87,7 +87,7 @@ void mainLoop() {
         boundLog();
         state = phase::idle;
         collectWaits(waits);
-        bool noClients = waits.size() == 1;
+        const bool noClients = waits.size() == 1;
         if (poll(waits.data(), waits.size(), noClients ? waitWithoutClientsMs : waitWithClientsMs) <= 0)
             continue;
         if (waits.front().revents != 0)

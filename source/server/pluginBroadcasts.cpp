@@ -12,7 +12,7 @@
 
 namespace {
 
-OstrelClientPlugin& pluginAt(int place) { return *listOfClients[static_cast<std::size_t>(place)]; }
+OstrelClientPlugin& pluginAt(int place) { return *listOfClients[static_cast<size_t>(place)]; }
 
 bool watchesAny(OstrelClientPlugin& plugin, const std::vector<OstrelValue*>& changes) {
     for (const OstrelValue* change : changes) {
@@ -36,7 +36,7 @@ std::vector<int> selectPlugins(const std::vector<OstrelValue*>& changes) {
 // True when a plug-in asked for a reboot.
 bool restartAll(const std::vector<int>& selection) {
     bool rebootWanted = false;
-    for (int place : selection) {
+    for (const int place : selection) {
         OstrelClientPlugin& plugin = pluginAt(place);
         bool reboot = false;
         if (!plugin.restart(&reboot))
@@ -54,9 +54,9 @@ bool RestartSort(int a, int b) { return pluginAt(a).restartPriority < pluginAt(b
 // Both work on a copy: what plug-ins do meanwhile may add to the caller's list.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
-    std::vector<int> selection = selectPlugins(changes);
+    const std::vector<int> selection = selectPlugins(changes);
     state = phase::writingConf;
-    for (int place : selection) {
+    for (const int place : selection) {
         OstrelClientPlugin& plugin = pluginAt(place);
         if (!plugin.writeConf())
             OSTREL_LOG_AT(logPlace::changeBroadcast, logLevel::error, knownLine::writeConfFailed,

@@ -14,15 +14,15 @@
 namespace {
 
 // Of a regular file; otherwise 0.
-std::uint64_t sizeOf(const process::Descriptor& file) {
+uint64_t sizeOf(const process::Descriptor& file) {
     struct stat info {};
-    bool regular = fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode);
-    return regular ? static_cast<std::uint64_t>(info.st_size) : 0;
+    const bool regular = fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode);
+    return regular ? static_cast<uint64_t>(info.st_size) : 0;
 }
 
 // False when the file does not have all of it there.
 template <typename Record>
-bool readRecord(const process::Descriptor& file, std::uint64_t at, Record& record) {
+bool readRecord(const process::Descriptor& file, uint64_t at, Record& record) {
     return pread(file.get(), &record, sizeof record, static_cast<off_t>(at)) ==
            static_cast<ssize_t>(sizeof record);
 }
@@ -39,13 +39,13 @@ bool isOurs(const ElfW(Ehdr) & header) {
 
 const char* faultOfPluginFile(const char* path) {
     const process::Descriptor file = process::openFile(path, O_RDONLY | O_NONBLOCK);
-    const std::uint64_t size = sizeOf(file);
+    const uint64_t size = sizeOf(file);
     ElfW(Ehdr) header{};
     if (size == 0 || !readRecord(file, 0, header) || !isOurs(header))
         return nullptr;
-    for (std::uint64_t i = 0; i < header.e_phnum; ++i) {
+    for (uint64_t i = 0; i < header.e_phnum; ++i) {
         ElfW(Phdr) segment{};
-        const std::uint64_t at = header.e_phoff + i * sizeof segment;
+        const uint64_t at = header.e_phoff + i * sizeof segment;
         if (at > size || !readRecord(file, at, segment))
             return cutShort;
         const bool fits = segment.p_offset <= size && segment.p_filesz <= size - segment.p_offset;

@@ -31,7 +31,7 @@ struct DirectoryCloser {
 using Directory = std::unique_ptr<DIR, DirectoryCloser>;
 
 bool isPluginName(std::string_view name) {
-    std::size_t dot = name.rfind('.');
+    const size_t dot = name.rfind('.');
     return dot != std::string_view::npos && name.substr(dot) == pluginSuffix;
 }
 
@@ -82,7 +82,7 @@ void shareAnswers(const OstrelClientPlugin& asked) {
 }
 
 void loadDirectory(int reduced) {
-    Directory directory(opendir(pluginFolder));
+    const Directory directory(opendir(pluginFolder));
     OSTREL_LOG_AT(logPlace::loadPlugins, logLevel::debug, "Plugins dir: %s", pluginFolder);
     if (!directory)
         Die(knownLine::noPluginFolder);
@@ -147,8 +147,8 @@ bool loadOnePlugin(const char* fileName, int reduced) {
 
 // The order of equal priorities is what this exchange sort makes of the directory's order.
 bool sortPlugins() {
-    for (std::size_t i = 0; i + 1 < listOfClients.size(); ++i) {
-        for (std::size_t j = i + 1; j < listOfClients.size(); ++j) {
+    for (size_t i = 0; i + 1 < listOfClients.size(); ++i) {
+        for (size_t j = i + 1; j < listOfClients.size(); ++j) {
             if (listOfClients[i]->loadPriority > listOfClients[j]->loadPriority)
                 std::swap(listOfClients[i], listOfClients[j]);
         }

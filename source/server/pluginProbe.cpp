@@ -54,9 +54,9 @@ bool describe(std::FILE* output, const OstrelIoFuncs_t& table) {
         print(output, name, present ? "present" : "missing");
         return present;
     };
-    bool init = entry("init", table.init != nullptr);
-    bool restart = entry("restart", table.restart != nullptr);
-    bool getWatchedValues = entry("getWatchedValues", table.getWatchedValues != nullptr);
+    const bool init = entry("init", table.init != nullptr);
+    const bool restart = entry("restart", table.restart != nullptr);
+    const bool getWatchedValues = entry("getWatchedValues", table.getWatchedValues != nullptr);
     entry("die", table.die != nullptr);
     entry("writeConf", table.writeConf != nullptr);
     entry("getTriggerList", table.getTriggerList != nullptr);

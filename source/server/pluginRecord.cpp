@@ -41,8 +41,8 @@ char* copyText(std::string_view text) {
 }
 
 std::string_view withoutFolder(std::string_view path) {
-    std::size_t slash = path.rfind('/');
-    bool named = slash != std::string_view::npos && slash + 1 < path.size();
+    const size_t slash = path.rfind('/');
+    const bool named = slash != std::string_view::npos && slash + 1 < path.size();
     return named ? path.substr(slash + 1) : path;
 }
 
@@ -69,7 +69,7 @@ template <typename... Parameters, typename... Arguments>
 int traceEntry(LogPlace place, const OstrelClientPlugin& plugin, const char* name,
                int (*entry)(Parameters...), Arguments... arguments) {
     OSTREL_LOG_AT(place, logLevel::debug, ">>> Plugin[%s].%s()", plugin.shortFileName, name);
-    int result = callEntry(place, plugin, name, entry, arguments...);
+    const int result = callEntry(place, plugin, name, entry, arguments...);
     OSTREL_LOG_AT(place, logLevel::debug, "<<< Plugin[%s].%s()", plugin.shortFileName, name);
     return result;
 }
@@ -163,7 +163,7 @@ bool OstrelClientPlugin::restart(bool* reboot) {
     if (io == nullptr)
         Die("No io set in restart");
     int flag = 0;
-    bool restarted = traceEntry(OSTREL_HERE, *this, "restart", io->restart, &flag) == 1;
+    const bool restarted = traceEntry(OSTREL_HERE, *this, "restart", io->restart, &flag) == 1;
     *reboot = flag == 1;
     return restarted;
 }
@@ -181,7 +181,7 @@ bool OstrelClientPlugin::matchTriggerName(const char* key) {
 }
 
 bool matchNameInList(const char* key, unsigned int count, char** patterns) {
-    std::string_view name(key);
+    const std::string_view name(key);
     for (unsigned int i = 0; i < count; ++i) {
         if (patterns[i] == nullptr)
             continue;

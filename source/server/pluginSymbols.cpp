@@ -18,8 +18,8 @@
 namespace {
 
 // More than any plug-in has: what a damaged file claims is not to fill the memory.
-constexpr std::uint64_t largestTable = 16U << 20U;
-constexpr std::ptrdiff_t longestSymbol = 4096;
+constexpr uint64_t largestTable = 16U << 20U;
+constexpr ptrdiff_t longestSymbol = 4096;
 
 class File {
 public:
@@ -27,18 +27,18 @@ public:
     explicit File(const std::string& path) : fd_(process::openFile(path.c_str(), O_RDONLY | O_NONBLOCK)) {
         struct stat status {};
         if (fd_ && fstat(fd_.get(), &status) == 0 && S_ISREG(status.st_mode))
-            size_ = static_cast<std::uint64_t>(status.st_size);
+            size_ = static_cast<uint64_t>(status.st_size);
     }
 
     // False when not all of it is there.
-    bool read(void* bytes, std::uint64_t size, std::uint64_t offset) const {
+    bool read(void* bytes, uint64_t size, uint64_t offset) const {
         return offset <= size_ && size <= size_ - offset &&
                pread(fd_.get(), bytes, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
     }
 
     // Empty when it is not there or too large. What is behind its last whole entry is left out.
     template <typename Entry>
-    std::vector<Entry> table(std::uint64_t offset, std::uint64_t size) const {
+    std::vector<Entry> table(uint64_t offset, uint64_t size) const {
         if (size > largestTable || size > size_)
             return {};
         std::vector<Entry> entries(size / sizeof(Entry));
@@ -49,7 +49,7 @@ public:
 
 private:
     const process::Descriptor fd_;
-    std::uint64_t size_ = 0;
+    uint64_t size_ = 0;
 };
 
 std::vector<Elf64_Shdr> sectionsOf(const File& file) {
@@ -58,7 +58,7 @@ std::vector<Elf64_Shdr> sectionsOf(const File& file) {
         header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB ||
         header.e_shentsize != sizeof(Elf64_Shdr))
         return {};
-    return file.table<Elf64_Shdr>(header.e_shoff, std::uint64_t{header.e_shnum} * sizeof(Elf64_Shdr));
+    return file.table<Elf64_Shdr>(header.e_shoff, uint64_t{header.e_shnum} * sizeof(Elf64_Shdr));
 }
 
 bool isExported(const Elf64_Sym& symbol) {
@@ -86,10 +86,10 @@ bool isUsual(const Elf64_Sym& symbol, std::string_view name) {
     return name.empty() || symbol.st_shndx == SHN_ABS || std::ranges::find(usual, name) != std::end(usual);
 }
 
-std::optional<std::string_view> nameAt(const std::vector<char>& names, std::size_t place) {
+std::optional<std::string_view> nameAt(const std::vector<char>& names, size_t place) {
     if (place >= names.size())
         return std::nullopt;
-    const auto begin = names.begin() + static_cast<std::ptrdiff_t>(place);
+    const auto begin = names.begin() + static_cast<ptrdiff_t>(place);
     const auto limit = begin + std::min(longestSymbol, names.end() - begin);
     const auto end = std::find(begin, limit, '\0');
     return end == limit ? std::nullopt : std::optional(std::string_view(begin, end));
@@ -97,7 +97,7 @@ std::optional<std::string_view> nameAt(const std::vector<char>& names, std::size
 
 std::string escaped(std::string_view name) {
     std::string text;
-    for (char character : name) {
+    for (const char character : name) {
         const auto byte = static_cast<unsigned char>(character);
         if (byte > ' ' && byte < 0x7F) {
             text += character;
@@ -135,7 +135,7 @@ std::optional<ExtraSymbols> readExtraSymbols(const std::string& path) {
     const Elf64_Shdr& texts = sections[section->sh_link];
     const auto names = file.table<char>(texts.sh_offset, texts.sh_size);
     std::optional<ExtraSymbols> extra;
-    std::uint64_t length = 0;
+    uint64_t length = 0;
     for (const Elf64_Sym& symbol : symbols) {
         const std::optional<std::string_view> name = nameAt(names, symbol.st_name);
         if (!name || (length += name->size()) > largestTable)

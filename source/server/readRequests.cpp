@@ -34,7 +34,7 @@ private:
     std::array<char, store::longestName + 1> text_{};
 };
 
-Parameter numberEntry(std::string_view name, const std::uint32_t& number) {
+Parameter numberEntry(std::string_view name, const uint32_t& number) {
     return {.name = name,
             .value = {reinterpret_cast<const unsigned char*>(&number), sizeof number},
             .tpltName = {}};
@@ -43,7 +43,7 @@ Parameter numberEntry(std::string_view name, const std::uint32_t& number) {
 // Reads one value into the answer. False, with a line in the log for each thing that the database does not
 // give. room is scratch.
 bool addValue(ParametersBuilder& answer, const Parameter& entry, std::array<unsigned char, valueRoom>& room) {
-    KeyName name(entry.name);
+    const KeyName name(entry.name);
     const CommittedValue value = readCommitted(name.text(), entry.valueAsNumber(), valueRoom, room.data());
     if (!value.read)
         OSTREL_LOG_AT(logPlace::read, logLevel::error,
@@ -71,8 +71,8 @@ Answer answerRead(const Entries& entries) {
 Answer answerOwnerQty(const Entries& entries) {
     ParametersBuilder answer(messageCode::ownerQtyAnswer);
     for (const Parameter& entry : entries) {
-        auto quantity = static_cast<std::uint32_t>(
-            database->getVectorSize(KeyName(entry.name).text(), entry.valueAsNumber()));
+        auto quantity =
+            static_cast<uint32_t>(database->getVectorSize(KeyName(entry.name).text(), entry.valueAsNumber()));
         answer.add(numberEntry(entry.name, quantity));
     }
     return answer;
@@ -85,13 +85,13 @@ Answer answerPKeyList(const Entries& entries) {
     const Parameter& first = entries.front();
     std::vector<unsigned int> keys(entries.size());
     int count = static_cast<int>(keys.size());
-    KeyName name(first.name);
+    const KeyName name(first.name);
     if (database->getInstances(name.text(), first.valueAsNumber(), keys.data(), &count) != 0) {
         OSTREL_LOG_AT(logPlace::pKeyList, logLevel::error,
                       "database->getInstances call failed for value=<%s>", LogText(name.text()).text());
         return std::nullopt;
     }
-    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i)
+    for (size_t i = 0; i < static_cast<size_t>(count); ++i)
         answer.add(numberEntry(entries[i].name, keys[i]));
     return answer;
 }

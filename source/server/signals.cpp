@@ -19,6 +19,6 @@ void installHangUpHandler() {
 }
 
 void installQuitHandlers() {
-    for (int number : {SIGINT, SIGTERM, SIGQUIT})
+    for (const int number : {SIGINT, SIGTERM, SIGQUIT})
         std::signal(number, Signal_Quit);
 }

@@ -25,7 +25,7 @@ bool apply(long handle, OstrelValue* record) {
 // Applies every stored record in one transaction and commits it. Nothing is stored meanwhile: no plug-in is
 // called.
 bool applyStored() {
-    long handle = database->dataStartWriteTransaction();
+    const long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
         OSTREL_LOG_AT(logPlace::replay, logLevel::error, knownLine::noTransaction);
         destroyRecords(listOfStoredValues);
@@ -79,7 +79,7 @@ bool popBackStoredMessage() {
 }
 
 bool OstrelDoWrite(long handle, OstrelValue* value) {
-    int size = static_cast<int>(value->size);
+    const int size = static_cast<int>(value->size);
     if (value->pKey != 0) {
         if (database->reWriteElement(handle, value->name, value->pKey, size, value->value, value->type) !=
             refused)

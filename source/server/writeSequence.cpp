@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr std::size_t codeSize = 4;
+constexpr size_t codeSize = 4;
 
 // What the sequence does after a message.
 enum class Next { receive, reopen, endedWell, endedFailed };
@@ -109,7 +109,7 @@ Next receiveMessage(long handle, ostrelConnection* connection) {
 Next serveTransaction(ostrelConnection* connection) {
     destroyRecords(listOfChangedStuff);
     beginSequence();
-    long handle = database->dataStartWriteTransaction();
+    const long handle = database->dataStartWriteTransaction();
     if (handle == invalidTransaction) {
         OSTREL_LOG_AT(logPlace::writeSequence, logLevel::error, knownLine::noTransaction);
         return Next::endedFailed;

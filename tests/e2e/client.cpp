@@ -11,34 +11,32 @@
 
 namespace {
 
-std::optional<std::string> receiveBytes(int fd, std::size_t size) {
+std::optional<std::string> receiveBytes(int fd, size_t size) {
     std::string bytes(size, '\0');
-    ssize_t received = recv(fd, bytes.data(), size, MSG_WAITALL);
+    const ssize_t received = recv(fd, bytes.data(), size, MSG_WAITALL);
     EXPECT_FALSE(received == -1 && errno == EAGAIN) << "the daemon does not answer";
     if (received != static_cast<ssize_t>(size))
         return std::nullopt;
     return bytes;
 }
 
-std::uint32_t wordAt(const std::string& bytes, std::size_t at) {
+uint32_t wordAt(const std::string& bytes, size_t at) {
     return readWord(reinterpret_cast<const unsigned char*>(bytes.data()) + at);
 }
 
 }  // namespace
 
-std::string word(std::uint32_t number) { return {reinterpret_cast<const char*>(&number), sizeof number}; }
+std::string word(uint32_t number) { return {reinterpret_cast<const char*>(&number), sizeof number}; }
 
 std::string text(const std::string& value) { return {value.c_str(), value.size() + 1}; }
 
-Entry dword(const std::string& name, std::uint32_t number, std::uint32_t pKey) {
+Entry dword(const std::string& name, uint32_t number, uint32_t pKey) {
     return {.name = name, .value = word(number), .type = ostrelTypeDword, .pKey = pKey};
 }
 
-Entry question(const std::string& name, std::uint32_t number) {
-    return {.name = name, .value = word(number)};
-}
+Entry question(const std::string& name, uint32_t number) { return {.name = name, .value = word(number)}; }
 
-std::string list(std::uint32_t code, const std::vector<Entry>& entries) {
+std::string list(uint32_t code, const std::vector<Entry>& entries) {
     ParametersBuilder builder(code);
     for (const Entry& entry : entries) {
         auto* bytes = reinterpret_cast<const unsigned char*>(entry.value.data());
@@ -50,7 +48,7 @@ std::string list(std::uint32_t code, const std::vector<Entry>& entries) {
 }
 
 std::string frame(const std::string& payload) {
-    return word(static_cast<std::uint32_t>(payload.size())) + word(0) + payload;
+    return word(static_cast<uint32_t>(payload.size())) + word(0) + payload;
 }
 
 Client::Client(int type) : link_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | type, 0)) {
@@ -62,11 +60,11 @@ Client::Client(int type) : link_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | ty
 }
 
 void Client::sendRaw(const std::string& bytes) const {
-    [[maybe_unused]] ssize_t sent = ::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    [[maybe_unused]] const ssize_t sent = ::send(fd(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
 void Client::sayName(const std::string& name) const {
-    send(word(code::connect) + word(static_cast<std::uint32_t>(name.size())) + name);
+    send(word(code::connect) + word(static_cast<uint32_t>(name.size())) + name);
 }
 
 std::optional<Reply> Client::receive() const {
@@ -95,23 +93,23 @@ bool Client::closed() const {
     return poll(&wait, 1, 3000) == 1 && recv(fd(), &byte, 1, MSG_DONTWAIT) <= 0;
 }
 
-std::optional<std::uint32_t> Client::number(const std::string& key, std::uint32_t pKey) const {
+std::optional<uint32_t> Client::number(const std::string& key, uint32_t pKey) const {
     return askNumber(code::read, question(key, pKey));
 }
 
-std::optional<std::uint32_t> Client::count(const std::string& name, std::uint32_t owner) const {
+std::optional<uint32_t> Client::count(const std::string& name, uint32_t owner) const {
     return askNumber(code::ownerQty, question(name, owner));
 }
 
 // Every answer's code is the next one behind its request's.
-std::optional<std::uint32_t> Client::askNumber(std::uint32_t request, const Entry& entry) const {
+std::optional<uint32_t> Client::askNumber(uint32_t request, const Entry& entry) const {
     const auto reply = ask(list(request, {entry}));
     if (!reply || reply->code != request + 1)
         return std::nullopt;
     return wordAt(reply->entries.at(0).value, 0);
 }
 
-bool Client::set(const std::string& key, std::uint32_t number, std::uint32_t pKey) const {
+bool Client::set(const std::string& key, uint32_t number, uint32_t pKey) const {
     return commit({list(code::notify, {dword(key, number, pKey)})});
 }
 

@@ -16,25 +16,25 @@ struct Entry {
     std::string name;
     std::string value{};
     ostrelValueType type = ostrelTypeNone;
-    std::uint32_t pKey = 0;
-    std::uint32_t owner = 0;
+    uint32_t pKey = 0;
+    uint32_t owner = 0;
     std::string tpltName{};
 
     bool operator==(const Entry&) const = default;
 };
 
-std::string word(std::uint32_t number);
+std::string word(uint32_t number);
 // A text value with its NUL.
 std::string text(const std::string& value);
-Entry dword(const std::string& name, std::uint32_t number, std::uint32_t pKey = 0);
+Entry dword(const std::string& name, uint32_t number, uint32_t pKey = 0);
 // A request entry whose value is a number: a primary key or an owner.
-Entry question(const std::string& name, std::uint32_t number = 0);
+Entry question(const std::string& name, uint32_t number = 0);
 // Code, count, entries.
-std::string list(std::uint32_t code, const std::vector<Entry>& entries = {});
+std::string list(uint32_t code, const std::vector<Entry>& entries = {});
 std::string frame(const std::string& payload);
 
 struct Reply {
-    std::uint32_t code = 0;
+    uint32_t code = 0;
     std::vector<Entry> entries;
 
     bool operator==(const Reply&) const = default;
@@ -57,15 +57,15 @@ public:
     bool closed() const;
 
     // The value of one Dword; nothing when the daemon answers with a failure.
-    std::optional<std::uint32_t> number(const std::string& key, std::uint32_t pKey = 0) const;
+    std::optional<uint32_t> number(const std::string& key, uint32_t pKey = 0) const;
     // How many instances or elements the owner has; nothing as above.
-    std::optional<std::uint32_t> count(const std::string& name, std::uint32_t owner = 0) const;
+    std::optional<uint32_t> count(const std::string& name, uint32_t owner = 0) const;
     // Runs a whole sequence and commits. True when it was committed.
-    bool set(const std::string& key, std::uint32_t number, std::uint32_t pKey = 0) const;
+    bool set(const std::string& key, uint32_t number, uint32_t pKey = 0) const;
     bool commit(const std::vector<std::string>& messages) const;
 
 private:
-    std::optional<std::uint32_t> askNumber(std::uint32_t request, const Entry& entry) const;
+    std::optional<uint32_t> askNumber(uint32_t request, const Entry& entry) const;
 
     ostrelLink link_;
 };

@@ -22,11 +22,11 @@ namespace {
 using namespace std::chrono_literals;
 using ostrel::Transaction;
 
-ostrel::Value number(std::uint32_t value, ostrelValueType type = ostrelTypeDword) { return {type, value}; }
+ostrel::Value number(uint32_t value, ostrelValueType type = ostrelTypeDword) { return {type, value}; }
 
 ostrel::Value text(const std::string& value, ostrelValueType type) { return {type, 0, value}; }
 
-Transaction setting(std::uint32_t value) {
+Transaction setting(uint32_t value) {
     Transaction transaction;
     transaction.set("a", 0, number(value));
     return transaction;
@@ -177,14 +177,14 @@ TEST_F(ClientLibrary, NamesTheRefusedChangeAndLeavesNothing) {
 
 TEST_F(ClientLibrary, LongTrialsAndCommitsNeitherBlockNorLeaveTraces) {
     daemon.start();
-    constexpr std::uint32_t all = 5000;
+    constexpr uint32_t all = 5000;
     Transaction transaction;
-    for (std::uint32_t i = 1; i <= all; ++i)
+    for (uint32_t i = 1; i <= all; ++i)
         transaction.set("v", i, number(i));
-    std::size_t last = 0;
+    size_t last = 0;
     static int handled = 0;
     signal(SIGUSR1, [](int) { ++handled; });
-    session.onProgress([&](std::size_t sent, std::size_t changes) {
+    session.onProgress([&](size_t sent, size_t changes) {
         EXPECT_TRUE(sent >= last && sent <= changes);
         last = sent;
         raise(SIGUSR1);
@@ -204,11 +204,11 @@ TEST_F(ClientLibrary, BusyMeansThatNothingWillBeApplied) {
     daemon.start();
     session.connect();
     ostrel::Session other("other");
-    Client holder;
+    const Client holder;
     holder.send(list(code::startWriting));
     ASSERT_TRUE(holder.ask(list(code::instanciate))) << "the sequence is open";
     {
-        std::array<Client, 6> queue;
+        const std::array<Client, 6> queue;
         for (ostrel::Session* waiting : {&session, &other}) {
             waiting->setTimeout(300ms);
             Transaction transaction = setting(9);
@@ -268,7 +268,7 @@ std::future<std::string> standIn(int frames, End end) {
         unsigned char bytes[receiveBufferSize];
         unsigned int size = 0;
         for (int i = 1; i <= frames && client.receiveMessage(sizeof bytes, &size, bytes); ++i) {
-            const std::uint32_t code = readWord(bytes);
+            const uint32_t code = readWord(bytes);
             std::string answer = code == code::instanciate
                                      ? list(code::instanciateAnswer, {{"wifi", word(3)}})
                                      : list(code::readAnswer);
@@ -303,9 +303,9 @@ TEST_F(ClientLibrary, KnowsWhatADyingDaemonMayHaveDone) {
 }
 
 // Returns what left of a transaction when the daemon takes nothing of it.
-std::string leftOf(Transaction& transaction, std::size_t writes, std::size_t lastSize) {
+std::string leftOf(Transaction& transaction, size_t writes, size_t lastSize) {
     auto mortal = standIn(2, End::readsOn);
-    for (std::size_t i = 0; i < writes; ++i)
+    for (size_t i = 0; i < writes; ++i)
         transaction.set("a", 0, text(std::string(3000, 'x'), ostrelTypeString));
     transaction.erase("a");  // so that the last write does not share a frame
     transaction.set("a", 0, text(std::string(lastSize, 'x'), ostrelTypeString));
@@ -320,15 +320,15 @@ std::string leftOf(Transaction& transaction, std::size_t writes, std::size_t las
 // The system may take the commit of a long transaction, but not the read behind it.
 TEST_F(ClientLibrary, KnowsThatACommitHasLeftWhenTheRestHasNot) {
     Transaction endless;
-    std::size_t room = leftOf(endless, 200, 1).size();
-    constexpr std::size_t write = 3000 + 39;
-    constexpr std::size_t others = 16 + 38 + 39 + 16;  // start, erasure, the last write but its text, commit
-    std::size_t writes = (room - others - 100) / write;
-    std::size_t lastSize = room - others - writes * write;
-    for (int behind : {20, 16, 8, 1, 0, -1}) {
+    const size_t room = leftOf(endless, 200, 1).size();
+    constexpr size_t write = 3000 + 39;
+    constexpr size_t others = 16 + 38 + 39 + 16;  // start, erasure, the last write but its text, commit
+    const size_t writes = (room - others - 100) / write;
+    const size_t lastSize = room - others - writes * write;
+    for (const int behind : {20, 16, 8, 1, 0, -1}) {
         // So many bytes more than commit and what stands before it are taken.
         Transaction transaction;
-        std::string left = leftOf(transaction, writes, lastSize - static_cast<std::size_t>(behind));
+        const std::string left = leftOf(transaction, writes, lastSize - static_cast<size_t>(behind));
         EXPECT_EQ(contains(left, list(code::commit)), behind >= 0);
         EXPECT_EQ(transaction.mayBeApplied(), behind >= 0) << behind;
     }
@@ -359,7 +359,7 @@ bool listenAs(uid_t user, std::initializer_list<std::pair<const char*, int>> pla
     if (child == 0) {
         // The system tells who called listen.
         const bool isOther = setuid(user) == 0;
-        for (int each : sockets)
+        for (const int each : sockets)
             listen(each, 5);
         _exit(isOther ? 0 : 1);
     }
@@ -395,12 +395,12 @@ TEST_F(ClientLibrary, StoppedAndKilledClientsHoldNobodyUp) {
     daemon.start();
     session.setTimeout(3s);
     for (int round = 0; round < 40; ++round) {
-        pid_t child = fork();
+        const pid_t child = fork();
         if (child == 0) {
             ostrel::Session own("child");
-            for (std::uint32_t i = 0;; ++i) {
+            for (uint32_t i = 0;; ++i) {
                 Transaction transaction = setting(i);
-                for (std::uint32_t k = 1; k < 500; ++k)
+                for (uint32_t k = 1; k < 500; ++k)
                     transaction.set("v", k, number(i));
                 own.apply(transaction);
             }

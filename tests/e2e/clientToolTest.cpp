@@ -170,7 +170,7 @@ TEST_F(ClientTool, AllBadLinesAreReportedAndNothingIsSent) {
     EXPECT_EQ(seen.status, 2);
     std::istringstream errors(seen.errors);
     std::string error;
-    std::size_t number = 0;
+    size_t number = 0;
     for (const auto& [line, reason] : lines) {
         const std::string place = "ostrelCtl: standard input:" + std::to_string(++number) + ": ";
         EXPECT_TRUE(reason.empty() ||

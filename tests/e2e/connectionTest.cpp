@@ -26,9 +26,9 @@ protected:
 };
 
 TEST_F(Connections, NamesAreShownVerbatim) {
-    Client anonymous;
+    const Client anonymous;
     {
-        Client client;
+        const Client client;
         client.sayName("first");
         client.sayName("100%s%n");
         EXPECT_EQ(client.number("a"), 1U);
@@ -44,12 +44,12 @@ TEST_F(Connections, NamesForgeNoLines) {
     const std::string name = "x\n[ERR] \x1b[2J\x7f\t\r%s\\\xc3\xa9";
     const std::string shown = "x\\x0a[ERR] \\x1b[2J\\x7f\\x09\\x0d%s\\\xc3\xa9";
     {
-        Client client;
+        const Client client;
         client.sayName(name);
         EXPECT_FALSE(client.number(name));
         EXPECT_TRUE(Client().number("a"));
     }
-    for (std::uint32_t code : {code::notify, code::erase, code::instanciate, code::deinstanciate})
+    for (const uint32_t code : {code::notify, code::erase, code::instanciate, code::deinstanciate})
         Client().commit({list(code, {{.name = name, .tpltName = name}})});
     EXPECT_EQ(daemon.stop(), 0);
     const std::string log = daemon.log();
@@ -96,8 +96,8 @@ TEST_F(Connections, TheLogIsBoundedAndItsEndKept) {
 }
 
 TEST_F(Connections, UnknownCodesKeepTheConnection) {
-    Client client;
-    for (std::uint32_t code :
+    const Client client;
+    for (const uint32_t code :
          {0U, code::notify, code::erase, code::commit, code::rollback, code::instanciate, code::deinstanciate,
           code::deinstanciateOwner, code::readAnswer, code::failureAnswer, 0x80000000U})
         client.send(list(code));
@@ -106,12 +106,12 @@ TEST_F(Connections, UnknownCodesKeepTheConnection) {
 }
 
 TEST_F(Connections, FramesOfTheBuffersSizeAreTaken) {
-    Client client;
+    const Client client;
     client.send(list(code::read) + std::string(4088, 'x'));
     EXPECT_EQ(client.receive(), (Reply{code::readAnswer, {}}));
     for (const std::string& bytes :
          {frame("abc"), frame(word(code::connect) + word(4) + "abc"), word(4097) + word(0)}) {
-        Client bad;
+        const Client bad;
         bad.sendRaw(bytes);
         EXPECT_TRUE(bad.closed());
     }
@@ -119,10 +119,10 @@ TEST_F(Connections, FramesOfTheBuffersSizeAreTaken) {
 }
 
 TEST_F(Connections, UrgentDataRemovesTheConnectionAndHoldsNobody) {
-    Client outside;
+    const Client outside;
     ::send(outside.fd(), "!", 1, MSG_OOB);
     EXPECT_TRUE(outside.closed());
-    Client inside;
+    const Client inside;
     inside.send(list(code::startWriting));
     ASSERT_TRUE(daemon.logged("[OstrelServer] Handle Write Sequence start\n"));
     ::send(inside.fd(), "!", 1, MSG_OOB);
@@ -149,7 +149,7 @@ TEST_F(Connections, NewConnectionsAreServedAtOnce) {
         return std::chrono::steady_clock::now() - start;
     };
     EXPECT_LT(serveTwenty(), 900ms);
-    Client idle;
+    const Client idle;
     EXPECT_EQ(idle.number("a"), 1U);
     EXPECT_LT(serveTwenty(), 2s);
 }

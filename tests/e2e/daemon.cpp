@@ -29,7 +29,7 @@ bool eventually(const std::function<bool()>& condition, std::chrono::seconds lim
 
 // A log of thousands of clients would hide the failure.
 std::string lastLines(const std::string& text) {
-    constexpr std::size_t longest = 20000;
+    constexpr size_t longest = 20000;
     return text.size() <= longest ? text : text.substr(text.find('\n', text.size() - longest));
 }
 
@@ -118,16 +118,16 @@ int Daemon::stop() {
 
 Daemon::Usage Daemon::usage() const {
     const fs::path process = "/proc/" + std::to_string(pid_);
-    std::size_t pages = 0;
+    size_t pages = 0;
     std::ifstream(process / "statm") >> pages >> pages;
     const auto count = std::distance(fs::directory_iterator(process / "fd"), fs::directory_iterator());
     const std::string status = readFile(process / "status");
-    const std::size_t kilobytes = std::stoul(status.substr(status.find("VmHWM:") + 6));
-    return {static_cast<std::size_t>(count), pages * 4096, kilobytes * 1024};
+    const size_t kilobytes = std::stoul(status.substr(status.find("VmHWM:") + 6));
+    return {static_cast<size_t>(count), pages * 4096, kilobytes * 1024};
 }
 
-void Daemon::limitMemory(std::size_t more) const {
-    std::size_t pages = 0;
+void Daemon::limitMemory(size_t more) const {
+    size_t pages = 0;
     std::ifstream("/proc/" + std::to_string(pid_) + "/statm") >> pages;
     const rlimit limit{pages * 4096 + more, RLIM_INFINITY};
     for (const auto resource : {RLIMIT_AS, RLIMIT_DATA})

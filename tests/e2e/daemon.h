@@ -15,7 +15,7 @@ bool eventually(const std::function<bool()>& condition,
                 std::chrono::seconds limit = std::chrono::seconds(10));
 
 // How much more memory than before is none. (Of no use with AddressSanitizer: it keeps what is freed.)
-constexpr std::size_t memorySlack = std::size_t{1} << 20U;
+constexpr size_t memorySlack = size_t{1} << 20U;
 
 class Daemon {
 public:
@@ -58,13 +58,13 @@ public:
 
     // What it holds just now; memory is what is resident, in bytes, and peak the most of it that ever was.
     struct Usage {
-        std::size_t descriptors = 0;
-        std::size_t memory = 0;
-        std::size_t peak = 0;
+        size_t descriptors = 0;
+        size_t memory = 0;
+        size_t peak = 0;
     };
     Usage usage() const;
     // From now on it gets no more than so many bytes of address space beside what it has.
-    void limitMemory(std::size_t more) const;
+    void limitMemory(size_t more) const;
 
     // For start().
     bool verbose = true;

@@ -65,7 +65,7 @@ protected:
     DbTool() {
         daemon.factory(defaults, templates);
         daemon.start();
-        Client client;
+        const Client client;
         EXPECT_TRUE(client.commit({make, list(code::notify, {dword("a", 11)})}));
         EXPECT_TRUE(client.commit({list(code::notify, {dword("b", 22), dword("v", 20, 2)})}));
         EXPECT_TRUE(client.commit({list(code::notify, {dword("a", 33), dword("wifi.channel", 3, 2)})}));

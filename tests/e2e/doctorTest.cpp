@@ -81,10 +81,10 @@ TEST_F(Doctor, LooksIntoABusyDaemonItsLogAndItsPlugins) {
     daemon.plugin("tie", "restartPriority 9\n");
     for (const char* object : {"noExport", "undefinedSymbol", "collides"})
         daemon.plugin(object, "", object);
-    Client holder;
+    const Client holder;
     holder.send(list(code::startWriting));
     ASSERT_TRUE(holder.ask(list(code::instanciate))) << "the sequence is open";
-    std::array<Client, 6> others;
+    const std::array<Client, 6> others;
     expect(1,
            {"BAD   socket .* queue full of waiting clients", "OK    process .*ostrelServer, process",
             "WARN  log .*; the daemon writes to /tmp/log.1",

@@ -22,13 +22,13 @@ class Durability : public testing::Test {
 protected:
     Durability() { daemon.factory("a Dword 0\nb Dword 0\ntext String \"\"\nmore String \"\"\n"); }
 
-    bool commit(std::uint32_t number) { return Client().set("a", number); }
-    static std::string writing(const std::string& name, std::size_t size, char letter = 'x') {
+    bool commit(uint32_t number) { return Client().set("a", number); }
+    static std::string writing(const std::string& name, size_t size, char letter = 'x') {
         return list(code::notify,
                     {{.name = name, .value = text(std::string(size, letter)), .type = ostrelTypeString}});
     }
     // Restarted, the daemon reads the same.
-    void expectKept(std::uint32_t number) {
+    void expectKept(uint32_t number) {
         EXPECT_EQ(daemon.stop(), 0);
         daemon.start();
         EXPECT_EQ(Client().number("a"), number);
@@ -39,7 +39,7 @@ protected:
 
 TEST_F(Durability, ReadOnlyDiskRefusesCommitsAndServesReads) {
     daemon.start();
-    Client client;
+    const Client client;
     EXPECT_TRUE(client.set("a", 1));
     EXPECT_EQ(daemon.stop(), 0);
     ASSERT_EQ(system("mount --bind /vemra/var /vemra/var && mount -o remount,ro,bind /vemra/var"), 0);

@@ -148,8 +148,7 @@ TEST_F(Exec, OutputIsCutAndStandsInFrontOfTheEnd) {
     const std::string log = daemon.log();
     EXPECT_EQ(occurrences(log, "#"), 65536U);
     EXPECT_EQ(occurrences(log, "%"), 0U);
-    const std::size_t cut =
-        log.find("ostrelExecRunner: rule copy: /tmp/copy: printed over 64 KiB, the rest is");
+    const size_t cut = log.find("ostrelExecRunner: rule copy: /tmp/copy: printed over 64 KiB, the rest is");
     EXPECT_LT(log.rfind('#'), cut);
     EXPECT_LT(cut, log.find("exit status 3"));
     EXPECT_LT(log.find("because"), log.find("exit status 4"));

@@ -6,15 +6,15 @@
 
 namespace {
 
-constexpr std::uint32_t places = 16;
-constexpr std::uint32_t roomEvery = 4;
+constexpr uint32_t places = 16;
+constexpr uint32_t roomEvery = 4;
 
 }  // namespace
 
 std::string GoodClient::defaults(unsigned int number) {
     const std::string name = "good" + std::to_string(number);
     std::string lines = name + ".first Dword 0\n" + name + ".last Dword 0\n";
-    for (std::uint32_t place = 1; place <= places; ++place)
+    for (uint32_t place = 1; place <= places; ++place)
         lines += name + ".place[" + std::to_string(place) + "] Dword 0\n";
     return lines;
 }
@@ -33,25 +33,25 @@ GoodClient::~GoodClient() {
 
 // The two numbers are the first and the last change of a transaction; of the places each has the last
 // transaction that wrote it.
-std::vector<Entry> GoodClient::values(std::uint32_t transaction) const {
+std::vector<Entry> GoodClient::values(uint32_t transaction) const {
     std::vector<Entry> values = {dword(name_ + ".first", transaction), dword(name_ + ".last", transaction)};
-    for (std::uint32_t place = 0; place < places; ++place) {
-        const std::uint32_t age = (transaction - place) % places;
+    for (uint32_t place = 0; place < places; ++place) {
+        const uint32_t age = (transaction - place) % places;
         values.push_back(dword(name_ + ".place", age < transaction ? transaction - age : 0));
     }
     return values;
 }
 
-bool GoodClient::found(const Client& client, std::uint32_t transaction) const {
+bool GoodClient::found(const Client& client, uint32_t transaction) const {
     std::vector<Entry> keys = {question(name_ + ".first"), question(name_ + ".last")};
-    for (std::uint32_t place = 1; place <= places; ++place)
+    for (uint32_t place = 1; place <= places; ++place)
         keys.push_back(question(name_ + ".place", place));
     return client.ask(list(code::read, keys)) == Reply{code::readAnswer, values(transaction)} &&
            client.ask(list(code::ownerQty, {question("room", owner_)})) ==
                Reply{code::ownerQtyAnswer, {{"room", word(transaction < roomEvery ? 0 : 1)}}};
 }
 
-bool GoodClient::commit(const Client& client, std::uint32_t transaction) const {
+bool GoodClient::commit(const Client& client, uint32_t transaction) const {
     std::vector<std::string> changes = {
         list(code::notify, {dword(name_ + ".first", transaction),
                             dword(name_ + ".place", transaction, transaction % places + 1)})};

@@ -25,7 +25,7 @@ public:
     GoodClient(const GoodClient&) = delete;
     GoodClient& operator=(const GoodClient&) = delete;
 
-    std::uint32_t committed() const { return committed_; }
+    uint32_t committed() const { return committed_; }
     // Connections that were lost.
     int losses() const { return losses_; }
     // Of a commit with the reads that check it, over one connection, since the last look.
@@ -35,14 +35,14 @@ private:
     void run(const std::stop_token& stop);
     bool resume(const Client& client);
     bool holds(const Client& client) const;
-    bool found(const Client& client, std::uint32_t transaction) const;
-    bool commit(const Client& client, std::uint32_t transaction) const;
-    std::vector<Entry> values(std::uint32_t transaction) const;
+    bool found(const Client& client, uint32_t transaction) const;
+    bool commit(const Client& client, uint32_t transaction) const;
+    std::vector<Entry> values(uint32_t transaction) const;
 
     const std::string name_;
-    const std::uint32_t owner_;
+    const uint32_t owner_;
     const bool mayEnd_;
-    std::atomic<std::uint32_t> committed_ = 0;
+    std::atomic<uint32_t> committed_ = 0;
     std::atomic<int> losses_ = 0;
     std::atomic<Duration> slowest_ = Duration::zero();
     std::jthread thread_;

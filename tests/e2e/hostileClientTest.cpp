@@ -30,19 +30,19 @@ protected:
 
 // Every end of a sequence and of a read, every place in them overwritten by every extreme, urgent data at
 // every place; then at random.
-void misbehave(std::uint32_t seed) {
+void misbehave(uint32_t seed) {
     const std::string sequence = hostile::sequence(1);
     hostile::sendAndLeave(sequence, true);
     EXPECT_EQ(Client().number("h.number"), 1U) << "a whole sequence is committed";
     hostile::sendAndLeave(hostile::sequence(2), false);  // committed unless the answer came too late
     hostile::sendAndLeave(hostile::sequence(0), true);
-    for (std::size_t end = 0; end < sequence.size(); ++end)
+    for (size_t end = 0; end < sequence.size(); ++end)
         hostile::sendAndLeave(sequence.substr(0, end), end % 2 == 0);
     EXPECT_EQ(Client().number("h.number"), 0U) << "no sequence was whole";
     const std::string both = hostile::reads() + sequence;
-    for (std::size_t at = 0; at < both.size(); ++at) {
+    for (size_t at = 0; at < both.size(); ++at) {
         hostile::sendUrgently(both, at);
-        for (std::uint32_t extreme : {0U, 128U, 4097U, 0x7FFFFFFFU, 0xFFFFFFFFU})
+        for (const uint32_t extreme : {0U, 128U, 4097U, 0x7FFFFFFFU, 0xFFFFFFFFU})
             hostile::sendAndLeave(std::string(both).replace(at, 4, word(extreme)), at % 2 == 0);
     }
     std::mt19937 random(seed);
@@ -52,7 +52,7 @@ void misbehave(std::uint32_t seed) {
 }
 
 TEST_F(HostileClients, DisturbNobodyAndLeaveNothingBehind) {
-    const std::uint32_t seed = std::random_device{}();
+    const uint32_t seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     daemon.start();
     misbehave(seed);
@@ -71,13 +71,13 @@ TEST_F(HostileClients, StallersAreDroppedOneAfterTheOther) {
     daemon.start();
     std::optional<GoodClient> good(0);
     ASSERT_TRUE(eventually([&] { return good->committed() > 10; }));
-    const std::size_t before = daemon.usage().descriptors;
+    const size_t before = daemon.usage().descriptors;
     const std::vector<Client> stallers = hostile::stallers();
     // Takes a little each second; its first answer has filled the socket when the second is sent.
     const Client slow;
-    for (std::size_t keys : {48U, 130U})
+    for (const size_t keys : {48U, 130U})
         slow.send(list(code::read, std::vector<Entry>(keys, question("h.long"))));
-    std::jthread reading([&](const std::stop_token& stop) {
+    const std::jthread reading([&](const std::stop_token& stop) {
         for (std::string piece(16384, ' '); !stop.stop_requested(); std::this_thread::sleep_for(1s))
             recv(slow.fd(), piece.data(), piece.size(), MSG_DONTWAIT);
     });
@@ -100,11 +100,11 @@ TEST_F(HostileClients, StallersAreDroppedOneAfterTheOther) {
 class Endless : public HostileClients, public testing::WithParamInterface<const char*> {
 protected:
     // Until the daemon has had enough, or so many messages.
-    static void change(const Client& client, std::uint32_t messages = UINT32_MAX) {
+    static void change(const Client& client, uint32_t messages = UINT32_MAX) {
         const std::string kind = GetParam();
         const std::vector<Entry> instances(80, {.name = "hall", .owner = 7, .tpltName = "hall"});
         std::vector<Entry> elements(80, dword("h.list", 9));
-        for (std::uint32_t sent = 0, last = 0; sent < messages; ++sent) {
+        for (uint32_t sent = 0, last = 0; sent < messages; ++sent) {
             for (Entry& element : elements)
                 element.pKey = ++last;
             if (kind == "Instances" && !client.ask(list(code::instanciate, instances)))
@@ -130,10 +130,10 @@ protected:
 
 TEST_P(Endless, SequenceIsRefused) {
     daemon.start();
-    const std::size_t before = daemon.usage().memory;
+    const size_t before = daemon.usage().memory;
     expectRefusal("[OstrelServer] The write sequence takes more than 67108864 bytes\n");
     EXPECT_TRUE(daemon.logged(" failed for <h"));
-    EXPECT_TRUE(isSanitized || daemon.usage().peak <= before + (std::size_t{64} << 20U));
+    EXPECT_TRUE(isSanitized || daemon.usage().peak <= before + (size_t{64} << 20U));
     const Client client;
     client.send(list(code::startWriting));
     change(client, 1000);
@@ -147,7 +147,7 @@ TEST_P(Endless, SequenceIsRefusedWhenMemoryEnds) {
     if (isSanitized)
         GTEST_SKIP() << "the sanitizers take all the address space";
     daemon.start();
-    daemon.limitMemory(std::size_t{8} << 20U);
+    daemon.limitMemory(size_t{8} << 20U);
     expectRefusal("[OstrelServer] Out of memory\n");
     EXPECT_EQ(daemon.stop(), 0);
 }
@@ -165,7 +165,7 @@ TEST_F(HostileClients, RemovalsCountWhatTheyRemove) {
     const std::string write = frame(list(code::notify, {dword("h.many", 1, 1)}));
     for (const std::string& removal : {frame(list(code::deinstanciateOwner, {{.name = "h.many"}})),
                                        write + frame(list(code::erase, {{"h.many"}}))}) {
-        for (int times : {600, 300}) {
+        for (const int times : {600, 300}) {
             std::string bytes = frame(list(code::startWriting));
             for (int i = 0; i < times; ++i)
                 bytes += removal;
@@ -178,7 +178,7 @@ TEST_F(HostileClients, RemovalsCountWhatTheyRemove) {
 
 // With descriptors for all, then without: those that do not fit wait, and harm nobody.
 TEST_F(HostileClients, TwoThousandComeAtOnceAndGo) {
-    for (unsigned int round : {0U, 1U}) {
+    for (const unsigned int round : {0U, 1U}) {
         daemon.descriptorLimit = round == 0 ? 8192 : 256;
         daemon.start();
         {
@@ -188,7 +188,7 @@ TEST_F(HostileClients, TwoThousandComeAtOnceAndGo) {
             std::deque<Client> crowd;
             // The good one is there already, and is one of the 256 - 64 that there is room for; the one that
             // saw the start may have been, too.
-            const std::size_t expected = before + (round == 0 ? 2000 : 256 - 64 - 2);
+            const size_t expected = before + (round == 0 ? 2000 : 256 - 64 - 2);
             while (daemon.usage().descriptors < expected && crowd.size() < 15000)
                 for (int i = 0; i < 20; ++i)
                     crowd.emplace_back(SOCK_NONBLOCK);
@@ -216,7 +216,7 @@ TEST_F(HostileClients, ThatAreAsManyAsThereMayBeLeaveDescriptorsForTheDaemonsWor
     EXPECT_TRUE(daemon.logged("got new incoming connection, fd=64\n"));
     const Client good;
     ASSERT_EQ(good.number("h.number"), 0U);
-    const std::size_t before = daemon.usage().descriptors;
+    const size_t before = daemon.usage().descriptors;
     std::deque<Client> crowd;
     const std::string full = "[ostrelServer] 192 clients are connected: more have to wait until one leaves\n";
     while (daemon.usage().descriptors < before + 256 - 64 - 1 && crowd.size() < 15000)

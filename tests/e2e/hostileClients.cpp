@@ -12,13 +12,13 @@ namespace {
 
 using Random = std::mt19937;
 
-constexpr std::uint32_t owner = 77;
+constexpr uint32_t owner = 77;
 
-std::uint32_t below(Random& random, std::uint32_t end) { return static_cast<std::uint32_t>(random() % end); }
+uint32_t below(Random& random, uint32_t end) { return static_cast<uint32_t>(random() % end); }
 
 template <typename Choices>
 auto anyOf(Random& random, const Choices& choices) {
-    return *(std::begin(choices) + below(random, static_cast<std::uint32_t>(std::size(choices))));
+    return *(std::begin(choices) + below(random, static_cast<uint32_t>(std::size(choices))));
 }
 
 Entry anyEntry(Random& random) {
@@ -31,24 +31,24 @@ Entry anyEntry(Random& random) {
 }
 
 std::string anyFrame(Random& random) {
-    static const std::uint32_t codes[] = {0,
-                                          code::connect,
-                                          code::notify,
-                                          code::notify,
-                                          code::notify,
-                                          code::erase,
-                                          code::read,
-                                          code::readAnswer,
-                                          code::startWriting,
-                                          code::startWriting,
-                                          code::commit,
-                                          code::commit,
-                                          code::rollback,
-                                          code::instanciate,
-                                          code::deinstanciate,
-                                          code::deinstanciateOwner,
-                                          code::ownerQty,
-                                          code::pKeyList};
+    static const uint32_t codes[] = {0,
+                                     code::connect,
+                                     code::notify,
+                                     code::notify,
+                                     code::notify,
+                                     code::erase,
+                                     code::read,
+                                     code::readAnswer,
+                                     code::startWriting,
+                                     code::startWriting,
+                                     code::commit,
+                                     code::commit,
+                                     code::rollback,
+                                     code::instanciate,
+                                     code::deinstanciate,
+                                     code::deinstanciateOwner,
+                                     code::ownerQty,
+                                     code::pKeyList};
     std::vector<Entry> entries(below(random, 4));
     std::generate(entries.begin(), entries.end(), [&] { return anyEntry(random); });
     return frame(list(anyOf(random, codes), entries));
@@ -56,12 +56,12 @@ std::string anyFrame(Random& random) {
 
 // Random bytes, a huge, small or negative word, a hole or a repetition, anywhere.
 void mutate(Random& random, std::string& bytes) {
-    static const std::uint32_t words[] = {0, 1, 127, 128, 4096, 4097, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
-    const std::size_t at = below(random, static_cast<std::uint32_t>(bytes.size()) + 1);
-    const std::size_t size = below(random, 12);
+    static const uint32_t words[] = {0, 1, 127, 128, 4096, 4097, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
+    const size_t at = below(random, static_cast<uint32_t>(bytes.size()) + 1);
+    const size_t size = below(random, 12);
     switch (below(random, 4)) {
         case 0:
-            for (std::size_t i = at; i < std::min(at + size, bytes.size()); ++i)
+            for (size_t i = at; i < std::min(at + size, bytes.size()); ++i)
                 bytes[i] = static_cast<char>(random());
             break;
         case 1:
@@ -91,7 +91,7 @@ std::string defaults() {
 
 std::string templates() { return "[hall]\nsize Dword 1\n"; }
 
-std::string sequence(std::uint32_t number) {
+std::string sequence(uint32_t number) {
     const Entry element = dword("h.list", 9, 2);
     return frame(list(code::startWriting)) +
            frame(list(code::notify, {dword("h.number", number), dword("h.gone", 1), element})) +
@@ -122,14 +122,14 @@ void sendAndLeave(const std::string& bytes, bool politely) {
 
 void randomSession(Random& random) {
     std::string bytes;
-    for (std::uint32_t i = below(random, 8); i > 0; --i)
+    for (uint32_t i = below(random, 8); i > 0; --i)
         bytes += anyFrame(random);
-    for (std::uint32_t i = below(random, 4); i > 0; --i)
+    for (uint32_t i = below(random, 4); i > 0; --i)
         mutate(random, bytes);
     sendAndLeave(bytes, below(random, 2) == 0);
 }
 
-void sendUrgently(const std::string& bytes, std::size_t at) {
+void sendUrgently(const std::string& bytes, size_t at) {
     const Client client;
     client.sendRaw(harmless(bytes.substr(0, at)));
     EXPECT_TRUE(send(client.fd(), "!", 1, MSG_OOB | MSG_NOSIGNAL) == 1 || errno != EOPNOTSUPP);

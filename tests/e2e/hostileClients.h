@@ -16,7 +16,7 @@ std::string defaults();
 std::string templates();
 
 // One sequence with every change and a commit, which writes number to h.number and can be repeated.
-std::string sequence(std::uint32_t number);
+std::string sequence(uint32_t number);
 // Every request that is answered, and a name.
 std::string reads();
 
@@ -25,7 +25,7 @@ void sendAndLeave(const std::string& bytes, bool politely);
 // Reorders, repeats, cuts and overwrites the pieces of requests at random.
 void randomSession(std::mt19937& random);
 // Urgent data between the bytes of requests.
-void sendUrgently(const std::string& bytes, std::size_t at);
+void sendUrgently(const std::string& bytes, size_t at);
 
 // Clients that make the daemon wait for them, by kind: silent in a frame outside a sequence, the same inside
 // one, and not taking a long answer. The daemon must drop each after its time limit.

@@ -44,14 +44,14 @@ protected:
         client.emplace();
         EXPECT_TRUE(contains(daemon.calls(), "good init 5,"));
     }
-    bool commit(std::uint32_t ip) const { return client->set("net.ip", ip); }
+    bool commit(uint32_t ip) const { return client->set("net.ip", ip); }
     void expectLines() const {
         for (const std::string& line : GetParam().lines)
             EXPECT_TRUE(daemon.logged(replaced(line, "\\$", GetParam().name))) << line;
     }
     // A commit and the reads behind it work, the good plug-in gets its calls, and the stop is orderly.
     // Returns the calls that the commit led to.
-    std::string expectService(std::uint32_t ip) {
+    std::string expectService(uint32_t ip) {
         EXPECT_TRUE(commit(ip));
         EXPECT_EQ(client->number("net.ip"), ip);
         EXPECT_EQ(client->number("host.address", 1), 1U);
@@ -231,7 +231,7 @@ TEST_F(HostilePlugin, LeavesNoMemoryBehindTheLastCall) {
         return contains(daemon.log(), "[OstrelServer] Out of memory for a new client\n");
     }));
     EXPECT_TRUE(daemon.logged("[ostrServer::PopMessage] Out of memory\n"));
-    daemon.limitMemory(std::size_t{8} << 20U);
+    daemon.limitMemory(size_t{8} << 20U);
     crowd.clear();
     EXPECT_TRUE(eventually([] { return Client().number("net.ip") == 5U; }));
     EXPECT_EQ(daemon.stop(), 0);

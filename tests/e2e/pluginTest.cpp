@@ -28,8 +28,8 @@ protected:
         client.emplace();
         return daemon.calls();
     }
-    bool write(const std::string& key, std::uint32_t value) { return client->set(key, value); }
-    std::optional<std::uint32_t> number(const std::string& key) { return client->number(key); }
+    bool write(const std::string& key, uint32_t value) { return client->set(key, value); }
+    std::optional<uint32_t> number(const std::string& key) { return client->number(key); }
 
     Daemon daemon;
     std::optional<Client> client;
@@ -55,8 +55,8 @@ TEST_F(Plugins, FilesCutShortAreSkipped) {
     const fs::path folder = "/vemra/default/ostrPlugins";
     daemon.plugin("good", "watch *\n");
     const std::string whole = readFile(folder / "good.ostr");
-    const std::size_t sizes[] = {0, 10, 64, 100, 3000, 20000};
-    for (const std::size_t size : sizes)
+    const size_t sizes[] = {0, 10, 64, 100, 3000, 20000};
+    for (const size_t size : sizes)
         writeFile(folder / ("cut" + std::to_string(size) + ".ostr"), whole.substr(0, size));
     // Its headers tell nonsense.
     std::string bent = whole;
@@ -179,20 +179,21 @@ TEST_F(Plugins, DnsmasqIsGivenNoMoreHostsOfOneNameThanItCanServe) {
     daemon.factory("lan.domain String \"lan\"\n", "[host]\nname String \"\"\naddress IP \"\"\n");
     daemon.plugin("dnsmasq", "", IMAGE "/default/ostrPlugins/dnsmasq");
     start();
-    const std::uint32_t dns = 0x736e64;  // "dns"
-    for (const std::uint32_t count : {64U, 65U}) {
-        std::vector<Entry> hosts(count == 64 ? 64 : 1, {.name = "host", .owner = dns, .tpltName = "host"});
+    const uint32_t dns = 0x736e64;  // "dns"
+    for (const uint32_t count : {64U, 65U}) {
+        const std::vector<Entry> hosts(count == 64 ? 64 : 1,
+                                       {.name = "host", .owner = dns, .tpltName = "host"});
         client->send(list(code::startWriting));
         ASSERT_TRUE(client->ask(list(code::instanciate, hosts)));
         std::vector<Entry> values;
-        for (std::uint32_t key = count - static_cast<std::uint32_t>(hosts.size()) + 1; key <= count; ++key) {
+        for (uint32_t key = count - static_cast<uint32_t>(hosts.size()) + 1; key <= count; ++key) {
             values.push_back({"host.name", text("Many"), ostrelTypeString, key});
             values.push_back({"host.address", text("10.0.0." + std::to_string(key)), ostrelTypeIP, key});
         }
-        client->send(list(code::notify,
-                          {values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2)}));
-        client->send(list(code::notify,
-                          {values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end()}));
+        client->send(
+            list(code::notify, {values.begin(), values.begin() + static_cast<ptrdiff_t>(values.size() / 2)}));
+        client->send(
+            list(code::notify, {values.begin() + static_cast<ptrdiff_t>(values.size() / 2), values.end()}));
         client->send(list(code::commit));
         ASSERT_TRUE(client->ask(list(code::read)));
         EXPECT_EQ(contains(daemon.log(), "error: host.name[65]: more than 64 hosts have this name\n"),

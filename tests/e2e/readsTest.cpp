@@ -22,19 +22,19 @@ protected:
 
     Daemon daemon;
     std::optional<Client> client;
-    const std::uint32_t web = ostrelStringToOwner("web");
+    const uint32_t web = ostrelStringToOwner("web");
 };
 
 TEST_F(Reads, ValuesComeWithTheirTypesInRequestOrder) {
     // A request entry's other fields do not count, and a short value is the primary key 0.
-    Entry odd{
+    const Entry odd{
         .name = "net.mtu", .value = "xy", .type = ostrelTypeMAC, .pKey = 5, .owner = 6, .tpltName = "t"};
-    Reply expected{code::readAnswer,
-                   {{"net.name", text("box"), ostrelTypeString},
-                    {"wifi.ssid", text("guest"), ostrelTypeString},
-                    {"wifi.channel", "\6", ostrelTypeByte},
-                    {"dns.server", text("2.2.2.2"), ostrelTypeIP},
-                    {"net.mtu", word(1500), ostrelTypeDword}}};
+    const Reply expected{code::readAnswer,
+                         {{"net.name", text("box"), ostrelTypeString},
+                          {"wifi.ssid", text("guest"), ostrelTypeString},
+                          {"wifi.channel", "\6", ostrelTypeByte},
+                          {"dns.server", text("2.2.2.2"), ostrelTypeIP},
+                          {"net.mtu", word(1500), ostrelTypeDword}}};
     EXPECT_EQ(ask(list(code::read, {question("net.name"), question("wifi.ssid", 2),
                                     question("wifi.channel", 3), question("dns.server", 4), odd})),
               expected);
@@ -69,9 +69,9 @@ TEST_F(Reads, QuantitiesAndPrimaryKeys) {
 }
 
 TEST_F(Reads, BodiesThatDoNotDecodeAreAnsweredWithAFailure) {
-    std::pair<std::uint32_t, std::string> handlers[] = {{code::read, "unpackReadMessage"},
-                                                        {code::ownerQty, "unpackGetOwnerQtyMessage"},
-                                                        {code::pKeyList, "unpackGetPKeyListMessage"}};
+    const std::pair<uint32_t, std::string> handlers[] = {{code::read, "unpackReadMessage"},
+                                                         {code::ownerQty, "unpackGetOwnerQtyMessage"},
+                                                         {code::pKeyList, "unpackGetPKeyListMessage"}};
     for (const auto& [code, name] : handlers) {
         for (const std::string& body : {std::string(), std::string("abc"), word(1), word(0xFFFFFFFF),
                                         word(1) + word(200) + std::string(250, 'n')})

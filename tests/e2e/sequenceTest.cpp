@@ -25,13 +25,13 @@ protected:
         for (const std::string& message : messages)
             client.send(message);
     }
-    std::optional<std::uint32_t> number(const std::string& key, std::uint32_t pKey = 0) {
+    std::optional<uint32_t> number(const std::string& key, uint32_t pKey = 0) {
         return Client().number(key, pKey);
     }
 
     Daemon daemon;
     std::optional<Client> client;
-    const std::uint32_t web = ostrelStringToOwner("web");
+    const uint32_t web = ostrelStringToOwner("web");
 };
 
 TEST_F(Sequence, CommitAppliesAllAndTellsThePlugin) {
@@ -84,7 +84,7 @@ TEST_F(Sequence, RefusedChangeUndoesTheSequenceAndClosesTheConnection) {
         {std::string(4097, 'x'), "[receive] Buffer too small 4097 vs 4096\n"},
     };
     for (const auto& [message, line] : cases) {
-        Client bad;
+        const Client bad;
         begin(bad, {list(code::notify, {dword("a", 11)}), message});
         EXPECT_TRUE(bad.closed()) << line;
         EXPECT_TRUE(daemon.logged(line)) << line;
@@ -96,7 +96,7 @@ TEST_F(Sequence, RefusedChangeUndoesTheSequenceAndClosesTheConnection) {
 }
 
 TEST_F(Sequence, InstancesLiveAndDieWithTheSequence) {
-    Entry instance{.name = "wifi", .owner = web, .tpltName = "wlan"};
+    const Entry instance{.name = "wifi", .owner = web, .tpltName = "wlan"};
     client->send(list(code::startWriting));
     EXPECT_EQ(client->ask(list(code::instanciate, {instance, instance})),
               (Reply{code::instanciateAnswer, {{"wifi", word(1)}, {"wifi", word(2)}}}));
@@ -106,7 +106,7 @@ TEST_F(Sequence, InstancesLiveAndDieWithTheSequence) {
     EXPECT_EQ(client->number("wifi.channel", 1), 6U);
     EXPECT_EQ(client->number("wifi.channel", 2), 11U);
 
-    Client other;
+    const Client other;
     other.send(list(code::startWriting));
     EXPECT_EQ(other.ask(list(code::instanciate, {instance})),
               (Reply{code::instanciateAnswer, {{"wifi", word(3)}}}));
@@ -148,7 +148,7 @@ TEST_F(Sequence, IsServedBehindAnAnswerThatFindsNobody) {
     const std::string read = frame(list(code::read, {question("text")}));
     const std::string make =
         frame(list(code::instanciate, {{.name = "wifi", .owner = web, .tpltName = "wlan"}}));
-    const auto write = [](const std::string& key, std::uint32_t number) {
+    const auto write = [](const std::string& key, uint32_t number) {
         return frame(list(code::startWriting)) + frame(list(code::notify, {dword(key, number)})) +
                frame(list(code::commit));
     };

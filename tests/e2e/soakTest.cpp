@@ -67,7 +67,7 @@ protected:
         daemon.start();
         ++lives;
         const auto start = Clock::now();
-        std::size_t memory = 0;
+        size_t memory = 0;
         int losses = 0;
         while (Clock::now() - start < length && !HasFailure()) {
             tick(length);
@@ -109,14 +109,14 @@ protected:
             report();
     }
 
-    std::uint32_t commits() const { return good[0].committed() + good[1].committed(); }
+    uint32_t commits() const { return good[0].committed() + good[1].committed(); }
 
     void report() {
         const Daemon::Usage usage = daemon.usage();
         const auto slowest = std::max(good[0].slowest(), good[1].slowest());
         EXPECT_LT(slowest, 3 * 5s + 3s);
         const double passed = Seconds(Clock::now() - std::exchange(reported, Clock::now())).count();
-        auto rate = [passed](std::uint64_t now, std::uint64_t& before) {
+        auto rate = [passed](uint64_t now, uint64_t& before) {
             return static_cast<double>(now - std::exchange(before, now)) / passed;
         };
         std::cout << std::fixed << std::setprecision(0) << std::setw(6)
@@ -137,9 +137,9 @@ protected:
     const Clock::time_point begun = Clock::now();
     Clock::time_point stalled = begun;
     Clock::time_point reported = begun;
-    std::uint64_t reportedCommits = 0;
-    std::uint64_t reportedSessions = 0;
-    std::atomic<std::uint64_t> sessions = 0;
+    uint64_t reportedCommits = 0;
+    uint64_t reportedSessions = 0;
+    std::atomic<uint64_t> sessions = 0;
     GoodClient good[2] = {GoodClient(0, true), GoodClient(1, true)};
     std::jthread hostileClients{[this](const std::stop_token& stop) {
         for (std::mt19937 ownRandom(seed); !stop.stop_requested(); ++sessions) {
@@ -157,7 +157,7 @@ TEST_F(Soak, NothingIsLostAndMemoryStaysFlat) {
         live(std::chrono::milliseconds(random() % longest), ends[random() % std::size(ends)]);
     }
     live(length / 2, SIGTERM);
-    const std::uint32_t before = commits();
+    const uint32_t before = commits();
     daemon.start();
     EXPECT_TRUE(eventually([&] { return commits() > before + 10; }));
     EXPECT_TRUE(sessions > 0 && (rewrites > 1 || commits() < 1000));

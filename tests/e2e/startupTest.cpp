@@ -75,14 +75,14 @@ TEST(Startup, LinesComeInOrderAndSigtermShutsDown) {
     EXPECT_EQ(info.st_mode & 0777, 0777U);
     EXPECT_EQ(daemon.stop(), 0);
     EXPECT_FALSE(contains(daemon.log(), "error: [chmod")) << "how a program ended is seen";
-    std::size_t at = 0;
+    size_t at = 0;
     for (const char* part :
          {":main():", "** Ostrel v0.1 starting...**\n", "default db:  /vemra/default/ostrDbDflt.txt\n",
           "[ostrLink] binding on port 9910\n", "exec: [chmod 777 /tmp/ostrel.sock]\n",
           "Plugins dir: /vemra/default/ostrPlugins\n", "Plugin p.ostr/p initialized (prio 0)\n",
           "\t** Exiting Stored Messages :0\n", "[ostrel] Plugins loaded, entering main loop\n",
           "exiting due to signal 15\n", "** Ostrel v0.1 exiting...**\n", ">>> Plugin[p.ostr].die()\n"}) {
-        std::size_t found = daemon.log().find(part, at);
+        const size_t found = daemon.log().find(part, at);
         ASSERT_NE(found, std::string::npos) << part;
         at = found;
     }
@@ -105,7 +105,7 @@ TEST(Startup, DaemonModeLogsToItsFileAndSigtermJustEndsIt) {
     system("pkill -USR1 ostrelServer; pkill -USR2 ostrelServer");
     system("pkill -HUP ostrelServer");
     EXPECT_TRUE(eventually([&] { return !contains(readFile(path), "starting"); })) << "emptied";
-    Client client;
+    const Client client;
     EXPECT_TRUE(client.ask(list(code::read)));
     system("pkill -TERM ostrelServer");
     EXPECT_TRUE(client.closed());
@@ -116,7 +116,7 @@ TEST(Startup, SecondDaemonStopsAndLeavesTheFirstAlone) {
     Daemon first;
     first.launch("-d");
     ASSERT_TRUE(eventually([] { return Client().ask(list(code::read)).has_value(); }));
-    int status = system("ASAN_OPTIONS=detect_leaks=0 /vemra/bin/ostrelServer -d >/tmp/second");
+    const int status = system("ASAN_OPTIONS=detect_leaks=0 /vemra/bin/ostrelServer -d >/tmp/second");
     EXPECT_EQ(WEXITSTATUS(status), 255);
     EXPECT_TRUE(contains(readFile("/tmp/second"), "FATAL ERROR :Database in use\n"));
     first.signal(SIGHUP);
@@ -140,7 +140,7 @@ TEST(Startup, StandardDescriptorsAreThereAndInheritedOnesAreNotPassedOn) {
     const auto commit = [] { return eventually([] { return Client().set("a", 2); }); };
     daemon.launch("-d -v 7</dev/zero <&- >&- 2>&- #");
     ASSERT_TRUE(commit());
-    for (int fd : {0, 1, 2})
+    for (const int fd : {0, 1, 2})
         EXPECT_EQ(target(fd), "/dev/null\n") << fd;
     EXPECT_EQ(target(7), "/dev/zero\n") << "may be meant for a plug-in";
     EXPECT_EQ(readFile("/tmp/fds"), "0\n1\n2\n3\n") << "3 is the folder itself";

@@ -32,7 +32,7 @@ public:
 
     // KIND NUMBER NAME; "closed"; "none" when nothing has come.
     std::string next() const {
-        std::array<std::uint32_t, 50> packet{};
+        std::array<uint32_t, 50> packet{};
         if (const ssize_t size = recv(fd_, packet.data(), sizeof packet, MSG_DONTWAIT); size <= 0)
             return size == 0 ? "closed" : "none";
         return std::to_string(packet[0]) + " " + std::to_string(packet[1]) + " " +
@@ -54,7 +54,7 @@ protected:
     // ostrelCtl watch, from now on; what it prints goes to /tmp/NAME, behind it its exit status.
     static void watch(const std::string& name, const std::string& arguments) {
         auto sockets = [] { return occurrences(readFile("/proc/net/unix"), OSTREL_WATCH_SOCKET); };
-        const std::size_t before = sockets();
+        const size_t before = sockets();
         std::system(("(/vemra/bin/ostrelCtl watch " + arguments +
                      " & echo $! >/tmp/pid; wait $!; echo $?) >/tmp/" + name + " 2>&1 &")
                         .c_str());
@@ -67,7 +67,7 @@ protected:
         for (; changes > 0; changes -= 100)
             messages.push_back(
                 list(code::notify,
-                     std::vector<Entry>(static_cast<std::size_t>(std::min(changes, 100)), dword("a", 2))));
+                     std::vector<Entry>(static_cast<size_t>(std::min(changes, 100)), dword("a", 2))));
         EXPECT_TRUE(Client().commit(messages));
     }
 
@@ -107,7 +107,7 @@ TEST_F(Watching, WhoDoesNotReadHoldsNobodyUpAndIsToldWhatItLost) {
     const Reader reader;
     for (int i = 0; i < 20; ++i)
         change(1000);
-    std::size_t told = 0;
+    size_t told = 0;
     std::string packet = reader.next();
     for (; packet == "1 " + std::to_string(told + 1) + " a"; packet = reader.next())
         ++told;
@@ -126,7 +126,7 @@ TEST_F(Watching, WhoDoesNotReadHoldsNobodyUpAndIsToldWhatItLost) {
 
 TEST_F(Watching, ReadersAreBoundedAndThoseThatLeaveMakeRoom) {
     daemon.start();
-    const std::size_t before = daemon.usage().descriptors;
+    const size_t before = daemon.usage().descriptors;
     {
         std::list<Reader> readers(32);
         const Reader tooMany;

@@ -17,7 +17,7 @@ struct Sdk {
             throw std::logic_error("wrote");
         if (plugin::readString("text") == "bad")
             return false;
-        bool changed = plugin::replaceFile("/run/link", plugin::readLine("text").value() + '\n');
+        const bool changed = plugin::replaceFile("/run/link", plugin::readLine("text").value() + '\n');
         plugin::logNotice(changed ? "has changed" : "has not changed");
         return true;
     }

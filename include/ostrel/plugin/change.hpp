@@ -41,11 +41,11 @@ public:
         OstrelValues_Add_Bool(list_.get(), key.c_str(), value ? 1 : 0);
         return place(index);
     }
-    Change& setByte(const std::string& key, std::uint8_t value, unsigned int index = 0) {
+    Change& setByte(const std::string& key, uint8_t value, unsigned int index = 0) {
         OstrelValues_Add_Byte(list_.get(), key.c_str(), value);
         return place(index);
     }
-    Change& setDword(const std::string& key, std::uint32_t value, unsigned int index = 0) {
+    Change& setDword(const std::string& key, uint32_t value, unsigned int index = 0) {
         OstrelValues_Add_Dword(list_.get(), key.c_str(), value);
         return place(index);
     }
@@ -86,7 +86,7 @@ private:
             const OstrelValue& value = *list_->values[i];
             if (typeOf(value.name, value.pKey) != value.type)
                 return false;
-            std::string wanted(reinterpret_cast<const char*>(value.value), value.size);
+            const std::string wanted(reinterpret_cast<const char*>(value.value), value.size);
             if (detail::readBytes(value.name, value.pKey, value.type) != wanted)
                 return false;
         }

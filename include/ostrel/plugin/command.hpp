@@ -43,7 +43,7 @@ inline void sendSignal(const Descriptor& process, int number) {
 // True when the process has ended before the limit. Signals for the daemon do not cut the wait short.
 inline bool waitForEnd(const Descriptor& process, std::chrono::milliseconds limit) {
     using Clock = std::chrono::steady_clock;
-    Clock::time_point end = Clock::now() + limit;
+    const Clock::time_point end = Clock::now() + limit;
     for (;;) {
         auto left = std::max(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()),
                              std::chrono::milliseconds(0));
@@ -66,7 +66,7 @@ inline pid_t spawn(const std::vector<std::string>& command, int standardInput = 
     for (const std::string& argument : command)
         arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
-    pid_t child = detail::launch(arguments.data(), standardInput);
+    const pid_t child = detail::launch(arguments.data(), standardInput);
     if (child < 0)
         throw CommandError(command.at(0), std::generic_category().message(errno));
     return child;
@@ -76,9 +76,9 @@ inline pid_t spawn(const std::vector<std::string>& command, int standardInput = 
 // signal, or has not ended at the deadline; it is then killed with its process group. One that hangs inside
 // of the system even so is left to itself 1 s later.
 inline int runForStatus(const std::vector<std::string>& command, std::chrono::milliseconds deadline) {
-    pid_t child = spawn(command);
-    Descriptor process = openProcess(child);
-    bool ended = process && waitForEnd(process, deadline);
+    const pid_t child = spawn(command);
+    const Descriptor process = openProcess(child);
+    const bool ended = process && waitForEnd(process, deadline);
     if (!ended) {
         kill(-child, SIGKILL);
         // It may have left its group.
@@ -90,7 +90,7 @@ inline int runForStatus(const std::vector<std::string>& command, std::chrono::mi
     }
     if (!ended && !waitForEnd(process, std::chrono::seconds(1)))
         throw CommandError(command[0], "cannot be stopped");
-    int status = detail::reap(child);
+    const int status = detail::reap(child);
     if (!ended)
         throw CommandError(command[0], "did not end within " + std::to_string(deadline.count()) + " ms");
     if (WIFSIGNALED(status))
@@ -100,7 +100,7 @@ inline int runForStatus(const std::vector<std::string>& command, std::chrono::mi
 
 // The same, for a program whose only good status is 0: any other throws CommandError, too.
 inline void run(const std::vector<std::string>& command, std::chrono::milliseconds deadline) {
-    int status = runForStatus(command, deadline);
+    const int status = runForStatus(command, deadline);
     if (status != 0)
         throw CommandError(command[0], "exit status " + std::to_string(status));
 }

@@ -86,16 +86,16 @@ inline void sync(const Descriptor& file, const std::string& path) {
 
 inline void writeAll(const Descriptor& file, std::string_view content, const std::string& path) {
     while (!content.empty()) {
-        ssize_t written = ::write(file.get(), content.data(), content.size());
+        const ssize_t written = ::write(file.get(), content.data(), content.size());
         if (written < 0 && errno != EINTR)
             failFile(path);
-        content.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+        content.remove_prefix(written < 0 ? 0 : static_cast<size_t>(written));
     }
 }
 
 // With a slash at its end.
 inline std::string folderOf(const std::string& path) {
-    std::size_t slash = path.rfind('/');
+    const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
 }
 
@@ -105,11 +105,11 @@ inline std::string resolved(std::string path) {
     constexpr int mostLinks = 40;  // as many as the system follows
     std::array<char, 4096> target;
     for (int i = 0; i < mostLinks; ++i) {
-        ssize_t size = readlink(path.c_str(), target.data(), target.size());
+        const ssize_t size = readlink(path.c_str(), target.data(), target.size());
         if (size <= 0)
             break;
         std::string folder = target[0] == '/' ? "" : folderOf(path);
-        path = folder.append(target.data(), static_cast<std::size_t>(size));
+        path = folder.append(target.data(), static_cast<size_t>(size));
     }
     return path;
 }
@@ -119,7 +119,7 @@ inline std::string resolved(std::string path) {
 inline void renameTo(const std::string& target, const std::string& fresh) {
     if (std::rename(fresh.c_str(), target.c_str()) != 0)
         failFile(target);
-    std::string folder = folderOf(target);
+    const std::string folder = folderOf(target);
     try {
         sync(openFile(folder, O_RDONLY | O_DIRECTORY), folder);
     } catch (const std::system_error& error) {
@@ -132,7 +132,7 @@ inline void renameTo(const std::string& target, const std::string& fresh) {
 // Nothing when there is no such file, or when the process that a file in /proc tells of has just ended. A
 // FIFO is refused.
 inline std::optional<std::string> readFile(const std::string& path) {
-    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file) {
         if (errno == ENOENT)
             return std::nullopt;
@@ -145,11 +145,11 @@ inline std::optional<std::string> readFile(const std::string& path) {
     std::string content;
     std::array<char, 4096> piece;
     for (;;) {
-        ssize_t size = read(file.get(), piece.data(), piece.size());
+        const ssize_t size = read(file.get(), piece.data(), piece.size());
         if (size == 0)
             return content;
         if (size > 0)
-            content.append(piece.data(), static_cast<std::size_t>(size));
+            content.append(piece.data(), static_cast<size_t>(size));
         else if (errno == ESRCH)
             return std::nullopt;
         else if (errno != EINTR)
@@ -162,18 +162,18 @@ inline std::optional<std::string> readFile(const std::string& path) {
 // group and permissions. What is there and no regular file, such as /dev/null at the end of a link, is
 // refused.
 inline bool replaceFile(const std::string& path, std::string_view content, mode_t newFileMode = 0644) {
-    std::string target = detail::resolved(path);
+    const std::string target = detail::resolved(path);
     struct stat old {};
-    bool isThere = stat(target.c_str(), &old) == 0;
+    const bool isThere = stat(target.c_str(), &old) == 0;
     if (isThere && !S_ISREG(old.st_mode))
         detail::refuseKind(target == path ? path : path + " leads to " + target + ", which", old.st_mode);
     if (readFile(path) == content)
         return false;
-    mode_t mode = isThere ? old.st_mode & 07777U : newFileMode;
-    std::string fresh = target + ".new";
+    const mode_t mode = isThere ? old.st_mode & 07777U : newFileMode;
+    const std::string fresh = target + ".new";
     // One that a power cut left over.
     unlink(fresh.c_str());
-    Descriptor file = detail::openFile(fresh, O_WRONLY | O_CREAT | O_EXCL, mode & 0600U);
+    const Descriptor file = detail::openFile(fresh, O_WRONLY | O_CREAT | O_EXCL, mode & 0600U);
     try {
         // The mode last: it is less what the process masks before, and a new owner takes bits of it away.
         if ((isThere && fchown(file.get(), old.st_uid, old.st_gid) != 0) || fchmod(file.get(), mode) != 0)
@@ -193,13 +193,13 @@ inline bool replaceFile(const std::string& path, std::string_view content, mode_
 // a regular file, is replaced in one step; anything else is refused.
 inline bool replaceLink(const std::string& path, const std::string& target) {
     std::array<char, 4096> old;
-    ssize_t size = readlink(path.c_str(), old.data(), old.size());
-    if (size >= 0 && std::string_view(old.data(), static_cast<std::size_t>(size)) == target)
+    const ssize_t size = readlink(path.c_str(), old.data(), old.size());
+    if (size >= 0 && std::string_view(old.data(), static_cast<size_t>(size)) == target)
         return false;
     struct stat there {};
     if (size < 0 && lstat(path.c_str(), &there) == 0 && !S_ISREG(there.st_mode))
         detail::refuseKind(path, there.st_mode);
-    std::string fresh = path + ".new";
+    const std::string fresh = path + ".new";
     unlink(fresh.c_str());
     if (symlink(target.c_str(), fresh.c_str()) != 0)
         detail::failFile(fresh);

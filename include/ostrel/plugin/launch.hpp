@@ -23,7 +23,7 @@ inline rlimit descriptorLimit() {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const char* text = std::getenv("OSTREL_DESCRIPTOR_LIMIT");
-    rlim_t told = text != nullptr ? std::strtoul(text, nullptr, 10) : 0;
+    const rlim_t told = text != nullptr ? std::strtoul(text, nullptr, 10) : 0;
     if (told != 0)
         limit.rlim_cur = std::min<rlim_t>(told, limit.rlim_max);
     return limit;
@@ -91,10 +91,10 @@ inline pid_t makeChild(const Launch& launch) {
     pthread_sigmask(SIG_SETMASK, &all, &before);
     // Unlike fork it needs no second copy of the daemon's memory.
     // NOLINTNEXTLINE(clang-analyzer-security.insecureAPI.vfork)
-    pid_t child = vfork();
+    const pid_t child = vfork();
     if (child == 0)
         become(launch);  // NOLINT(clang-analyzer-unix.Vfork): it does not return and changes nothing
-    int error = errno;
+    const int error = errno;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     errno = error;
     return child;
@@ -105,9 +105,9 @@ inline pid_t launch(char* const* arguments, int standardInput) {
     int ends[2] = {-1, -1};
     if (pipe2(ends, O_CLOEXEC) != 0)
         return -1;
-    Descriptor failure(ends[0]);
+    const Descriptor failure(ends[0]);
     Descriptor childs(ends[1]);
-    pid_t child = makeChild({arguments, standardInput, childs.get(), descriptorLimit()});
+    const pid_t child = makeChild({arguments, standardInput, childs.get(), descriptorLimit()});
     if (child < 0)
         return -1;
     childs = Descriptor();

@@ -98,14 +98,14 @@ inline std::optional<std::string> readText(const std::string& key, unsigned int 
 // Each returns nothing when there is no such value and throws BadValue when it has another type.
 
 inline std::optional<bool> readBool(const std::string& key, unsigned int index = 0) {
-    std::optional<std::uint8_t> byte = detail::readNumber<std::uint8_t>(key, index, ostrelTypeBool);
+    std::optional<uint8_t> byte = detail::readNumber<uint8_t>(key, index, ostrelTypeBool);
     return byte ? std::optional<bool>(*byte != 0) : std::nullopt;
 }
-inline std::optional<std::uint8_t> readByte(const std::string& key, unsigned int index = 0) {
-    return detail::readNumber<std::uint8_t>(key, index, ostrelTypeByte);
+inline std::optional<uint8_t> readByte(const std::string& key, unsigned int index = 0) {
+    return detail::readNumber<uint8_t>(key, index, ostrelTypeByte);
 }
-inline std::optional<std::uint32_t> readDword(const std::string& key, unsigned int index = 0) {
-    return detail::readNumber<std::uint32_t>(key, index, ostrelTypeDword);
+inline std::optional<uint32_t> readDword(const std::string& key, unsigned int index = 0) {
+    return detail::readNumber<uint32_t>(key, index, ostrelTypeDword);
 }
 inline std::optional<std::string> readString(const std::string& key, unsigned int index = 0) {
     return detail::readText(key, index, ostrelTypeString);
@@ -135,7 +135,7 @@ inline std::vector<unsigned int> instancesOf(const std::string& structure, unsig
     int count = static_cast<int>(size);
     if (size != 0 && OstrelClientGetPrimaryKeys(structure.c_str(), owner, keys.data(), &count) != 1)
         throw BadValue(structure, 0, "cannot be listed");
-    keys.resize(static_cast<std::size_t>(count));
+    keys.resize(static_cast<size_t>(count));
     return keys;
 }
 // The owner by its tag.

@@ -78,7 +78,7 @@ private:
 // Runs the work of an entry: no exception leaves it.
 template <typename Work>
 int enter(Phase phase, const char* entry, Work work) noexcept {
-    PhaseScope scope(phase);
+    const PhaseScope scope(phase);
     try {
         if constexpr (std::is_void_v<decltype(work())>) {
             work();
@@ -144,7 +144,7 @@ private:
 
     static int die() {
         return enter(Phase::die, "die", [] {
-            std::unique_ptr<Class> object(std::exchange(object_, nullptr));
+            const std::unique_ptr<Class> object(std::exchange(object_, nullptr));
             if constexpr (Its::hasDie)
                 return object->die();
         });

@@ -43,7 +43,7 @@ std::string failure(int status) {
 std::optional<Request> parseRequest(std::string_view line) {
     std::vector<std::string> words;
     while (!line.empty()) {
-        std::size_t end = std::min(line.find(' '), line.size());
+        const size_t end = std::min(line.find(' '), line.size());
         words.emplace_back(line.substr(0, end));
         line.remove_prefix(std::min(end + 1, line.size()));
     }
@@ -60,7 +60,7 @@ std::optional<Request> parseRequest(std::string_view line) {
 }
 
 void Jobs::ask(Request request) {
-    std::string rule = request.rule;
+    const std::string rule = request.rule;
     Job& job = jobs_[rule];
     job.request = std::move(request);
     if (!job.due)
@@ -80,7 +80,7 @@ void Jobs::start(Job& job) {
     job.program = request.command.front();
     setenv("OSTREL_RULE", request.rule.c_str(), 1);
     try {
-        Output output = openOutput(request.rule, job.program);
+        const Output output = openOutput(request.rule, job.program);
         job.copier = output.process;
         job.process = launch(request.command, output.end.get(),
                              [&](pid_t process) { records_.write(request.rule, job.program, process); });
@@ -150,7 +150,7 @@ void Jobs::end(Job& job) {
     if (job.process != 0 && !job.left) {
         int status = 0;
         waitpid(job.process, &status, 0);
-        std::string text = failure(status);
+        const std::string text = failure(status);
         if (!text.empty() && !job.isStopped)
             report(job.request.rule, job.program + ": " + text);
         if (std::exchange(job.hasFailed, job.isStopped || !text.empty()) && !job.hasFailed)

@@ -34,7 +34,7 @@ void takeDefaultSignals() {
     char go = 0;
     setpgid(0, 0);
     takeDefaultSignals();
-    int input = open("/dev/null", O_RDONLY);
+    const int input = open("/dev/null", O_RDONLY);
     // The others are closed when the command begins, the socket among them.
     if (input >= 0 && dup2(input, STDIN_FILENO) >= 0 && dup2(outputs, STDOUT_FILENO) >= 0 &&
         dup2(outputs, STDERR_FILENO) >= 0 && close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
@@ -70,7 +70,7 @@ pid_t launch(const std::vector<std::string>& command, int outputs,
         fail(command[0], errno);
     Descriptor ours(ends[0]);
     Descriptor theirs(ends[1]);
-    pid_t child = fork();
+    const pid_t child = fork();
     if (child < 0)
         fail(command[0], errno);
     if (child == 0) {
@@ -80,7 +80,7 @@ pid_t launch(const std::vector<std::string>& command, int outputs,
     }
     theirs = Descriptor();
     beforeItRuns(child);
-    if (int error = letGo(ours); error != 0) {
+    if (const int error = letGo(ours); error != 0) {
         ostrel::plugin::detail::reap(child);
         fail(command[0], error);
     }

@@ -119,8 +119,8 @@ private:
             return;
         if (size <= 0)
             return endOfRequests();
-        text_.append(piece.data(), static_cast<std::size_t>(size));
-        for (std::size_t end = text_.find('\n'); end != std::string::npos; end = text_.find('\n')) {
+        text_.append(piece.data(), static_cast<size_t>(size));
+        for (size_t end = text_.find('\n'); end != std::string::npos; end = text_.find('\n')) {
             std::optional<Request> request = parseRequest(text_.substr(0, end));
             if (request) {
                 // From here on another change needs another request.
@@ -137,7 +137,7 @@ private:
     void endOfRequests() {
         isAsked_ = false;
         jobs_.startNothingMore();
-        Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
         dup2(nothing.get(), STDIN_FILENO);
     }
 
@@ -162,7 +162,7 @@ int main(int argc, char** argv) {
         std::puts("ostrelExecRunner " OSTREL_VERSION);
         return 0;
     }
-    bool help = argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0);
+    const bool help = argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0);
     if (argc != 1) {
         std::fputs(
             "usage: ostrelExecRunner | ostrelExecRunner --version\n"

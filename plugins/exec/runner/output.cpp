@@ -18,15 +18,15 @@ namespace {
 
 using ostrel::plugin::Descriptor;
 
-constexpr std::size_t mostLogged = 64UL * 1024;
+constexpr size_t mostLogged = 64UL * 1024;
 
 // What the log does not take is lost: the command is not to wait for it.
 void log(std::string_view text) {
     while (!text.empty()) {
-        ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
         if (written < 0 && errno != EINTR)
             return;
-        text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+        text.remove_prefix(written < 0 ? 0 : static_cast<size_t>(written));
     }
 }
 
@@ -38,31 +38,31 @@ Output openOutput(const std::string& rule, const std::string& program) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
         throw ostrel::plugin::CommandError(self, std::generic_category().message(errno));
-    Descriptor source(ends[0]);
+    const Descriptor source(ends[0]);
     Descriptor end(ends[1]);
-    pid_t process = ostrel::plugin::spawn({self, outputOption, rule, program}, source.get());
+    const pid_t process = ostrel::plugin::spawn({self, outputOption, rule, program}, source.get());
     return {std::move(end), process};
 }
 
 void copyOutput(const std::string& rule, const std::string& program) {
     // It ends when nobody writes, and never before: who writes would be ended by that.
-    for (int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
         signal(number, SIG_IGN);
     // Who ends runners by their name does not mean this.
     prctl(PR_SET_NAME, "ostrelExecOutput");
     std::string cut = knownLine::ofRule + rule + ": ";
     cut.append(program).append(": printed over 64 KiB, ").append(knownLine::restLeftOut).append("\n");
     std::array<char, 16384> piece{};
-    std::size_t left = mostLogged;
+    size_t left = mostLogged;
     char last = '\n';
     for (;;) {
-        ssize_t size = read(STDIN_FILENO, piece.data(), piece.size());
+        const ssize_t size = read(STDIN_FILENO, piece.data(), piece.size());
         if (size < 0 && errno == EINTR)
             continue;
         if (size <= 0)
             return;
-        std::string_view text(piece.data(), static_cast<std::size_t>(size));
-        std::string_view taken = text.substr(0, left);
+        const std::string_view text(piece.data(), static_cast<size_t>(size));
+        const std::string_view taken = text.substr(0, left);
         log(taken);
         left -= taken.size();
         if (!taken.empty())

@@ -38,7 +38,7 @@ struct Stat {
 
 // Nothing when there is no such process.
 std::optional<Stat> statOf(pid_t process) {
-    std::string text = readFile("/proc/" + std::to_string(process) + "/stat").value_or("");
+    const std::string text = readFile("/proc/" + std::to_string(process) + "/stat").value_or("");
     // The program's name may have blanks and brackets.
     std::istringstream fields(text.substr(std::min(text.rfind(')'), text.size() - 1) + 1));
     constexpr int between = 18;  // state is field 3, the start time 22
@@ -78,7 +78,8 @@ void Records::write(const std::string& rule, const std::string& program, pid_t l
         return;
     std::string text =
         bootId_ + ' ' + std::to_string(leader) + ' ' + std::to_string(stat->startTime) + ' ' + program + '\n';
-    Descriptor file(open(fileOf(rule).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    const Descriptor file(
+        open(fileOf(rule).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!file || ::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
         report(fileOf(rule) + ": " + std::strerror(errno));
 }
@@ -89,7 +90,7 @@ std::vector<LeftCommand> Records::leftCommands() const {
     std::vector<LeftCommand> found;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-        std::string rule = entry.path().filename();
+        const std::string rule = entry.path().filename();
         if (bootId_.empty() || !rule.starts_with(prefix))
             continue;
         LeftCommand command;

@@ -45,7 +45,7 @@ protected:
     void fromPeer(Bytes bytes) {
         EXPECT_TRUE(peer->sendData(static_cast<unsigned int>(bytes.size()), bytes.data()));
     }
-    Bytes atPeer(std::size_t wanted) {
+    Bytes atPeer(size_t wanted) {
         Bytes bytes(wanted);
         EXPECT_TRUE(peer->receiveData(static_cast<unsigned int>(wanted), bytes.data()));
         return bytes;
@@ -92,7 +92,7 @@ TEST_F(Link, WithoutASocketAllFails) {
 // A silent peer is waited for, a begun frame is not, however often a byte of it comes.
 TEST_F(Link, DribbledFrameIsGivenUp) {
     ostrelLink::limits.stall = 200ms;
-    std::jthread dribble([this](const std::stop_token& stop) {
+    const std::jthread dribble([this](const std::stop_token& stop) {
         for (auto pause = 300ms; !stop.stop_requested(); pause = 60ms) {
             std::this_thread::sleep_for(pause);
             fromPeer({0});
@@ -108,13 +108,13 @@ TEST_F(Link, DribbledFrameIsGivenUp) {
 class SlowReader : public Link {
 protected:
     SlowReader() : answer(600000) {
-        for (std::size_t i = 0; i < answer.size(); ++i)
+        for (size_t i = 0; i < answer.size(); ++i)
             answer[i] = static_cast<unsigned char>(i % 251);
         ostrelLink::limits.stall = 1s;
     }
     // Sends the answer to a peer that takes so many bytes every 15 ms at best. Returns what the link logs
     // when it does not send all; else the peer has got it.
-    std::string sendSlowly(std::size_t portion) {
+    std::string sendSlowly(size_t portion) {
         std::jthread reader([&](const std::stop_token& stop) {
             Bytes got = atPeer(8);
             for (got.clear(); got.size() < answer.size() && !stop.stop_requested();

@@ -41,7 +41,8 @@ TEST_F(Log, PrefixIsPaddedTo65AndCutAt255) {
 TEST_F(Log, ExecuteReportsTheRawStatusAndCutsLongCommands) {
     EXPECT_EQ(outputOf([] { EXPECT_EQ(ostrelExecute("exit %d", 1), 256); }),
               "exec: [exit 1]\n\033[41m**** ERROR ****\033[m error: [exit 1]: 256\n");
-    std::string log = outputOf([] { EXPECT_EQ(ostrelExecute("true %s", std::string(600, 'x').c_str()), 0); });
+    const std::string log =
+        outputOf([] { EXPECT_EQ(ostrelExecute("true %s", std::string(600, 'x').c_str()), 0); });
     EXPECT_EQ(log, "exec: [true " + std::string(505, 'x') + "]\n");
 }
 

@@ -12,7 +12,7 @@ using Bytes = std::vector<unsigned char>;
 template <typename Marshaller>
 Bytes marshalled(Marshaller marshaller, unsigned int code, unsigned int count, OstrelValue* values) {
     unsigned int size = 0;
-    std::unique_ptr<unsigned char[]> list(marshaller(code, count, values, &size));
+    const std::unique_ptr<unsigned char[]> list(marshaller(code, count, values, &size));
     return {list.get(), list.get() + size};
 }
 

@@ -193,10 +193,10 @@ bool recovers(size_t number, int call, bool isLasting, int error) {
 // Each call of each step, and all from it on.
 TEST(FailingCalls, LoseNothingAndPass) {
     int reached = 0;
-    for (int error : {ENOSPC, EIO, EROFS}) {
+    for (const int error : {ENOSPC, EIO, EROFS}) {
         if (isSanitized && error != EIO)
             continue;
-        for (bool isLasting : {false, true}) {
+        for (const bool isLasting : {false, true}) {
             for (size_t number = 0; number < steps.size(); ++number) {
                 for (int call = 1; !testing::Test::HasFailure(); call += isSanitized ? 3 : 1) {
                     SCOPED_TRACE("step " + std::to_string(number) + " call " + std::to_string(call));

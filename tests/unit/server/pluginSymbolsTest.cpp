@@ -23,11 +23,11 @@ TEST(PluginSymbols, BearAnyByteOfTheFile) {
     std::ifstream file(COLLIDES, std::ios::binary);
     const std::string good(std::istreambuf_iterator<char>(file), {});
     ASSERT_EQ(readFrom(good)->plain, std::vector<std::string>{"_Z5plainPi"});
-    std::uint64_t sections = 0;
+    uint64_t sections = 0;
     std::memcpy(&sections, &good.at(40), sizeof sections);
-    for (std::size_t at = 0; at < good.size(); at += at < 64 ? 1 : at < 2048 ? 4 : at < sections ? 197 : 3) {
+    for (size_t at = 0; at < good.size(); at += at < 64 ? 1 : at < 2048 ? 4 : at < sections ? 197 : 3) {
         readFrom(good.substr(0, at));
-        for (std::uint32_t word : {0U, 8U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+        for (uint32_t word : {0U, 8U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
             std::string damaged = good;
             std::memcpy(&damaged[at], &word, std::min(sizeof word, good.size() - at));
             readFrom(damaged);

@@ -5,9 +5,9 @@
 namespace {
 
 TEST(SequenceSize, BoundsChangesAndAllowsASingleRemoval) {
-    constexpr std::size_t rows = 1000000;
+    constexpr size_t rows = 1000000;
     SequenceSize size;
-    std::size_t values = 0;
+    size_t values = 0;
     while (size.takeWrite("name", 4000))
         values += 4000;
     EXPECT_TRUE(values < SequenceSize::limit && values > SequenceSize::limit / 5 * 4);
