@@ -93,8 +93,8 @@ typedef struct ostrelKey {
 typedef struct ostrelEntry {
     ostrelValueType type; /* ostrelTypeNone: missing */
     uint32_t number;
-    const char* text;     /* null: the value is a number */
-    size_t size;          /* of the text without its NUL */
+    const char* text; /* null: the value is a number */
+    size_t size;      /* of the text without its NUL */
 } ostrelEntry;
 
 /* Reads count values (any number; keys may be null when it is 0), in the order of the keys. Each group of

@@ -20,8 +20,8 @@ typedef enum ostrelValueType {
 } ostrelValueType;
 #endif
 
-/* A row for each but ostrelTypeNone, in the order of their numbers. ROW(NAME, SIZE, LARGEST) gets the name behind
- * "ostrelType", a number's bytes and largest value; both are 0 for a text. */
+/* A row for each but ostrelTypeNone, in the order of their numbers. ROW(NAME, SIZE, LARGEST) gets the name
+ * behind "ostrelType", a number's bytes and largest value; both are 0 for a text. */
 #define OSTREL_VALUE_TYPES(ROW) \
     ROW(Bool, 1, 255)           \
     ROW(Byte, 1, 255)           \

@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "client/failure.h"
+#include "client/callFailure.h"
 #include "common/messageCodes.h"
 #include "process/daemonUser.h"
 #include "text/fixedPaths.h"

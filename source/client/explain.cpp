@@ -7,7 +7,7 @@ namespace client {
 namespace {
 
 std::string explainWrite(Connection& connection, const Change& change, const Deadline& deadline) {
-    if (Changes::isNewInstance(change.index))
+    if (StagedChanges::isNewInstance(change.index))
         return "the new instance has no such member of this type";
     const Key key{change.name, static_cast<uint32_t>(change.index)};
     if (auto present = readValues(connection, {&key, 1}, deadline).front()) {

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "client/changes.h"
 #include "client/connection.h"
+#include "client/stagedChanges.h"
 
 namespace client {
 

@@ -5,9 +5,9 @@
 #include <optional>
 #include <string>
 
-#include "client/changes.h"
-#include "client/failure.h"
+#include "client/callFailure.h"
 #include "client/session.h"
+#include "client/stagedChanges.h"
 #include "ostrel/client.h"
 
 struct ostrelSession {
@@ -18,7 +18,7 @@ struct ostrelSession {
 };
 
 struct ostrelTransaction {
-    client::Changes changes;
+    client::StagedChanges changes;
     std::string error;
     std::optional<client::Fault> found;
     ostrelFault fault{};  // found, as it is handed out

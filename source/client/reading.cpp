@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <deque>
 
-#include "client/failure.h"
+#include "client/callFailure.h"
 #include "client/request.h"
 
 namespace client {

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "client/failure.h"
+#include "client/callFailure.h"
 #include "client/signalHold.h"
 
 namespace client {
@@ -51,7 +51,7 @@ void Sequence::queueChange(size_t number, const Deadline& deadline) {
 }
 
 uint32_t Sequence::resolve(ostrelIndex index, const Deadline& deadline) {
-    if (!Changes::isNewInstance(index))
+    if (!StagedChanges::isNewInstance(index))
         return static_cast<uint32_t>(index);
     if (changes_.key(index) == nullptr) {
         packer_.finish();

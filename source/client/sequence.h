@@ -5,9 +5,9 @@
 #include <deque>
 #include <functional>
 
-#include "client/changes.h"
 #include "client/connection.h"
 #include "client/request.h"
+#include "client/stagedChanges.h"
 
 namespace client {
 
@@ -21,7 +21,7 @@ public:
     using Progress = std::function<void(size_t sent, size_t changes)>;
 
     // All must outlive the object.
-    Sequence(Connection& connection, Changes& changes, Kind kind, const Progress& progress)
+    Sequence(Connection& connection, StagedChanges& changes, Kind kind, const Progress& progress)
         : connection_(connection), changes_(changes), kind_(kind), progress_(progress), packer_(connection) {}
 
     // Returns when the daemon has done all; gives the new instances their keys. Sets mayBeApplied as soon as
@@ -46,7 +46,7 @@ private:
     void reportProgress();
 
     Connection& connection_;
-    Changes& changes_;
+    StagedChanges& changes_;
     const Kind kind_;
     const Progress& progress_;
     Packer packer_;

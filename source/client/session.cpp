@@ -33,18 +33,18 @@ std::string printable(std::string_view text) {
 
 Failure gone() { return {OSTREL_GONE, "the daemon ended while it was asked"}; }
 
-std::string describe(const Changes& changes, const Fault& fault) {
+std::string describe(const StagedChanges& changes, const Fault& fault) {
     const Change& change = changes.at(fault.change);
     std::string text = change.line == 0 ? "" : "line " + std::to_string(change.line) + ": ";
     text += change.name;
-    if (change.index != 0 && !Changes::isNewInstance(change.index))
+    if (change.index != 0 && !StagedChanges::isNewInstance(change.index))
         text += '[' + std::to_string(change.index) + ']';
     return text + ": " + fault.reason;
 }
 
 }  // namespace
 
-Refusal::Refusal(const Changes& changes, Fault fault)
+Refusal::Refusal(const StagedChanges& changes, Fault fault)
     : Failure(OSTREL_REFUSED, "refused, nothing is changed: " + describe(changes, fault)),
       fault_(std::move(fault)) {}
 
@@ -119,7 +119,7 @@ List Session::list(const std::string& name, uint32_t owner) {
                [&](Connection& connection) { return listInstances(connection, name, owner, deadline); });
 }
 
-void Session::run(Changes& changes, Sequence::Kind kind) {
+void Session::run(StagedChanges& changes, Sequence::Kind kind) {
     if (changes.isSpoiled()) {
         const std::optional<Fault>& fault = changes.stagingFault();
         throw Failure(OSTREL_INVALID,
@@ -144,7 +144,7 @@ void Session::run(Changes& changes, Sequence::Kind kind) {
         changes.forgetKeys();
 }
 
-void Session::send(Changes& changes, Sequence::Kind kind, const Deadline& deadline) {
+void Session::send(StagedChanges& changes, Sequence::Kind kind, const Deadline& deadline) {
     const DaemonIdentity daemon = connection_->daemon();
     Sequence sequence(*connection_, changes, kind, progress_);
     try {
@@ -158,7 +158,7 @@ void Session::send(Changes& changes, Sequence::Kind kind, const Deadline& deadli
 }
 
 // Throws what it means that the connection was closed inside the sequence.
-void Session::refuse(Changes& changes, std::optional<size_t> refused, const DaemonIdentity& daemon,
+void Session::refuse(StagedChanges& changes, std::optional<size_t> refused, const DaemonIdentity& daemon,
                      const Deadline& deadline) {
     connection_.reset();
     try {
@@ -180,7 +180,7 @@ void Session::refuse(Changes& changes, std::optional<size_t> refused, const Daem
     throw Refusal(changes, {*refused, explain(changes.at(*refused), deadline)});
 }
 
-std::optional<size_t> Session::findRefused(Changes& changes, const Deadline& deadline) {
+std::optional<size_t> Session::findRefused(StagedChanges& changes, const Deadline& deadline) {
     const Sequence::Progress silent;
     Sequence trial(*connection_, changes, Sequence::Kind::trial, silent);
     std::optional<size_t> refused;

@@ -9,18 +9,18 @@
 #include <string_view>
 #include <vector>
 
-#include "client/changes.h"
+#include "client/callFailure.h"
 #include "client/connection.h"
-#include "client/failure.h"
 #include "client/reading.h"
 #include "client/sequence.h"
+#include "client/stagedChanges.h"
 
 namespace client {
 
 // A change was refused, and it is known which.
 class Refusal : public Failure {
 public:
-    Refusal(const Changes& changes, Fault fault);
+    Refusal(const StagedChanges& changes, Fault fault);
     const Fault& fault() const { return fault_; }
 
 private:
@@ -41,18 +41,18 @@ public:
     std::vector<std::optional<store::Value>> read(std::span<const Key> keys);
     uint32_t count(const std::string& name, uint32_t owner);
     List list(const std::string& name, uint32_t owner);
-    void apply(Changes& changes) { run(changes, Sequence::Kind::commit); }
-    void check(Changes& changes) { run(changes, Sequence::Kind::trial); }
+    void apply(StagedChanges& changes) { run(changes, Sequence::Kind::commit); }
+    void check(StagedChanges& changes) { run(changes, Sequence::Kind::trial); }
 
 private:
     Connection& connected(const Deadline& deadline);
     template <class Use>
     auto ask(const Deadline& deadline, Use use);
-    void run(Changes& changes, Sequence::Kind kind);
-    void send(Changes& changes, Sequence::Kind kind, const Deadline& deadline);
-    void refuse(Changes& changes, std::optional<size_t> refused, const DaemonIdentity& daemon,
+    void run(StagedChanges& changes, Sequence::Kind kind);
+    void send(StagedChanges& changes, Sequence::Kind kind, const Deadline& deadline);
+    void refuse(StagedChanges& changes, std::optional<size_t> refused, const DaemonIdentity& daemon,
                 const Deadline& deadline);
-    std::optional<size_t> findRefused(Changes& changes, const Deadline& deadline);
+    std::optional<size_t> findRefused(StagedChanges& changes, const Deadline& deadline);
     std::string explain(const Change& change, const Deadline& deadline);
 
     std::string name_;

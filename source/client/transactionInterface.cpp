@@ -57,7 +57,7 @@ void ostrelTransactionFree(ostrelTransaction* transaction) { delete transaction;
 
 ostrelStatus ostrelTransactionSetNumber(ostrelTransaction* transaction, const char* name, ostrelIndex index,
                                         ostrelValueType type, uint32_t number) {
-    return stage(transaction, [&](client::Changes& changes) {
+    return stage(transaction, [&](client::StagedChanges& changes) {
         requireGiven(name != nullptr);
         changes.setNumber(name, index, type, number);
     });
@@ -65,14 +65,14 @@ ostrelStatus ostrelTransactionSetNumber(ostrelTransaction* transaction, const ch
 
 ostrelStatus ostrelTransactionSetText(ostrelTransaction* transaction, const char* name, ostrelIndex index,
                                       ostrelValueType type, const char* text) {
-    return stage(transaction, [&](client::Changes& changes) {
+    return stage(transaction, [&](client::StagedChanges& changes) {
         requireGiven(name != nullptr && text != nullptr);
         changes.setText(name, index, type, text);
     });
 }
 
 ostrelStatus ostrelTransactionErase(ostrelTransaction* transaction, const char* name) {
-    return stage(transaction, [&](client::Changes& changes) {
+    return stage(transaction, [&](client::StagedChanges& changes) {
         requireGiven(name != nullptr);
         changes.erase(name);
     });
@@ -80,28 +80,28 @@ ostrelStatus ostrelTransactionErase(ostrelTransaction* transaction, const char* 
 
 ostrelStatus ostrelTransactionNewInstance(ostrelTransaction* transaction, const char* templateName,
                                           const char* structure, uint32_t owner, ostrelIndex* instance) {
-    return stage(transaction, [&](client::Changes& changes) {
+    return stage(transaction, [&](client::StagedChanges& changes) {
         requireGiven(templateName != nullptr && structure != nullptr && instance != nullptr);
         *instance = changes.newInstance(templateName, structure, owner);
     });
 }
 
 ostrelStatus ostrelTransactionRemove(ostrelTransaction* transaction, const char* name, ostrelIndex index) {
-    return stage(transaction, [&](client::Changes& changes) {
+    return stage(transaction, [&](client::StagedChanges& changes) {
         requireGiven(name != nullptr);
         changes.remove(name, index);
     });
 }
 
 ostrelStatus ostrelTransactionRemoveOwned(ostrelTransaction* transaction, const char* name, uint32_t owner) {
-    return stage(transaction, [&](client::Changes& changes) {
+    return stage(transaction, [&](client::StagedChanges& changes) {
         requireGiven(name != nullptr);
         changes.removeOwned(name, owner);
     });
 }
 
 ostrelStatus ostrelTransactionSetLine(ostrelTransaction* transaction, size_t line) {
-    return stage(transaction, [&](client::Changes& changes) { changes.setLine(line); });
+    return stage(transaction, [&](client::StagedChanges& changes) { changes.setLine(line); });
 }
 
 size_t ostrelTransactionCount(const ostrelTransaction* transaction) {
@@ -115,12 +115,12 @@ uint32_t ostrelTransactionKey(const ostrelTransaction* transaction, ostrelIndex 
 
 ostrelStatus ostrelSessionApply(ostrelSession* session, ostrelTransaction* transaction) {
     return finish(session, transaction,
-                  [](client::Session& target, client::Changes& changes) { target.apply(changes); });
+                  [](client::Session& target, client::StagedChanges& changes) { target.apply(changes); });
 }
 
 ostrelStatus ostrelSessionCheck(ostrelSession* session, ostrelTransaction* transaction) {
     return finish(session, transaction,
-                  [](client::Session& target, client::Changes& changes) { target.check(changes); });
+                  [](client::Session& target, client::StagedChanges& changes) { target.check(changes); });
 }
 
 int ostrelTransactionMayBeApplied(const ostrelTransaction* transaction) {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "ctl/commandFailure.h"
 #include "ctl/commands.h"
-#include "ctl/failure.h"
 #include "text/fixedPaths.h"
 
 struct Arguments {

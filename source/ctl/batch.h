@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ctl/failure.h"
+#include "ctl/commandFailure.h"
 #include "ostrel/client.hpp"
 
 struct NewInstance {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <memory>
 
-#include "ctl/failure.h"
+#include "ctl/commandFailure.h"
 #include "process/closers.h"
 
 namespace {

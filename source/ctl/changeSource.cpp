@@ -11,7 +11,7 @@
 #include <system_error>
 #include <utility>
 
-#include "ctl/failure.h"
+#include "ctl/commandFailure.h"
 #include "ostrel/watch.h"
 #include "process/daemonUser.h"
 

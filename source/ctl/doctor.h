@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "ctl/failure.h"
+#include "ctl/commandFailure.h"
 #include "ostrel/client.hpp"
 
 struct DoctorOptions {

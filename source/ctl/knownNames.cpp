@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string_view>
 
-#include "ctl/failure.h"
+#include "ctl/commandFailure.h"
 #include "ctl/lines.h"
 #include "process/childProcess.h"
 

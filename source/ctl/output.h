@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "ctl/batch.h"
-#include "ctl/failure.h"
+#include "ctl/commandFailure.h"
 #include "ctl/shownKey.h"
 #include "ostrel/client.hpp"
 

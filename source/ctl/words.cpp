@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "ctl/failure.h"
+#include "ctl/commandFailure.h"
 #include "ctl/lines.h"
 #include "text/names.h"
 

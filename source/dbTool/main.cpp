@@ -159,7 +159,7 @@ Status parseAndRun(int argc, char** argv, Arguments& words) {
         throw Failure(std::string("a command is required") + helpHint, Status::usage);
     // A fresh device has no live file; but one that is named is meant. import makes it.
     if (std::error_code error; !words.paths.live.empty() && !app.got_subcommand("import") &&
-                                     !std::filesystem::exists(words.paths.live, error))
+                               !std::filesystem::exists(words.paths.live, error))
         throw Failure(words.paths.live + ": there is no such file", Status::usage);
     const Status status = words.run(pathsOf(words));
     std::cout.flush();

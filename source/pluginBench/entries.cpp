@@ -17,7 +17,7 @@ namespace {
 constexpr int mostRestarts = 10;
 
 // A table's entries are plain functions: what they share has no other place.
-struct Watcher {
+struct Interposed {
     const Report* report = nullptr;
     OstrelIoFuncs_t plugin{};  // the plug-in's own
     OstrelIoFuncs_t table{};   // the bench's
@@ -26,16 +26,16 @@ struct Watcher {
     int restarts = 0;
 };
 
-Watcher watcher;
+Interposed interposed;
 
 void tellException(const std::string& call, const char* what) {
-    watcher.report->tell(event::fault, call + " threw an exception: " + what);
+    interposed.report->tell(event::fault, call + " threw an exception: " + what);
 }
 
 // Calls the entry. An exception goes on to the host.
 template <typename Entry>
 int callThrough(const std::string& call, Entry entry) {
-    const Watched watched(*watcher.report, call);
+    const Watched watched(*interposed.report, call);
     try {
         return entry();
     } catch (const std::exception& exception) {
@@ -83,7 +83,7 @@ int call(Callback& callback, Entry entry, Remark remark) {
     std::string text = line;
     for (const std::string& more : {given, storedSince(stored)})
         text += more.empty() ? "" : "  " + more;
-    watcher.report->tell(event::print, text);
+    interposed.report->tell(event::print, text);
     return result;
 }
 
@@ -96,15 +96,15 @@ int callVital(const char* entry, auto function, auto remark) {
     try {
         result = call(callback, function, remark);
     } catch (...) {
-        watcher.report->tell(event::done, "255");
+        interposed.report->tell(event::done, "255");
         throw;
     }
     if (result == 1)
         return result;
-    if (watcher.fatal != entry)
-        watcher.report->tell(
+    if (interposed.fatal != entry)
+        interposed.report->tell(
             event::fault, std::string(entry) + " returned " + std::to_string(result) + ": the daemon ends");
-    watcher.report->tell(event::done, "255");
+    interposed.report->tell(event::done, "255");
     return result;
 }
 
@@ -119,28 +119,28 @@ int patternsOf(const char* entry, int (*function)(unsigned int*, char***), unsig
     const int result = callVital(
         entry, [=] { return function(count, patterns); }, list);
     if (result == 1 && *count != 0 && *patterns == nullptr)
-        watcher.report->tell(event::fault, std::string(entry) + " gave a count of " + std::to_string(*count) +
-                                               " but no patterns");
+        interposed.report->tell(event::fault, std::string(entry) + " gave a count of " +
+                                                  std::to_string(*count) + " but no patterns");
     return result;
 }
 
 int getWatchedValues(unsigned int* count, char*** patterns) {
-    return patternsOf("getWatchedValues", watcher.plugin.getWatchedValues, count, patterns);
+    return patternsOf("getWatchedValues", interposed.plugin.getWatchedValues, count, patterns);
 }
 
 int getTriggerList(unsigned int* count, char*** patterns) {
-    return patternsOf("getTriggerList", watcher.plugin.getTriggerList, count, patterns);
+    return patternsOf("getTriggerList", interposed.plugin.getTriggerList, count, patterns);
 }
 
 int init(int five, char** moduleName) {
     return callVital(
-        "init", [=] { return watcher.plugin.init(five, moduleName); },
+        "init", [=] { return interposed.plugin.init(five, moduleName); },
         [=] { return std::string(printable(*moduleName)); });
 }
 
 // Notes the call before it begins: one that throws is seen, too.
 int callNoted(Callback callback, auto function, auto remark) {
-    std::vector<Callback>& callbacks = watcher.seen.callbacks;
+    std::vector<Callback>& callbacks = interposed.seen.callbacks;
     const size_t place = callbacks.size();
     callbacks.push_back(callback);
     callbacks[place].throws = true;
@@ -152,23 +152,23 @@ int callNoted(Callback callback, auto function, auto remark) {
 
 int writeConf() {
     return callNoted(
-        {"writeConf"}, [] { return watcher.plugin.writeConf(); }, nothing);
+        {"writeConf"}, [] { return interposed.plugin.writeConf(); }, nothing);
 }
 
 int trigger(const char* key) {
     return callNoted(
-        {"trigger", key}, [=] { return watcher.plugin.trigger(key); }, nothing);
+        {"trigger", key}, [=] { return interposed.plugin.trigger(key); }, nothing);
 }
 
 int restart(int* reboot) {
     const int result = callNoted(
-        {"restart"}, [=] { return watcher.plugin.restart(reboot); },
+        {"restart"}, [=] { return interposed.plugin.restart(reboot); },
         [=] { return *reboot == 1 ? "reboot" : ""; });
-    watcher.seen.callbacks.back().reboot = *reboot == 1;
-    if (++watcher.restarts > mostRestarts && !listOfStoredValues.empty()) {
-        watcher.report->tell(event::fault, "restart keeps writing what its plug-in watches: " +
-                                               element(*listOfStoredValues.front()) + " after " +
-                                               std::to_string(mostRestarts) + " restarts in one step");
+    interposed.seen.callbacks.back().reboot = *reboot == 1;
+    if (++interposed.restarts > mostRestarts && !listOfStoredValues.empty()) {
+        interposed.report->tell(event::fault, "restart keeps writing what its plug-in watches: " +
+                                                  element(*listOfStoredValues.front()) + " after " +
+                                                  std::to_string(mostRestarts) + " restarts in one step");
         destroyRecords(listOfStoredValues);
     }
     return result;
@@ -176,38 +176,38 @@ int restart(int* reboot) {
 
 int die() {
     Callback callback{"die"};
-    const int result = call(callback, watcher.plugin.die, nothing);
+    const int result = call(callback, interposed.plugin.die, nothing);
     if (callback.fails)
-        watcher.seen.failures.push_back(callback);
+        interposed.seen.failures.push_back(callback);
     return result;
 }
 
 }  // namespace
 
 void watchEntries(OstrelClientPlugin& plugin, const Report& report) {
-    watcher.report = &report;
-    watcher.plugin = *plugin.io;
-    watcher.table = watcher.plugin;
-    watcher.table.init = init;
-    watcher.table.restart = restart;
-    watcher.table.getWatchedValues = getWatchedValues;
-    watcher.table.getTriggerList = watcher.plugin.getTriggerList != nullptr ? getTriggerList : nullptr;
-    watcher.table.trigger = watcher.plugin.trigger != nullptr ? trigger : nullptr;
-    watcher.table.writeConf = watcher.plugin.writeConf != nullptr ? writeConf : nullptr;
-    watcher.table.die = watcher.plugin.die != nullptr ? die : nullptr;
-    plugin.io = &watcher.table;
-    if ((watcher.plugin.trigger == nullptr) != (watcher.plugin.getTriggerList == nullptr))
-        report.tell(event::fault, watcher.plugin.trigger != nullptr
+    interposed.report = &report;
+    interposed.plugin = *plugin.io;
+    interposed.table = interposed.plugin;
+    interposed.table.init = init;
+    interposed.table.restart = restart;
+    interposed.table.getWatchedValues = getWatchedValues;
+    interposed.table.getTriggerList = interposed.plugin.getTriggerList != nullptr ? getTriggerList : nullptr;
+    interposed.table.trigger = interposed.plugin.trigger != nullptr ? trigger : nullptr;
+    interposed.table.writeConf = interposed.plugin.writeConf != nullptr ? writeConf : nullptr;
+    interposed.table.die = interposed.plugin.die != nullptr ? die : nullptr;
+    plugin.io = &interposed.table;
+    if ((interposed.plugin.trigger == nullptr) != (interposed.plugin.getTriggerList == nullptr))
+        report.tell(event::fault, interposed.plugin.trigger != nullptr
                                       ? "has trigger, but no getTriggerList: it is never called"
                                       : "has getTriggerList, but no trigger: it is never called");
 }
 
 void beginSeeing(const std::string& fatal) {
-    watcher.fatal = fatal;
-    watcher.seen = {};
-    watcher.restarts = 0;
+    interposed.fatal = fatal;
+    interposed.seen = {};
+    interposed.restarts = 0;
 }
 
-Seen endSeeing() { return std::exchange(watcher.seen, {}); }
+Seen endSeeing() { return std::exchange(interposed.seen, {}); }
 
 }  // namespace pluginBench

@@ -1,9 +1,9 @@
-#include "client/changes.h"
+#include "client/stagedChanges.h"
 
 #include <functional>
 #include <span>
 
-#include "client/failure.h"
+#include "client/callFailure.h"
 #include "client/request.h"
 #include "text/names.h"
 #include "text/values.h"
@@ -39,13 +39,13 @@ void checkSize(const Change& change) {
 
 }  // namespace
 
-bool Changes::isNewInstance(ostrelIndex index) { return index >= firstNewInstance; }
+bool StagedChanges::isNewInstance(ostrelIndex index) { return index >= firstNewInstance; }
 
-const uint32_t* Changes::key(ostrelIndex index) const {
+const uint32_t* StagedChanges::key(ostrelIndex index) const {
     return index - firstNewInstance < keys_.size() ? &keys_[index - firstNewInstance] : nullptr;
 }
 
-void Changes::checkIndex(const Change& change) const {
+void StagedChanges::checkIndex(const Change& change) const {
     if (!isNewInstance(change.index))
         return;
     if (change.index - firstNewInstance >= structures_.size())
@@ -57,7 +57,7 @@ void Changes::checkIndex(const Change& change) const {
         throw Failure(OSTREL_INVALID, "the new instance is one of " + structure);
 }
 
-void Changes::check(const Change& change) const {
+void StagedChanges::check(const Change& change) const {
     checkName(change.name, "name");
     if (change.code == messageCode::instanciate)
         checkName(change.templateName, "template");
@@ -69,7 +69,7 @@ void Changes::check(const Change& change) const {
     checkSize(change);
 }
 
-void Changes::stage(Change change, const std::optional<std::string>& problem) {
+void StagedChanges::stage(Change change, const std::optional<std::string>& problem) {
     change.line = line_;
     try {
         if (problem)
@@ -85,7 +85,7 @@ void Changes::stage(Change change, const std::optional<std::string>& problem) {
         list_.push_back(std::move(change));
 }
 
-void Changes::spoil(const std::string& reason) noexcept {
+void StagedChanges::spoil(const std::string& reason) noexcept {
     if (spoiled_)
         return;
     spoiled_ = true;
@@ -96,7 +96,8 @@ void Changes::spoil(const std::string& reason) noexcept {
     }
 }
 
-void Changes::setNumber(std::string_view name, ostrelIndex index, ostrelValueType type, uint32_t number) {
+void StagedChanges::setNumber(std::string_view name, ostrelIndex index, ostrelValueType type,
+                              uint32_t number) {
     Change change{.code = messageCode::notify, .name = std::string(name), .type = type, .index = index};
     const store::TypeInfo& info = store::infoOf(type);
     std::optional<std::string> problem;
@@ -112,7 +113,8 @@ void Changes::setNumber(std::string_view name, ostrelIndex index, ostrelValueTyp
     stage(std::move(change), problem);
 }
 
-void Changes::setText(std::string_view name, ostrelIndex index, ostrelValueType type, std::string_view text) {
+void StagedChanges::setText(std::string_view name, ostrelIndex index, ostrelValueType type,
+                            std::string_view text) {
     Change change{.code = messageCode::notify, .name = std::string(name), .type = type, .index = index};
     change.value.assign(text).push_back('\0');
     std::optional<std::string> problem;
@@ -121,9 +123,12 @@ void Changes::setText(std::string_view name, ostrelIndex index, ostrelValueType 
     stage(std::move(change), problem);
 }
 
-void Changes::erase(std::string_view name) { stage({.code = messageCode::erase, .name = std::string(name)}); }
+void StagedChanges::erase(std::string_view name) {
+    stage({.code = messageCode::erase, .name = std::string(name)});
+}
 
-ostrelIndex Changes::newInstance(std::string_view templateName, std::string_view structure, uint32_t owner) {
+ostrelIndex StagedChanges::newInstance(std::string_view templateName, std::string_view structure,
+                                       uint32_t owner) {
     stage({.code = messageCode::instanciate,
            .name = std::string(structure),
            .owner = owner,
@@ -132,11 +137,11 @@ ostrelIndex Changes::newInstance(std::string_view templateName, std::string_view
     return firstNewInstance + structures_.size() - 1;
 }
 
-void Changes::remove(std::string_view name, ostrelIndex index) {
+void StagedChanges::remove(std::string_view name, ostrelIndex index) {
     stage({.code = messageCode::deinstanciate, .name = std::string(name), .index = index});
 }
 
-void Changes::removeOwned(std::string_view name, uint32_t owner) {
+void StagedChanges::removeOwned(std::string_view name, uint32_t owner) {
     stage({.code = messageCode::deinstanciateOwner, .name = std::string(name), .owner = owner});
 }
 

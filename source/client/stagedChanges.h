@@ -32,7 +32,7 @@ struct Fault {
     std::string reason;
 };
 
-class Changes {
+class StagedChanges {
 public:
     void setNumber(std::string_view name, ostrelIndex index, ostrelValueType type, uint32_t number);
     void setText(std::string_view name, ostrelIndex index, ostrelValueType type, std::string_view text);
