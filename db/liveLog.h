@@ -33,7 +33,7 @@ public:
     std::string read();
     // Takes over what was read, once. Changes nothing.
     void recover(const LogScan& scan, std::string_view text);
-    // With the lock, before the first change, once: cuts a torn tail off, and clears up behind a crash.
+    // With the lock, before the first change, once: cuts a torn tail off, and clears up after a crash.
     void settle();
     // For a caller that has gained the lock after read(). False: the file is not what was read or left here,
     // byte for byte, and nothing can be committed until a restart reads it; or it cannot be read now. A file

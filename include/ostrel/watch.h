@@ -27,7 +27,7 @@ typedef enum ostrelWatchKind {
 /* Both little-endian. */
 typedef struct ostrelWatchHeader {
     uint32_t kind;   /* ostrelWatchKind */
-    uint32_t number; /* of the change, counted for each reader from 1; behind 4294967295 comes 0 */
+    uint32_t number; /* of the change, counted for each reader from 1; after 4294967295 comes 0 */
 } ostrelWatchHeader;
 
 /* No packet has more bytes. */

@@ -16,7 +16,7 @@ struct LinkLimits {
     // what is sent to it. 0: no limit.
     std::chrono::milliseconds stall{0};
     // Bytes per second that the peer must take on average of a frame that takes longer than stall to send, as
-    // soon as it does: not fewer than sendRate for each second behind the first wait and stall. 0: no limit.
+    // soon as it does: not fewer than sendRate for each second after the first wait and stall. 0: no limit.
     unsigned int sendRate = 0;
     // Non-zero ends every wait within a second, at once when a signal set it. Borrowed; may be null.
     const std::atomic<int>* stopRequested = nullptr;

@@ -89,7 +89,7 @@ int call(Callback& callback, Entry entry, Remark remark) {
 
 std::string nothing() { return {}; }
 
-// An entry without which the daemon does not start. Its process ends behind it.
+// An entry without which the daemon does not start. Its process ends after it.
 int callVital(const char* entry, auto function, auto remark) {
     Callback callback{entry};
     int result = 0;

@@ -32,7 +32,7 @@ bool isStarted(const Scenario& scenario) {
                                [](const Step& step) { return step.kind == Step::Kind::start; });
 }
 
-// Behind the last step.
+// After the last step.
 bool isRunning(const Scenario& scenario) {
     bool running = false;
     for (const Step& step : scenario.steps) {

@@ -21,7 +21,7 @@ public:
     BllGuard& operator=(const BllGuard&) = delete;
 };
 
-// From here on clients can connect; they are served when popMessage is called. Behind raiseDescriptorLimit.
+// From here on clients can connect; they are served when popMessage is called. After raiseDescriptorLimit.
 // Ends the process when it cannot be.
 void startServing();
 // Any thread, also inside exit. When it returns the listener uses nothing of the process's state any more.

@@ -317,7 +317,7 @@ std::string leftOf(Transaction& transaction, size_t writes, size_t lastSize) {
     return mortal.get();
 }
 
-// The system may take the commit of a long transaction, but not the read behind it.
+// The system may take the commit of a long transaction, but not the read after it.
 TEST_F(ClientLibrary, KnowsThatACommitHasLeftWhenTheRestHasNot) {
     Transaction endless;
     const size_t room = leftOf(endless, 200, 1).size();

@@ -49,7 +49,7 @@ protected:
         for (const std::string& line : GetParam().lines)
             EXPECT_TRUE(daemon.logged(replaced(line, "\\$", GetParam().name))) << line;
     }
-    // A commit and the reads behind it work, the good plug-in gets its calls, and the stop is orderly.
+    // A commit and the reads after it work, the good plug-in gets its calls, and the stop is orderly.
     // Returns the calls that the commit led to.
     std::string expectService(uint32_t ip) {
         EXPECT_TRUE(commit(ip));
@@ -182,7 +182,7 @@ TEST_F(HostilePlugin, MayWriteInEveryRestartUntilTheReplayIsStopped) {
     expectService(6);
 }
 
-// Once per change, in the order of the commit, behind the restarts.
+// Once per change, in the order of the commit, after the restarts.
 TEST_F(HostilePlugin, MayHaveHundredsOfTriggersThatWrite) {
     daemon.plugin("t", "triggerOn t 300\ntrigger write other 0 44\n");
     start();

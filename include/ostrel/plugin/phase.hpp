@@ -2,7 +2,7 @@
 #ifndef OSTREL_PLUGIN_PHASE_HPP
 #define OSTREL_PLUGIN_PHASE_HPP
 
-// Behind an #error the compiler goes on, to errors without end; behind a missing file it does not.
+// After an #error the compiler goes on, to errors without end; after a missing file it does not.
 #if __cplusplus < 201703L
 #error "ostrel/plugin.hpp needs C++17: compile with -std=c++17 or later"
 #include "C++17"

@@ -32,7 +32,7 @@
 //
 // The functions return nothing or whether they succeeded. What they throw is logged and counts as a failure;
 // when all succeed again, the notice "follows the database again" ends the doctor's warning. The object is
-// made when the daemon calls init, and destroyed behind die; when the daemon ends in another way, it is not
+// made when the daemon calls init, and destroyed after die; when the daemon ends in another way, it is not
 // destroyed.
 #define OSTREL_PLUGIN(Class)                                                      \
     OstrelIoFuncs_t* ostrelGetIoFuncs() {                                         \
@@ -241,7 +241,7 @@ private:
     inline static bool isRestarted_ = true;
     inline static bool isTriggered_ = true;
     inline static bool isBehind_ = false;
-    // The daemon reads them until it unloads the plug-in, which is behind die.
+    // The daemon reads them until it unloads the plug-in, which is after die.
     inline static Patterns watched_;
     inline static Patterns triggers_;
 };

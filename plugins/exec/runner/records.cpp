@@ -101,7 +101,7 @@ std::vector<LeftCommand> Records::leftCommands() const {
         // As a group 0 and 1 would be this process's own, and everybody.
         if (boot == bootId_ && command.leader.process > 1)
             command.process = ostrel::plugin::openProcess(command.leader.process);
-        // Looked at behind that, it is the very process.
+        // Looked at after that, it is the very process.
         if (command.process && isRunning(command.leader) && !command.program.empty())
             found.push_back(std::move(command));
         else

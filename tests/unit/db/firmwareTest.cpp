@@ -45,7 +45,7 @@ private:
             text += below(2) != 0 ? line : "";
         return text;
     }
-    // The commit behind what makes most of the file dead.
+    // The commit after what makes most of the file dead.
     void rewrite() {
         use(other_);
         other_.openOn(other_.padded());
