@@ -12,6 +12,7 @@
 #include "measure.h"
 #include "ostrel/client.hpp"
 #include "subject.h"
+#include "text/fixedPaths.h"
 
 namespace fs = std::filesystem;
 
@@ -39,7 +40,7 @@ void useDisk(const fs::path& folder) {
 void compareReads() {
     Process server = startServer(1000);
     Process echo = startEcho();
-    Connection ours(serverPath);
+    Connection ours(socketPath);
     Connection bare(echoPath);
     for (int keys : {1, 100}) {
         std::string request = readRequest(0, keys);
@@ -52,7 +53,7 @@ void compareReads() {
         if (keys > 1)
             std::printf("%-44s %9.0f values per second\n", "", keys / result.ours);
     }
-    Connection idle(serverPath);
+    Connection idle(socketPath);
     Connection idleBare(echoPath);
     std::string request = readRequest(0, 1);
     uint32_t replySize = idle.ask(request);
@@ -61,14 +62,14 @@ void compareReads() {
     print(
         "connect and read one key, beside idle clients",
         compare(
-            41, 300, [&] { Connection(serverPath).ask(request); }, [&] { Connection(echoPath).ask(echoed); }),
+            41, 300, [&] { Connection(socketPath).ask(request); }, [&] { Connection(echoPath).ask(echoed); }),
         "1.50");
 }
 
 // A frame in one write, against a client that writes its three parts one by one.
 void compareClients() {
     Process server = startServer(1000);
-    Connection threeWrites(serverPath);
+    Connection threeWrites(socketPath);
     std::string request = readRequest(0, 1);
     ostrel::Session library("bench");
     const std::string name = keyName(0);
@@ -82,14 +83,14 @@ void compareCommits() {
     Process echo = startEcho();
     Connection bare(echoPath);
     Process server = startServer(1000);
-    Connection ours(serverPath);
+    Connection ours(socketPath);
     constexpr int sample = 100;
     uint32_t value = 1000;
     commitOne(ours, 0, value++);
-    auto before = fs::file_size("/vemra/var/ostrdb.txt");
+    auto before = fs::file_size(livePath);
     for (int i = 0; i < sample; ++i)
         commitOne(ours, i, value++);
-    auto appended = static_cast<uint32_t>((fs::file_size("/vemra/var/ostrdb.txt") - before) / sample);
+    auto appended = static_cast<uint32_t>((fs::file_size(livePath) - before) / sample);
     uint32_t replySize = ours.ask(readRequest(0, 0));
     std::string echoed = echoRequest(echoTask::appendAndSync, replySize, 40, appended);
     int key = 0;
@@ -107,7 +108,7 @@ void compareSizes() {
     std::string echoed = echoRequest(echoTask::appendAndSync, 8, 40, 100);
     for (int keys : {1000, 1000000}) {
         Process server = startServer(keys);
-        Connection ours(serverPath);
+        Connection ours(socketPath);
         uint32_t value = 0;
         Comparison result = compare(
             21, 40,
@@ -140,10 +141,10 @@ void measureStart() {
 
 int main(int, char** argv) {
     useDisk(fs::path(argv[0]).parent_path() / "benchData");
-    for (const auto& entry : fs::directory_iterator("/vemra/default/ostrPlugins"))
+    for (const auto& entry : fs::directory_iterator(pluginFolder))
         fs::remove(entry.path());
-    fs::copy_file(fs::path(argv[0]).parent_path() / "idle.ostr", "/vemra/default/ostrPlugins/idle.ostr");
-    fs::resize_file("/vemra/default/ostrDbTmplt.txt", 0);
+    fs::copy_file(fs::path(argv[0]).parent_path() / "idle.ostr", fs::path(pluginFolder) / "idle.ostr");
+    fs::resize_file(templatesPath, 0);
     pinToOneProcessor();
     compareReads();
     compareClients();

@@ -16,6 +16,7 @@
 
 #include "common/marshalling.h"
 #include "echoServer.h"
+#include "text/fixedPaths.h"
 
 namespace {
 
@@ -65,20 +66,20 @@ Process startEcho() {
 }
 
 void writeDefaults(int keys) {
-    std::filesystem::remove("/vemra/var/ostrdb.txt");
-    std::ofstream defaults("/vemra/default/ostrDbDflt.txt");
+    std::filesystem::remove(livePath);
+    std::ofstream defaults(defaultsPath);
     for (int i = 0; i < keys; ++i)
         defaults << keyName(i) << " Dword " << i << '\n';
 }
 
 Process launchServer() {
-    std::filesystem::remove(serverPath);
+    std::filesystem::remove(socketPath);
     pid_t pid = fork();
     if (pid == 0) {
         execl("/vemra/bin/ostrelServer", "ostrelServer", "-d", "-l", "/tmp/log", nullptr);
         fail("/vemra/bin/ostrelServer");
     }
-    Connection(serverPath).ask(readRequest(0, 1));
+    Connection(socketPath).ask(readRequest(0, 1));
     return Process(pid);
 }
 

@@ -50,7 +50,6 @@ private:
     std::string reply_;
 };
 
-constexpr char serverPath[] = "/tmp/ostrel.sock";
 constexpr char echoPath[] = "/tmp/echo.sock";
 
 std::string readRequest(int firstKey, int count);

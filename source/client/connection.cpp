@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,6 +13,7 @@
 #include "client/callFailure.h"
 #include "common/messageCodes.h"
 #include "process/daemonUser.h"
+#include "process/localAddress.h"
 #include "text/fixedPaths.h"
 
 namespace client {
@@ -25,7 +25,7 @@ constexpr size_t codeSize = 4;
 // Far above what any request can bring: up to 193 values of 4096 bytes.
 constexpr uint32_t longestAnswer = uint32_t{1} << 24U;
 
-std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+std::string systemError(const std::string& what) { return what + ": " + std::strerror(errno); }
 
 Failure busy(const Deadline& deadline) {
     return {OSTREL_BUSY, "no answer within " + std::to_string(deadline.timeout().count()) +
@@ -45,7 +45,7 @@ Failure connectFailure(const Deadline& deadline) {
         case EINTR:
             return busy(deadline);
         default:
-            return {OSTREL_FAILED, systemError("cannot connect to /tmp/ostrel.sock")};
+            return {OSTREL_FAILED, systemError(std::string("cannot connect to ") + socketPath)};
     }
 }
 
@@ -76,9 +76,7 @@ Connection::Connection(const std::string& name, const std::string& daemonUser, c
 }
 
 void Connection::connectSocket(const Deadline& deadline) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, socketPath, sizeof socketPath);
+    const sockaddr_un address = process::localAddress(socketPath);
     int result = 0;
     do {
         // A connect without blocking fails at once when the queue is full; this way the system waits.

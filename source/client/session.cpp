@@ -8,6 +8,7 @@
 
 #include "client/daemonProcess.h"
 #include "client/explain.h"
+#include "text/characters.h"
 
 namespace client {
 namespace {
@@ -26,8 +27,7 @@ std::string userName() {
 // One line of the daemon's log shall stay one.
 std::string printable(std::string_view text) {
     std::string result(text.substr(0, longestProgram));
-    std::ranges::replace_if(
-        result, [](unsigned char c) { return c < 32 || c == 127; }, '?');
+    std::ranges::replace_if(result, store::isControl, '?');
     return result;
 }
 

@@ -96,13 +96,6 @@ bool bindByExchange(int fd) {
 
 }  // namespace
 
-sockaddr_un serverAddress() {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, socketPath, sizeof socketPath);
-    return address;
-}
-
 bool bindToPath(int fd) {
     if (bindAsUsual(fd))
         return true;

@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,11 +13,10 @@
 #include "ctl/commandFailure.h"
 #include "ostrel/watch.h"
 #include "process/daemonUser.h"
+#include "process/localAddress.h"
 
 ChangeSource::ChangeSource() : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, OSTREL_WATCH_SOCKET, sizeof OSTREL_WATCH_SOCKET);
+    const sockaddr_un address = process::localAddress(OSTREL_WATCH_SOCKET);
     if (!fd_ || connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::system_error(errno, std::generic_category(), OSTREL_WATCH_SOCKET);
     if (const auto reason = process::distrustPeer(fd_.get(), OSTREL_WATCH_SOCKET, process::namedUser()))

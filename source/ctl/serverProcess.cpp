@@ -2,7 +2,6 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "process/localAddress.h"
 #include "text/fixedPaths.h"
 
 Peer peerOfSocket() {
@@ -20,9 +20,7 @@ Peer peerOfSocket() {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return peer;
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, socketPath, sizeof socketPath);
+    const sockaddr_un address = process::localAddress(socketPath);
     ucred credentials{};
     socklen_t size = sizeof credentials;
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)

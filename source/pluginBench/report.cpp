@@ -2,26 +2,16 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
 
+#include "text/shown.h"
+
 namespace pluginBench {
 
 void Report::tell(char event, std::string_view text) const {
-    std::string line(1, event);
-    for (const char character : text) {
-        auto byte = static_cast<unsigned char>(character);
-        if (byte >= 32 && byte != 127) {
-            line += character;
-            continue;
-        }
-        std::array<char, 8> escape{};
-        std::snprintf(escape.data(), escape.size(), "\\x%02x", byte);
-        line += escape.data();
-    }
-    line += '\n';
+    const std::string line = event + store::shown(text) + '\n';
     std::string_view rest = line;
     while (!rest.empty()) {
         const ssize_t written = write(fd_, rest.data(), rest.size());
