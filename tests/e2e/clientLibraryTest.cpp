@@ -137,6 +137,7 @@ TEST_F(ClientLibrary, StagingRefusesWhatTheDaemonWould) {
         EXPECT_EQ(apply(transaction), OSTREL_INVALID) << "no daemon runs: nothing may be sent";
     }
     EXPECT_EQ(ostrelTransactionErase(nullptr, "a"), OSTREL_INVALID);
+    EXPECT_EQ(ostrelSessionApply(session.get(), nullptr), OSTREL_INVALID);
     EXPECT_EQ(ostrelSessionRead(session.get(), nullptr, 1, nullptr), OSTREL_INVALID);
     Transaction transaction;
     EXPECT_EQ(ostrelTransactionSetText(transaction.get(), "a", 0, ostrelTypeIP, nullptr), OSTREL_INVALID);
@@ -171,6 +172,9 @@ TEST_F(ClientLibrary, NamesTheRefusedChangeAndLeavesNothing) {
             EXPECT_FALSE(transaction.mayBeApplied());
         }
     }
+    Transaction unnumbered;
+    unnumbered.erase("none");
+    EXPECT_FALSE(contains(errorOf([&] { session.apply(unnumbered); }).what(), "line"));
     EXPECT_EQ(session.read("a").number, 1U);
     EXPECT_EQ(daemon.calls(), "");
 }
