@@ -78,7 +78,7 @@ inline std::optional<std::string> readBytes(const std::string& key, unsigned int
 
 template <typename Number>
 std::optional<Number> readNumber(const std::string& key, unsigned int index, ostrelValueType type) {
-    std::optional<std::string> bytes = readBytes(key, index, type);
+    const std::optional<std::string> bytes = readBytes(key, index, type);
     if (!bytes)
         return std::nullopt;
     Number number = 0;
