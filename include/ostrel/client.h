@@ -92,9 +92,9 @@ typedef struct ostrelKey {
 
 typedef struct ostrelEntry {
     ostrelValueType type; /* ostrelTypeNone: missing */
-    uint32_t number;
-    const char* text; /* null: the value is a number */
-    size_t size;      /* of the text without its NUL */
+    uint32_t number;      /* 0: a text, or missing */
+    const char* text;     /* null: a number, or missing */
+    size_t size;          /* of the text without its NUL */
 } ostrelEntry;
 
 /* Reads count values (any number; keys may be null when it is 0), in the order of the keys. Each group of

@@ -43,7 +43,7 @@ private:
     };
 
     void readRules() {
-        const std::string file = "/vemra/default/exec.conf";
+        const std::string file = exec::rulesPath;
         RuleFile found = parseRules(ostrel::plugin::readFile(file).value_or(""), file);
         for (const std::string& fault : found.faults)
             ostrel::plugin::logError(fault);

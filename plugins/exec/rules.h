@@ -15,6 +15,7 @@
 
 namespace exec {
 
+constexpr char rulesPath[] = "/vemra/default/exec.conf";
 constexpr size_t longestName = 64;
 
 struct Rule {

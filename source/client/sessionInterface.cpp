@@ -1,5 +1,6 @@
 // The C interface's sessions. What it hands out, ostrelFree() releases.
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -12,6 +13,14 @@
 using client::Failure;
 using client::onSession;
 using client::requireGiven;
+
+// What programs that were built elsewhere hand in and get: these layouts never change.
+static_assert(sizeof(ostrelKey) == 16 && offsetof(ostrelKey, index) == 8);
+static_assert(sizeof(ostrelEntry) == 24 && offsetof(ostrelEntry, number) == 4 &&
+              offsetof(ostrelEntry, text) == 8 && offsetof(ostrelEntry, size) == 16);
+static_assert(sizeof(ostrelFault) == 40 && offsetof(ostrelFault, line) == 8 &&
+              offsetof(ostrelFault, name) == 16 && offsetof(ostrelFault, index) == 24 &&
+              offsetof(ostrelFault, reason) == 32);
 
 namespace {
 

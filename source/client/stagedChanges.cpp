@@ -1,7 +1,6 @@
 #include "client/stagedChanges.h"
 
 #include <functional>
-#include <span>
 
 #include "client/callFailure.h"
 #include "client/request.h"

@@ -1,5 +1,5 @@
-// Keeps the other threads of the process from writing to the log, so that no line is cut by another's and
-// none is written to a log that is being cut.
+// Keeps the other threads of the process from writing to the log, so that no line is torn by another's and
+// none is written to a log that is being shortened.
 #pragma once
 
 #include <cstdio>

@@ -1,4 +1,5 @@
 // OstrelValue and the list of values that plug-ins build.
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -7,6 +8,12 @@
 #include "common/ostrelUtils.h"
 
 constexpr char logModule[] = "ostrelValues";
+
+// Plug-ins reach into it, so it never changes.
+static_assert(sizeof(OstrelValue) == 56 && offsetof(OstrelValue, size) == 8 &&
+              offsetof(OstrelValue, value) == 16 && offsetof(OstrelValue, type) == 24 &&
+              offsetof(OstrelValue, tpltName) == 32 && offsetof(OstrelValue, pKey) == 40 &&
+              offsetof(OstrelValue, owner) == 44);
 
 OstrelValue::OstrelValue()
     : name(nullptr),

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <unordered_map>
 
 #include "ctl/lines.h"
 #include "ctl/words.h"
@@ -28,6 +29,7 @@ private:
 
     Batch& batch_;
     store::BatchReader reader_;
+    std::unordered_map<std::string, size_t> numbers_;  // of the instances, by label
 };
 
 void Stager::take(std::string_view text, size_t number) {
@@ -82,14 +84,15 @@ void Stager::stage(const store::BatchLine& line) {
 
 void Stager::stageInstance(const store::BatchLine& line) {
     const store::Instance& instance = line.line.instance;
+    numbers_.emplace(line.label, batch_.instances.size());
     batch_.instances.push_back({line.label, line.line.name, instance.templateName, instance.owner});
     batch_.instances.back().index =
         batch_.transaction.newInstance(instance.templateName, line.line.name, instance.owner);
 }
 
 const NewInstance* Stager::instanceOf(const store::BatchLine& line) const {
-    const auto found = std::ranges::find(batch_.instances, line.label, &NewInstance::label);
-    return line.label.empty() || found == batch_.instances.end() ? nullptr : &*found;
+    const auto found = numbers_.find(line.label);
+    return found == numbers_.end() ? nullptr : &batch_.instances[found->second];
 }
 
 }  // namespace

@@ -13,7 +13,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char pluginSuffix[] = ".ostr";
 constexpr std::chrono::seconds probeLimit{5};
 
 using Words = std::map<std::string, std::string>;

@@ -12,20 +12,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char execRules[] = "/vemra/default/exec.conf";
-
 // What the daemon, or a runner of its own, takes for its maker's.
 std::vector<fs::path> trustedFiles() {
-    std::vector<fs::path> files = {pluginFolder, defaultsPath, templatesPath, execRules};
+    std::vector<fs::path> files = {pluginFolder, defaultsPath, templatesPath, exec::rulesPath};
     std::error_code error;
     for (fs::directory_iterator entry(pluginFolder, error), end; !error && entry != end;
          entry.increment(error)) {
-        if (entry->path().extension() == ".ostr")
+        if (entry->path().extension() == pluginSuffix)
             files.push_back(entry->path());
     }
-    std::ifstream rules(execRules);
+    std::ifstream rules(exec::rulesPath);
     const std::string text{std::istreambuf_iterator<char>(rules), {}};
-    for (const exec::Rule& rule : exec::parseRules(text, execRules).rules)
+    for (const exec::Rule& rule : exec::parseRules(text, exec::rulesPath).rules)
         files.emplace_back(rule.command.front());
     return files;
 }

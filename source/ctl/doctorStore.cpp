@@ -18,10 +18,10 @@ namespace {
 
 constexpr std::chrono::seconds toolLimit{30};
 constexpr size_t mostLines = 20;
-constexpr std::uintmax_t kibi = 1024;
-constexpr std::uintmax_t leastSpace = 64 * kibi;  // beside a rewrite of the live file
-constexpr std::uintmax_t comfort = 8;             // times what is needed
-constexpr std::uintmax_t fewInodes = 16;
+constexpr uintmax_t kibi = 1024;
+constexpr uintmax_t leastSpace = 64 * kibi;  // beside a rewrite of the live file
+constexpr uintmax_t comfort = 8;             // times what is needed
+constexpr uintmax_t fewInodes = 16;
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
@@ -33,7 +33,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 
 void checkFactoryFile(DoctorReport& report, const char* path) {
     std::error_code error;
-    const std::uintmax_t size = fs::file_size(path, error);
+    const uintmax_t size = fs::file_size(path, error);
     if (error)
         report.warn("factory file", std::string(path) + ": " + error.message() + ", counts as empty",
                     "install the firmware's file again");
@@ -57,7 +57,7 @@ std::vector<fs::path> filesBeside(const fs::path& file, const std::string& suffi
 void checkLiveFile(DoctorReport& report) {
     const fs::path live = livePath;
     std::error_code error;
-    const std::uintmax_t size = fs::file_size(live, error);
+    const uintmax_t size = fs::file_size(live, error);
     if (!error)
         report.ok("live file", live.string() + ": " + std::to_string(size) + " bytes");
     else if (error == std::errc::no_such_file_or_directory)
@@ -125,14 +125,13 @@ void runCheck(DoctorReport& report, const fs::path& programs) {
     report.add({worst, "database", summary, seeAll});
 }
 
-std::string amount(std::uintmax_t bytes) {
+std::string amount(uintmax_t bytes) {
     return bytes < 10 * kibi * kibi ? std::to_string(bytes / kibi) + " KiB"
                                     : std::to_string(bytes / kibi / kibi) + " MiB";
 }
 
 // purpose: what fails without space. needed: bytes.
-void checkFileSystem(DoctorReport& report, fs::path folder, std::uintmax_t needed,
-                     const std::string& purpose) {
+void checkFileSystem(DoctorReport& report, fs::path folder, uintmax_t needed, const std::string& purpose) {
     // The daemon makes the live file's folder when it first needs it.
     while (!fs::exists(folder) && folder.has_relative_path())
         folder = folder.parent_path();
@@ -141,7 +140,7 @@ void checkFileSystem(DoctorReport& report, fs::path folder, std::uintmax_t neede
         report.warn("space", folder.string() + ": " + std::strerror(errno), "make the folder");
         return;
     }
-    const std::uintmax_t free = std::uintmax_t{info.f_bavail} * info.f_frsize;
+    const uintmax_t free = uintmax_t{info.f_bavail} * info.f_frsize;
     std::string found = folder.string() + ": " + amount(free) + " free";
     const std::string clear = "make room there: " + purpose + " without";
     // A file system without a fixed number of inodes tells 0 of 0.
@@ -170,7 +169,7 @@ void checkDatabase(DoctorReport& report, const fs::path& programs) {
 
 void checkSpace(DoctorReport& report, const std::string& logPath) {
     std::error_code error;
-    const std::uintmax_t live = fs::file_size(livePath, error);
+    const uintmax_t live = fs::file_size(livePath, error);
     checkFileSystem(report, fs::path(livePath).parent_path(), leastSpace + (error ? 0 : live),
                     "commits fail");
     checkFileSystem(report, fs::weakly_canonical(logPath).parent_path(), leastSpace, "the log stops");

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "process/descriptor.h"
 #include "process/localAddress.h"
 #include "text/fixedPaths.h"
 
@@ -17,17 +18,16 @@ Peer peerOfSocket() {
     // Nothing is sent and nothing waited for, so this also works while the daemon is busy; not, however, when
     // its queue of clients is full.
     Peer peer;
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd < 0)
+    const process::Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!fd)
         return peer;
     const sockaddr_un address = process::localAddress(socketPath);
     ucred credentials{};
     socklen_t size = sizeof credentials;
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         peer.queueFull = errno == EAGAIN;
-    else if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0)
+    else if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0)
         peer = {credentials.pid, credentials.uid};
-    close(fd);
     return peer;
 }
 

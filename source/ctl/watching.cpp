@@ -14,9 +14,9 @@ namespace {
 // Keys that are read together; a change of one that is among them already needs no second line.
 constexpr size_t mostPending = 256;
 
-class Watcher {
+class ChangePrinter {
 public:
-    Watcher(Context& context, const Watch& watch) : context_(context), watch_(watch) {}
+    ChangePrinter(Context& context, const Watch& watch) : context_(context), watch_(watch) {}
 
     // Returns when the wanted number of keys is printed.
     void follow(ChangeSource& source) {
@@ -118,5 +118,5 @@ void watchChanges(Context& context, const Watch& watch) {
         throw Failure(OSTREL_FAILED, std::string(error.what()) +
                                          (isAbsent ? "; the daemon runs without its plug-in watch" : ""));
     }
-    Watcher(context, watch).follow(*source);
+    ChangePrinter(context, watch).follow(*source);
 }

@@ -5,11 +5,10 @@
 
 #include "ctl/commandFailure.h"
 #include "ctl/lines.h"
+#include "text/grammar.h"
 #include "text/names.h"
 
 namespace {
-
-constexpr size_t longestTag = 4;
 
 bool isNumber(std::string_view text) {
     return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
@@ -30,12 +29,6 @@ ShownKey checkedKey(std::string name, uint32_t index = 0, size_t structure = 0) 
     if (const store::Result result = store::checkName(key.name); !result.ok())
         failUsage(key.text() + ": " + result.refusal);
     return key;
-}
-
-uint32_t tagOwner(const std::string& tag) {
-    if (tag.size() > longestTag)
-        failUsage("the owner is longer than 4 bytes");
-    return ostrelOwner(tag.c_str());
 }
 
 }  // namespace
@@ -86,7 +79,11 @@ std::string nameArgument(std::string_view argument) {
 }
 
 uint32_t ownerArgument(std::string_view argument) {
-    return isNumber(argument) ? numberArgument(argument, UINT32_MAX) : tagOwner(std::string(argument));
+    if (isNumber(argument))
+        return numberArgument(argument, UINT32_MAX);
+    uint32_t owner = 0;
+    require(store::ownerOf(argument, owner));
+    return owner;
 }
 
 ostrelValueType typeArgument(std::string_view argument) {

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "db/paths.h"
-#include "dbTool/exitStatus.h"
 #include "dbTool/patterns.h"
+#include "dbTool/toolFailure.h"
 
 Status checkFiles(const store::Paths& paths);
 void dump(const store::Paths& paths, const Patterns& patterns);

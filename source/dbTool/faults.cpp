@@ -1,9 +1,8 @@
 #include "dbTool/faults.h"
 
-#include <algorithm>
 #include <iostream>
 
-#include "dbTool/exitStatus.h"
+#include "dbTool/toolFailure.h"
 
 std::string Fault::place() const {
     return path + (line != 0 ? ":" + std::to_string(line) : "") + ": " + reason;

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "dbTool/exitStatus.h"
+#include "dbTool/toolFailure.h"
 #include "ostrel/plugin.h"
 
 void ostrelPrintLine(int level, const char*, int, const char*, const char* format, ...) {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "dbTool/exitStatus.h"
+#include "dbTool/toolFailure.h"
 #include "ostrel/keyPattern.hpp"
 #include "text/writing.h"
 

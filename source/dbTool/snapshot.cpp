@@ -9,8 +9,8 @@
 
 #include "db/files.h"
 #include "db/links.h"
-#include "dbTool/exitStatus.h"
 #include "dbTool/faults.h"
+#include "dbTool/toolFailure.h"
 
 std::optional<std::string> readFile(const std::string& path) {
     std::string text;

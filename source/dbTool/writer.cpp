@@ -4,7 +4,7 @@
 #include <cstring>
 #include <iostream>
 
-#include "dbTool/exitStatus.h"
+#include "dbTool/toolFailure.h"
 #include "text/grammar.h"
 
 namespace {

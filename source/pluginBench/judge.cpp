@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <fstream>
 #include <future>
@@ -52,49 +51,51 @@ std::string difference(const std::string& expected, const std::string& found) {
            lineAt(expected, wanted);
 }
 
-std::string problemOfFile(const Expectation& expectation) {
+std::optional<std::string> problemOfFile(const Expectation& expectation) {
     std::optional<std::string> content = contentOf(expectation.subject);
+    const bool isThere = access(expectation.subject.c_str(), F_OK) == 0;
     if (expectation.kind == Kind::noFile)
-        return access(expectation.subject.c_str(), F_OK) == 0 ? "it is there" : "";
+        return isThere ? std::optional<std::string>("it is there") : std::nullopt;
     if (!content)
         return "it is no file that can be read";
-    if (expectation.kind == Kind::file)
-        return *content == expectation.content ? "" : difference(expectation.content, *content);
-    return ('\n' + *content + '\n').find('\n' + expectation.content + '\n') != std::string::npos
-               ? ""
-               : "there is no such line";
+    if (expectation.kind == Kind::line &&
+        ('\n' + *content + '\n').find('\n' + expectation.content + '\n') == std::string::npos)
+        return "there is no such line";
+    if (expectation.kind == Kind::file && *content != expectation.content)
+        return difference(expectation.content, *content);
+    return std::nullopt;
 }
 
-// The committed value as the database files have it; empty when there is none.
-std::string valueOf(const store::Line& line) {
+// The committed value as the database files have it, if there is one.
+std::optional<std::string> valueOf(const store::Line& line) {
     const std::string name = line.key().wholeName();
     store::Value value;
     if (database == nullptr || database->getType(name.c_str(), line.index, &value.type) == refused)
-        return {};
+        return std::nullopt;
     constexpr int room = 1024 * 1024;
     std::string bytes(room, '\0');
     int size = room;
     if (database->dataRead(0, name.c_str(), value.type, &size, reinterpret_cast<unsigned char*>(bytes.data()),
                            line.index) == refused)
-        return {};
+        return std::nullopt;
     value.bytes = bytes.substr(0, static_cast<size_t>(size) - (store::isText(value.type) ? 1 : 0));
     store::LineWriter writer;
     writer.value(line.key(), value);
     return writer.text.substr(0, writer.text.size() - 1);
 }
 
-std::string problemOfValue(const Expectation& expectation) {
+std::optional<std::string> problemOfValue(const Expectation& expectation) {
     store::Line line;
     if (!store::parseLine(expectation.subject, line).ok())
         return "it is no value";
-    const std::string found = valueOf(line);
+    const std::optional<std::string> found = valueOf(line);
     if (expectation.kind == Kind::noValue)
-        return found.empty() ? "" : "there is " + found;
+        return found ? std::optional("there is " + *found) : std::nullopt;
+    if (!found)
+        return "there is no such value";
     store::LineWriter wanted;
     wanted.value(line.key(), line.value);
-    if (found + '\n' == wanted.text)
-        return {};
-    return found.empty() ? "there is no such value" : "it is " + found;
+    return *found + '\n' == wanted.text ? std::nullopt : std::optional("it is " + *found);
 }
 
 std::string listed(const std::vector<Callback>& callbacks) {
@@ -162,7 +163,7 @@ void Judge::judgeFailures(const Step& step, const Seen& seen) const {
     }
 }
 
-std::string Judge::problemOfRun(const std::string& command) const {
+std::optional<std::string> Judge::problemOfRun(const std::string& command) const {
     // A plug-in that ignores the signal would have the result lost.
     struct sigaction before {};
     struct sigaction usual {};
@@ -177,7 +178,7 @@ std::string Judge::problemOfRun(const std::string& command) const {
     const ChildResult result = run.get();
     sigaction(SIGCHLD, &before, nullptr);
     if (result.end == ChildResult::End::exited && result.number == 0)
-        return {};
+        return std::nullopt;
     std::string said = result.output + result.errors;
     while (said.ends_with('\n'))
         said.pop_back();
@@ -189,7 +190,7 @@ std::string Judge::problemOfRun(const std::string& command) const {
     return said.empty() ? how : how + ": " + said;
 }
 
-std::string Judge::problemOf(const Expectation& expectation) const {
+std::optional<std::string> Judge::problemOf(const Expectation& expectation) const {
     auto contains = [&](const LogLine& line) {
         return line.text.find(expectation.subject) != std::string::npos;
     };
@@ -200,9 +201,9 @@ std::string Judge::problemOf(const Expectation& expectation) const {
         case Kind::run:
             return problemOfRun(expectation.subject);
         case Kind::log:
-            return std::ranges::any_of(log_.lines(logBegin_), contains)
-                       ? ""
-                       : "the step has no such text in its log";
+            if (std::ranges::none_of(log_.lines(logBegin_), contains))
+                return "the step has no such text in its log";
+            return std::nullopt;
         default:
             return problemOfFile(expectation);
     }
@@ -211,16 +212,16 @@ std::string Judge::problemOf(const Expectation& expectation) const {
 // What a service does in the background may take a moment, so there are more tries than one.
 void Judge::observe(const Expectation& expectation) const {
     auto limit = Clock::now() + scenario_.deadline;
-    std::string problem = problemOf(expectation);
-    while (!problem.empty() && Clock::now() < limit) {
+    std::optional<std::string> problem = problemOf(expectation);
+    while (problem && Clock::now() < limit) {
         serveClients(report_, pause);
         problem = problemOf(expectation);
     }
-    if (problem.empty())
+    if (!problem)
         report_.tell(event::print, "  as expected: " + expectation.text);
     else
         report_.tell(event::fault,
-                     scenario_.placed(expectation.number, "expect " + expectation.text + ": " + problem));
+                     scenario_.placed(expectation.number, "expect " + expectation.text + ": " + *problem));
 }
 
 void Judge::judge(const Step& step, const Seen& seen) const {

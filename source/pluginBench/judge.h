@@ -1,6 +1,7 @@
 // Compares a step that has been played with what the scenario expects of it.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "pluginBench/entries.h"
@@ -23,9 +24,9 @@ private:
     void judgeCallbacks(const Step& step, const std::vector<Callback>& callbacks) const;
     void judgeFailures(const Step& step, const Seen& seen) const;
     void observe(const Expectation& expectation) const;
-    // Why it does not hold (now); empty when it does.
-    std::string problemOf(const Expectation& expectation) const;
-    std::string problemOfRun(const std::string& command) const;
+    // Why it does not hold (now), if it does not.
+    std::optional<std::string> problemOf(const Expectation& expectation) const;
+    std::optional<std::string> problemOfRun(const std::string& command) const;
 
     const Scenario& scenario_;
     const Report& report_;

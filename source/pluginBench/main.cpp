@@ -11,6 +11,7 @@
 #include "ostrel/version.h"
 #include "pluginBench/scenario.h"
 #include "pluginBench/watch.h"
+#include "text/fixedPaths.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ int main(int argc, char** argv) {
         return exitUsage;
     }
     const std::string plugin = argv[argc - 2];
-    if (!plugin.ends_with(".ostr"))
+    if (!plugin.ends_with(pluginSuffix))
         return fail(plugin + ": the daemon loads only files whose names end in .ostr");
     if (access(plugin.c_str(), R_OK) != 0)
         return fail(plugin + ": it cannot be read");

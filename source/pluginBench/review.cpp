@@ -48,10 +48,10 @@ void Review::begin(const std::string& told) {
     parts_.push_back(std::move(part));
 }
 
-std::string Review::failureOf(const Part& part, const LogLine& line,
-                              const std::vector<std::string>& faults) const {
+std::optional<std::string> Review::failureOf(const Part& part, const LogLine& line,
+                                             const std::vector<std::string>& faults) const {
     if (line.level != LogLine::Level::error || isHosts(line))
-        return {};
+        return std::nullopt;
     const size_t last = scenario_.steps.size() - 1;
     const size_t number = scenario_.steps[std::min(part.step, last)].number;
     if (line.text.find(leftOut) != std::string::npos)
@@ -63,7 +63,9 @@ std::string Review::failureOf(const Part& part, const LogLine& line,
     };
     const bool known = std::ranges::any_of(faults, tells) ||
                        (part.step <= last && std::ranges::any_of(scenario_.steps[part.step].expected, names));
-    return known ? "" : scenario_.placed(number, "no \"expect log\" names the error " + described(line));
+    if (known)
+        return std::nullopt;
+    return scenario_.placed(number, "no \"expect log\" names the error " + described(line));
 }
 
 int Review::judge(const std::vector<std::string>& faults) {
@@ -76,7 +78,7 @@ int Review::judge(const std::vector<std::string>& faults) {
             if (isNews(line))
                 line.level = LogLine::Level::notice;
             part.failures.push_back(failureOf(part, line, faults));
-            failing += part.failures.back().empty() ? 0 : 1;
+            failing += part.failures.back() ? 1 : 0;
         }
     }
     return failing;
@@ -93,10 +95,10 @@ void Review::print(bool all) const {
         const std::string heading = "log of " + part.title + ":\n";
         const char* title = heading.c_str();
         for (size_t i = 0; i < part.lines.size(); ++i) {
-            const std::string& failure = part.failures[i];
-            const std::string line = failure.empty() ? "  " + shown(part.lines[i]) : "FAILED: " + failure;
+            const std::optional<std::string>& failure = part.failures[i];
+            const std::string line = failure ? "FAILED: " + *failure : "  " + shown(part.lines[i]);
             passed += shown(part.lines[i]).size();
-            if (!all && failure.empty() && length - passed > shownLog)
+            if (!all && !failure && length - passed > shownLog)
                 continue;
             std::printf("%s%s\n", title, line.c_str());
             title = "";

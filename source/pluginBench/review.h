@@ -1,6 +1,7 @@
 // The log, step by step, and the errors in it that the scenario does not expect.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,11 +31,11 @@ private:
         size_t logBegin;
         std::string title;
         std::vector<LogLine> lines{};
-        std::vector<std::string> failures{};  // of each line why it fails, or empty
+        std::vector<std::optional<std::string>> failures{};  // of each line why it fails, if it does
     };
 
-    std::string failureOf(const Part& part, const LogLine& line,
-                          const std::vector<std::string>& faults) const;
+    std::optional<std::string> failureOf(const Part& part, const LogLine& line,
+                                         const std::vector<std::string>& faults) const;
 
     const Scenario& scenario_;
     const Log& log_;

@@ -9,8 +9,8 @@
 
 class ostrelLink;
 
-// What tells one of these messages from the others. Texts that are null are not logged, steps that are null
-// are left out.
+// What tells one of these messages from the others. What is null by default may be left out: such a text is
+// not logged, such a step not taken.
 struct ChangeHandler {
     uint32_t code;
     LogPlace place;

@@ -46,7 +46,7 @@ extern std::vector<ostrelConnection*> listOfConnection;  // owning; guarded by b
 extern std::vector<OstrelValue*> listOfStoredValues;     // owning; appended by writes, replayed and emptied
 extern std::vector<OstrelValue*> listOfChangedStuff;     // owning; the keys changed since the last broadcast
 
-// Two names that plug-in hosts and documents know, so they stay.
+// Two old names that programs built elsewhere know, so they stay.
 // The listening socket (a sock, in French): bound by start-up, accepted on by the listener.
 extern ostrelLink chaussette;
 // The lock of the list of clients, which the log calls the BLL. Initialised by start-up.

@@ -2,7 +2,6 @@
 //
 // Main thread, inside a plug-in's entry; nothing here takes a lock.
 #include <array>
-#include <cstring>
 
 #include "common/logText.h"
 #include "common/marshalling.h"

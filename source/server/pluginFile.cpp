@@ -37,12 +37,12 @@ bool isOurs(const ElfW(Ehdr) & header) {
 
 }  // namespace
 
-const char* faultOfPluginFile(const char* path) {
+std::optional<std::string> faultOfPluginFile(const char* path) {
     const process::Descriptor file = process::openFile(path, O_RDONLY | O_NONBLOCK);
     const uint64_t size = sizeOf(file);
     ElfW(Ehdr) header{};
     if (size == 0 || !readRecord(file, 0, header) || !isOurs(header))
-        return nullptr;
+        return std::nullopt;
     for (uint64_t i = 0; i < header.e_phnum; ++i) {
         ElfW(Phdr) segment{};
         const uint64_t at = header.e_phoff + i * sizeof segment;
@@ -52,5 +52,5 @@ const char* faultOfPluginFile(const char* path) {
         if (segment.p_type == PT_LOAD && !fits)
             return cutShort;
     }
-    return nullptr;
+    return std::nullopt;
 }

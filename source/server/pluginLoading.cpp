@@ -23,8 +23,6 @@
 
 namespace {
 
-constexpr std::string_view pluginSuffix = ".ostr";
-
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
@@ -117,11 +115,11 @@ void loadPlugins(int reduced) {
 
 bool loadOnePlugin(const char* fileName, int reduced) {
     OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::debug, "Loading plugin: %s", fileName);
-    const char* fault = faultOfPluginFile(fileName);
-    process::Library library(fault == nullptr ? dlopen(fileName, RTLD_NOW) : nullptr);
+    const std::optional<std::string> fault = faultOfPluginFile(fileName);
+    process::Library library(fault ? nullptr : dlopen(fileName, RTLD_NOW));
     if (!library) {
         OSTREL_LOG_AT(logPlace::loadOnePlugin, logLevel::error, "error: file %s cannot load as plugin, er=%s",
-                      fileName, printable(fault != nullptr ? fault : dlerror()));
+                      fileName, printable(fault ? fault->c_str() : dlerror()));
         return false;
     }
     if (reduced != 0 && dlsym(library.get(), "ostrelClientEssentialFunc") == nullptr) {

@@ -3,7 +3,7 @@
 // Main thread only. Plug-ins are called, so anything that a plug-in may do can happen during a call.
 #pragma once
 
-// Loads, orders and initialises the plug-ins of the plug-in directory; reduced: the essential ones only. Ends
+// Loads, orders and initialises the plug-ins of the plug-in folder; reduced: the essential ones only. Ends
 // the daemon when there is none or one fails to initialise.
 void loadPlugins(int reduced);
 // True when a plug-in was added to listOfClients; otherwise the log says why not.

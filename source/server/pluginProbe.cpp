@@ -12,7 +12,6 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -94,9 +93,9 @@ bool describeSymbols(std::FILE* output, const std::string& path) {
 }
 
 bool probe(std::FILE* output, const std::string& path) {
-    const char* fault = faultOfPluginFile(path.c_str());
-    process::Library library(fault == nullptr ? dlopen(path.c_str(), RTLD_NOW) : nullptr);
-    print(output, "loads", library ? "yes" : printable(fault != nullptr ? fault : dlerror()));
+    const std::optional<std::string> fault = faultOfPluginFile(path.c_str());
+    process::Library library(fault ? nullptr : dlopen(path.c_str(), RTLD_NOW));
+    print(output, "loads", library ? "yes" : printable(fault ? fault->c_str() : dlerror()));
     if (!library)
         return false;
     bool essential = dlsym(library.get(), "ostrelClientEssentialFunc") != nullptr;

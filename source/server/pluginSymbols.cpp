@@ -6,14 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
 #include "process/descriptor.h"
+#include "text/characters.h"
 
 namespace {
 
@@ -103,9 +102,7 @@ std::string escaped(std::string_view name) {
             text += character;
             continue;
         }
-        std::array<char, 8> escape{};
-        std::snprintf(escape.data(), escape.size(), "\\x%02x", byte);
-        text += escape.data();
+        store::appendHex(text, character);
     }
     return text;
 }

@@ -92,7 +92,7 @@ std::optional<std::string> refusalOf(Result result) {
 
 std::optional<std::string> BatchReader::make(size_t number, const BatchLine& read) {
     if (read.label.empty()) {
-        std::string text = "the database chooses the primary key: write ";
+        std::string text = "the daemon chooses the primary key: write ";
         appendName(text, read.line.name);
         return text + "[$LABEL] here and in the lines of its members";
     }

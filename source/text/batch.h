@@ -26,8 +26,8 @@ struct BatchLine {
 // Reads the lines of one batch in their order.
 class BatchReader {
 public:
-    // text: without its line break. Returns why it is refused; line then has its key when that could be read.
-    // A line whose label is that of a refused instance is not refused for it: it is blank.
+    // text: without its line break. Returns why it is refused; line then has its key when the grammar takes
+    // it. A line whose label is that of a refused instance is not refused for it: it is blank.
     std::optional<std::string> read(std::string_view text, size_t number, BatchLine& line);
 
 private:

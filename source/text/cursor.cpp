@@ -110,9 +110,9 @@ std::string_view Cursor::takeWord() {
     return word;
 }
 
-Result Cursor::takeNumber(uint32_t max, uint32_t& number) {
+Result Cursor::takeNumber(uint32_t largest, uint32_t& number) {
     const auto [end, error] = std::from_chars(rest_.data(), rest_.data() + rest_.size(), number);
-    if (error == std::errc::result_out_of_range || (error == std::errc() && number > max))
+    if (error == std::errc::result_out_of_range || (error == std::errc() && number > largest))
         return {"the number is too large"};
     if (error != std::errc())
         return {"a decimal number is missing"};

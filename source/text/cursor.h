@@ -36,7 +36,7 @@ public:
     Result takeQuoted(std::string& text);
     // Lower and upper case letters; empty when there are none.
     std::string_view takeWord();
-    Result takeNumber(uint32_t max, uint32_t& number);
+    Result takeNumber(uint32_t largest, uint32_t& number);
 
 private:
     Result takeBare(std::string& text);

@@ -4,6 +4,7 @@
 constexpr char socketPath[] = "/tmp/ostrel.sock";
 constexpr char defaultLogPath[] = "/var/log/ostrel.log";
 constexpr char pluginFolder[] = "/vemra/default/ostrPlugins";
+constexpr char pluginSuffix[] = ".ostr";
 
 // The database's files.
 constexpr char defaultsPath[] = "/vemra/default/ostrDbDflt.txt";

@@ -55,7 +55,8 @@ Result parseValue(Cursor& cursor, ostrelValueType type, Line& line) {
     }
     uint32_t number = 0;
     const Result result = cursor.takeNumber(infoOf(type).largest, number);
-    line.value = makeNumber(type, number);
+    if (result.ok())
+        line.value = makeNumber(type, number);
     return result;
 }
 
@@ -116,17 +117,22 @@ std::string ownerTag(uint32_t owner) {
 
 }  // namespace
 
+Result ownerOf(std::string_view tag, uint32_t& owner) {
+    constexpr size_t longestTag = sizeof owner;
+    if (tag.size() > longestTag)
+        return {"the owner is longer than 4 bytes"};
+    owner = 0;
+    for (size_t i = tag.size(); i-- > 0;)
+        owner = owner << 8U | static_cast<unsigned char>(tag[i]);
+    return {};
+}
+
 Result takeOwner(Cursor& cursor, uint32_t& owner) {
     if (!cursor.at('"'))
         return cursor.takeNumber(largestNumber, owner);
     std::string tag;
     const Result result = cursor.takeQuoted(tag);
-    if (!result.ok() || tag.size() > 4) {
-        return result.ok() ? Result{"the owner is longer than 4 bytes"} : result;
-    }
-    for (size_t i = tag.size(); i-- > 0;)
-        owner = owner << 8U | static_cast<unsigned char>(tag[i]);
-    return {};
+    return result.ok() ? ownerOf(tag, owner) : result;
 }
 
 Result parseLine(std::string_view text, Line& line) {

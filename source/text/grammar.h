@@ -40,7 +40,10 @@ struct Line {
 // text: one line without its line break. Of a refused line only the kind tells what it seemed to be.
 Result parseLine(std::string_view text, Line& line);
 
-// A number, or a tag of up to four bytes in quotes.
+// Of a tag of up to four bytes.
+Result ownerOf(std::string_view tag, uint32_t& owner);
+
+// A number, or such a tag in quotes.
 Result takeOwner(Cursor& cursor, uint32_t& owner);
 
 // Writes each row as one line.

@@ -46,7 +46,7 @@ TEST_F(Batch, EachLabelIsMadeOnceAndBeforeItsUse) {
     EXPECT_EQ(refusal("h[$a] instance t 2"), "$a is made in line 2 already");
     EXPECT_EQ(
         refusal("\"my h\"[3] instance t 2"),
-        "the database chooses the primary key: write \"my h\"[$LABEL] here and in the lines of its members");
+        "the daemon chooses the primary key: write \"my h\"[$LABEL] here and in the lines of its members");
     // Only the line before is to blame.
     EXPECT_EQ(refusal("h[$b] instance t none"), "a decimal number is missing");
     EXPECT_EQ(refusal("h[$b] removed"), "");
