@@ -177,9 +177,14 @@ TEST(Firmware, WhatItNoLongerAllowsIsKeptBesideBeforeTheRewriteOnce) {
     store.defaults = "a Dword 1\nb Dword 1\n";
     store.open();
     EXPECT_TRUE(store.set("a", 5) && store.commit() && store.set("b", 6) && store.commit());
+    // Of a version that knows more.
+    std::string unknown = "z Newtype 1\n";
+    store::closeTransaction(unknown, 4, 0);
+    store.openOn(store.live() + unknown);
     store.defaults = "a String \"\"\nb Dword 1\n";
     const std::string padded = store.padded();
-    const std::string kept = droppedOf("a Dword 5\n");
+    const std::string keptLines = "a Dword 5\nz Newtype 1\n";
+    const std::string kept = droppedOf(keptLines);
     for (int start = 0; start < 2; ++start) {
         store.openOn(padded);
         // Without the copy there is no rewrite.
@@ -196,7 +201,7 @@ TEST(Firmware, WhatItNoLongerAllowsIsKeptBesideBeforeTheRewriteOnce) {
     store.openOn(padded);
     EXPECT_EQ(outputOf([&] { EXPECT_TRUE(store.set("b", 8) && store.commit()); }), "")
         << "it is there already";
-    EXPECT_EQ(store.disk.read(kept), "a Dword 5\n");
+    EXPECT_EQ(store.disk.read(kept), keptLines);
 }
 
 TEST(Firmware, AMissingFileOfItForgetsNothing) {

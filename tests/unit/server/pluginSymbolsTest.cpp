@@ -1,6 +1,7 @@
 #include "server/pluginSymbols.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -10,7 +11,7 @@
 
 namespace {
 
-const std::string symbolFile = testing::TempDir() + "pluginSymbols.ostr";
+const std::string symbolFile = testing::TempDir() + "pluginSymbols." + std::to_string(getpid());
 
 std::optional<ExtraSymbols> readFrom(const std::string& content) {
     std::ofstream(symbolFile, std::ios::binary) << content;
