@@ -39,12 +39,8 @@ int connectTo(const char* path) {
     std::exit(1);
 }
 
-std::string list(uint32_t code, const char* name = nullptr, const std::string& value = "",
-                 ostrelValueType type = ostrelTypeNone) {
+std::string list(uint32_t code) {
     ParametersBuilder builder(code);
-    auto* bytes = reinterpret_cast<const unsigned char*>(value.data());
-    if (name != nullptr)
-        builder.add({.name = name, .value = {bytes, value.size()}, .type = type, .tpltName = {}});
     return {reinterpret_cast<const char*>(builder.bytes().data()), builder.bytes().size()};
 }
 
@@ -53,6 +49,8 @@ std::string word(uint32_t number) { return {reinterpret_cast<const char*>(&numbe
 }  // namespace
 
 Process::~Process() {
+    if (pid_ == 0)
+        return;
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
 }
@@ -136,11 +134,20 @@ std::string echoRequest(unsigned int task, uint32_t replySize, size_t requestSiz
     return request;
 }
 
-void commitOne(Connection& connection, int key, uint32_t value) {
-    connection.sendTogether(
-        {list(29), list(6, keyName(key).c_str(), word(value), ostrelTypeDword), list(30), list(20)});
+void commitMany(Connection& connection, int firstKey, int count, uint32_t value) {
+    const std::string bytes = word(value);
+    ParametersBuilder changes(6);
+    for (int i = firstKey; i < firstKey + count; ++i)
+        changes.add({.name = keyName(i),
+                     .value = {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()},
+                     .type = ostrelTypeDword,
+                     .tpltName = {}});
+    const std::string message(reinterpret_cast<const char*>(changes.bytes().data()), changes.bytes().size());
+    connection.sendTogether({list(29), message, list(30), list(20)});
     connection.receive();
 }
+
+void commitOne(Connection& connection, int key, uint32_t value) { commitMany(connection, key, 1, value); }
 
 size_t privateMemory(pid_t pid) {
     std::ifstream maps("/proc/" + std::to_string(pid) + "/smaps_rollup");

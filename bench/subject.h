@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <utility>
 
 // A child process; killed and reaped at the end.
 class Process {
@@ -15,6 +16,8 @@ public:
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
     pid_t pid() const { return pid_; }
+    // The caller ends the process from now on.
+    pid_t release() { return std::exchange(pid_, 0); }
 
 private:
     pid_t pid_;
@@ -54,6 +57,8 @@ constexpr char echoPath[] = "/tmp/echo.sock";
 
 std::string readRequest(int firstKey, int count);
 std::string echoRequest(unsigned int task, uint32_t replySize, size_t requestSize, uint32_t append = 0);
+// One transaction that gives the keys from the first on this value; it is durable on return. At most 50 keys.
+void commitMany(Connection& connection, int firstKey, int count, uint32_t value);
 void commitOne(Connection& connection, int key, uint32_t value);
 // Resident bytes of a process that are its own.
 size_t privateMemory(pid_t pid);
