@@ -1,7 +1,7 @@
 # A thin front over the CMake presets. What a target needs is made by it.
 .DEFAULT_GOAL := help
 MAKEFLAGS += --no-print-directory
-.PHONY: help deps build image test demo shell asan tsan fuzz mutate soak lint bench install package package-test clean
+.PHONY: help deps build image test demo shell asan tsan fuzz mutate soak lint bench bench-peers install package package-test clean
 
 IMAGE := build/dev/image
 
@@ -68,6 +68,14 @@ bench: deps ## measure
 	$(call buildPreset,release)
 	@cmake --install build/release --prefix build/release/image >/dev/null
 	@tools/appliance build/release/image build/release/bin/ostrelBench
+
+bench-peers: deps ## measure side by side with other stores, into docs/performance.md; MODE=quick only tries
+	@tools/deps redis-tools libhiredis-dev libsqlite3-dev liblmdb-dev libdconf-dev dconf-service dbus-daemon \
+		e2fsprogs
+	@cmake --preset release >/dev/null
+	$(call buildPreset,release)
+	@cmake --install build/release --prefix build/release/image >/dev/null
+	@bench/peers/run build/release $(MODE)
 
 PREFIX ?= /vemra
 
