@@ -1,7 +1,8 @@
 # A thin front over the CMake presets. What a target needs is made by it.
 .DEFAULT_GOAL := help
 MAKEFLAGS += --no-print-directory
-.PHONY: help deps build image test demo shell asan tsan fuzz mutate soak lint bench bench-peers install package package-test clean
+.PHONY: help deps build image test demo shell asan tsan fuzz mutate soak lint bench bench-peers install package \
+	package-test clean
 
 IMAGE := build/dev/image
 
