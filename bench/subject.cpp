@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string_view>
+#include <vector>
 
 #include "common/marshalling.h"
 #include "echoServer.h"
@@ -104,7 +105,7 @@ void Connection::send(const std::string& payload) const {
         fail("write");
 }
 
-void Connection::sendTogether(std::initializer_list<std::string> payloads) const {
+void Connection::sendTogether(const std::vector<std::string>& payloads) const {
     std::string frames;
     for (const std::string& payload : payloads)
         frames += word(static_cast<uint32_t>(payload.size())) + word(0) + payload;
@@ -135,15 +136,19 @@ std::string echoRequest(unsigned int task, uint32_t replySize, size_t requestSiz
 }
 
 void commitMany(Connection& connection, int firstKey, int count, uint32_t value) {
-    const std::string bytes = word(value);
-    ParametersBuilder changes(6);
-    for (int i = firstKey; i < firstKey + count; ++i)
-        changes.add({.name = keyName(i),
-                     .value = {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()},
-                     .type = ostrelTypeDword,
-                     .tpltName = {}});
-    const std::string message(reinterpret_cast<const char*>(changes.bytes().data()), changes.bytes().size());
-    connection.sendTogether({list(29), message, list(30), list(20)});
+    constexpr int keysOfMessage = 50;
+    std::vector<std::string> payloads{list(29)};
+    for (int first = firstKey; first < firstKey + count; first += keysOfMessage) {
+        ParametersBuilder changes(6);
+        for (int i = first; i < std::min(firstKey + count, first + keysOfMessage); ++i)
+            changes.add({.name = keyName(i),
+                         .value = {reinterpret_cast<const unsigned char*>(&value), sizeof value},
+                         .type = ostrelTypeDword,
+                         .tpltName = {}});
+        payloads.emplace_back(reinterpret_cast<const char*>(changes.bytes().data()), changes.bytes().size());
+    }
+    payloads.insert(payloads.end(), {list(30), list(20)});
+    connection.sendTogether(payloads);
     connection.receive();
 }
 

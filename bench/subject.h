@@ -4,9 +4,9 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <utility>
+#include <vector>
 
 // A child process; killed and reaped at the end.
 class Process {
@@ -40,7 +40,7 @@ public:
 
     void send(const std::string& payload) const;
     // A whole write sequence in one write, as a client would that has all of it.
-    void sendTogether(std::initializer_list<std::string> payloads) const;
+    void sendTogether(const std::vector<std::string>& payloads) const;
     // Returns the reply's payload size.
     uint32_t receive();
     uint32_t ask(const std::string& payload) {
@@ -57,7 +57,7 @@ constexpr char echoPath[] = "/tmp/echo.sock";
 
 std::string readRequest(int firstKey, int count);
 std::string echoRequest(unsigned int task, uint32_t replySize, size_t requestSize, uint32_t append = 0);
-// One transaction that gives the keys from the first on this value; it is durable on return. At most 50 keys.
+// One transaction that gives the keys from the first on this value; it is durable on return.
 void commitMany(Connection& connection, int firstKey, int count, uint32_t value);
 void commitOne(Connection& connection, int key, uint32_t value);
 // Resident bytes of a process that are its own.

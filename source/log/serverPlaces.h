@@ -39,6 +39,7 @@ constexpr LogPlace replay{logModules::server, "popBackStoredMessage"};
 constexpr LogPlace loadPlugins{logModules::plugins, "loadPlugins"};
 constexpr LogPlace loadOnePlugin{logModules::plugins, "loadOnePlugin"};
 constexpr LogPlace initialise{logModules::plugins, "initIo"};
+constexpr LogPlace searchTrigger{logModules::plugins, "matchTriggerName"};
 constexpr LogPlace changeBroadcast{logModules::plugins, "PluginBroadcastChange"};
 
 }  // namespace logPlace

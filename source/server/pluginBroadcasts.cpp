@@ -5,6 +5,7 @@
 #include "common/logText.h"
 #include "common/ostrelUtils.h"
 #include "log/serverLines.h"
+#include "server/changedNames.h"
 #include "server/globals.h"
 #include "server/logFile.h"
 #include "server/pluginRecord.h"
@@ -14,24 +15,20 @@ namespace {
 
 OstrelClientPlugin& pluginAt(int place) { return *listOfClients[static_cast<size_t>(place)]; }
 
-bool watchesAny(OstrelClientPlugin& plugin, const std::vector<OstrelValue*>& changes) {
-    for (const OstrelValue* change : changes) {
-        if (plugin.matchWatchedName(change->name))
-            return true;
-    }
-    return false;
-}
-
 // The places of the plug-ins that watch a changed key, in restart order.
 std::vector<int> selectPlugins(const std::vector<OstrelValue*>& changes) {
+    const ChangedNames names(changes);
     std::vector<int> selection;
     for (int place = 0; place < static_cast<int>(listOfClients.size()); ++place) {
-        if (watchesAny(pluginAt(place), changes))
+        const OstrelClientPlugin& plugin = pluginAt(place);
+        if (names.anyMatches(plugin.nbWatchedValues, plugin.watchedValues))
             selection.push_back(place);
     }
     std::stable_sort(selection.begin(), selection.end(), RestartSort);
     return selection;
 }
+
+bool isTraced() { return (logLevel::debug & printMask) != 0; }
 
 // True when a plug-in asked for a reboot.
 bool restartAll(const std::vector<int>& selection) {
@@ -73,14 +70,21 @@ int PluginBroadcastChange(std::vector<OstrelValue*> changes) {
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void PluginBroadcastTrigger(std::vector<OstrelValue*> changes) {
+    const ChangedNames names(changes);
     for (OstrelClientPlugin* plugin : listOfClients) {
-        for (const OstrelValue* change : changes) {
-            boundLog();
-            if (!plugin->matchTriggerName(change->name))
+        if (plugin->nbTriggers == 0)
+            continue;
+        const std::vector<bool> isMatched = names.matches(plugin->nbTriggers, plugin->triggerList);
+        for (size_t place = 0; place < changes.size(); ++place) {
+            const char* key = changes[place]->name;
+            if (isMatched[place] || isTraced())
+                boundLog();
+            plugin->traceSearch(key);
+            if (!isMatched[place])
                 continue;
             OSTREL_LOG(logLevel::debug, "[OstrelServer] Trigger %s works for module %s, invoking callback",
-                       LogText(change->name).text(), printable(plugin->moduleName));
-            plugin->trigger(change->name);
+                       LogText(key).text(), printable(plugin->moduleName));
+            plugin->trigger(key);
         }
     }
 }

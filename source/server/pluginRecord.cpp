@@ -173,11 +173,16 @@ bool OstrelClientPlugin::matchWatchedName(const char* key) {
 }
 
 bool OstrelClientPlugin::matchTriggerName(const char* key) {
-    if (nbTriggers != 0)
-        OSTREL_LOG(logLevel::debug, "[Trigger] Plugin : %s searching key %s, nbWatchedValue:%d :: %s",
-                   printable(moduleName), LogText(key).text(), static_cast<int>(nbTriggers),
-                   printable(triggerList[0]));
+    traceSearch(key);
     return matchNameInList(key, nbTriggers, triggerList);
+}
+
+void OstrelClientPlugin::traceSearch(const char* key) const {
+    if (nbTriggers != 0)
+        OSTREL_LOG_AT(logPlace::searchTrigger, logLevel::debug,
+                      "[Trigger] Plugin : %s searching key %s, nbWatchedValue:%d :: %s",
+                      printable(moduleName), LogText(key).text(), static_cast<int>(nbTriggers),
+                      printable(triggerList[0]));
 }
 
 bool matchNameInList(const char* key, unsigned int count, char** patterns) {

@@ -37,6 +37,8 @@ public:
 
     bool matchWatchedName(const char* key);
     bool matchTriggerName(const char* key);
+    // The trace of a search for a trigger, whoever searches.
+    void traceSearch(const char* key) const;
 };
 
 // True when the key equals a pattern, or begins with one whose last character is '*', without that.
