@@ -1,6 +1,7 @@
 #include "db/instanceChanges.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -34,27 +35,27 @@ const Instance* InstanceChanges::find(std::string_view structure, uint32_t key) 
 
 std::vector<uint32_t> InstanceChanges::keysOf(std::string_view structure, uint32_t owner) const {
     std::vector<uint32_t> keys;
-    const auto add = [&](uint32_t key) {
-        if (const Instance* found = find(structure, key); found != nullptr && found->owner == owner)
-            keys.push_back(key);
-    };
-    if (const Structure* committed = base_.structure(structure); committed != nullptr) {
-        for (const auto& [key, cell] : committed->instances)
-            add(key);
-    }
-    if (const OfStructure* mine = changesOf(structure); mine != nullptr) {
-        for (const auto& [key, row] : mine->instances) {
-            if (base_.instance(structure, key) == nullptr)
-                add(key);
-        }
-    }
+    const OfStructure* mine = changesOf(structure);
+    const Structure* committed = base_.structure(structure);
+    const std::set<uint32_t>* owned = committed != nullptr ? committed->keysOf(owner) : nullptr;
+    if (owned != nullptr && (mine == nullptr || !mine->removedOwners.contains(owner)))
+        std::ranges::copy_if(*owned, std::back_inserter(keys),
+                             [&](uint32_t key) { return find(structure, key) != nullptr; });
+    if (mine == nullptr)
+        return keys;
+    if (const auto made = mine->madeForOwner.find(owner); made != mine->madeForOwner.end())
+        keys.insert(keys.end(), made->second.begin(), made->second.end());
     return keys;
+}
+
+void InstanceChanges::noteRemoved(std::string_view structure, uint32_t owner) {
+    structures_[std::string(structure)].removedOwners.insert(owner);
 }
 
 std::vector<std::string> InstanceChanges::memberNames(std::string_view structure, uint32_t key) const {
     std::vector<std::string> names;
     if (base_.instance(structure, key) != nullptr) {
-        for (const std::string& member : base_.structure(structure)->members)
+        for (const std::string_view member : base_.membersOf(*base_.structure(structure), key))
             names.push_back(memberName(structure, member));
     } else if (const Instance* instance = made(structure, key); instance != nullptr) {
         for (const auto& [member, value] : *base_.findTemplate(instance->templateName))
@@ -91,6 +92,7 @@ std::optional<uint32_t> InstanceChanges::nextKey(std::string_view structure) con
 void InstanceChanges::add(std::string_view structure, uint32_t key, Instance instance) {
     OfStructure& mine = structures_[std::string(structure)];
     mine.lastKey = key;
+    mine.madeForOwner[instance.owner].insert(key);
     mine.instances[key] = std::move(instance);
 }
 
@@ -98,8 +100,9 @@ void InstanceChanges::remove(std::string_view structure, uint32_t key) {
     OfStructure& mine = structures_[std::string(structure)];
     if (base_.instance(structure, key) != nullptr) {
         mine.instances[key] = std::nullopt;
-    } else {
-        mine.instances.erase(key);
+    } else if (const auto made = mine.instances.find(key); made != mine.instances.end()) {
+        mine.madeForOwner[made->second->owner].erase(key);
+        mine.instances.erase(made);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,8 @@ public:
     // null: there is none, or none left.
     const Instance* find(std::string_view structure, uint32_t key) const;
     std::vector<uint32_t> keysOf(std::string_view structure, uint32_t owner) const;
+    // keysOf() gives none of the owner's committed ones from now on: all of them are removed.
+    void noteRemoved(std::string_view structure, uint32_t owner);
     // The names by which the database knows what the instance has, or had, as members.
     std::vector<std::string> memberNames(std::string_view structure, uint32_t key) const;
 
@@ -49,6 +52,8 @@ private:
     struct OfStructure {
         uint32_t lastKey = 0;                                   // 0: as committed
         std::map<uint32_t, std::optional<Instance>> instances;  // without an instance: removed
+        std::map<uint32_t, std::set<uint32_t>> madeForOwner;    // primary keys of those that are made here
+        std::set<uint32_t> removedOwners;                       // whose committed ones are all removed
     };
 
     const OfStructure* changesOf(std::string_view structure) const;

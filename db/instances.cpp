@@ -1,5 +1,6 @@
 #include "db/instances.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -84,16 +85,28 @@ void Instances::putMember(const Structure& structure, uint32_t key, std::string_
     const std::string name = memberName(structure.name, member);
     cells_.dropVector(name);
     cells_.set(name, key, std::move(cell), &structure);
-    structures_.addMember(structure, member);
+}
+
+std::vector<std::string_view> Instances::membersOf(const Structure& structure, uint32_t key) const {
+    std::vector<std::string_view> result;
+    const auto instance = structure.instances.find(key);
+    if (instance == structure.instances.end() || !instance->second.present)
+        return result;
+    if (const Template* members = templates_.find(instance->second.templateName); members != nullptr) {
+        for (const auto& [member, value] : *members)
+            result.push_back(member);
+    }
+    if (const auto odd = structure.oddMembers.find(key); odd != structure.oddMembers.end()) {
+        result.insert(result.end(), odd->second.begin(), odd->second.end());
+        std::ranges::sort(result);
+    }
+    return result;
 }
 
 void Instances::dropMembers(const Structure& structure, uint32_t key) {
-    for (const std::string& member : structure.members) {
-        const std::string name = memberName(structure.name, member);
-        const Elements* found = cells_.elements(name);
-        if (found != nullptr && found->structure == &structure && found->cells.contains(key))
-            cells_.set(name, key, Cell());
-    }
+    for (const std::string_view member : membersOf(structure, key))
+        cells_.set(memberName(structure.name, member), key, Cell());
+    structures_.dropOddMembers(structure, key);
 }
 
 // A member that the template no longer has stays: nobody said to remove it.
@@ -110,8 +123,10 @@ Result Instances::setMember(const RowKey& key, const Value& value) {
         restoreMember(key);
         return {"the template gives the member another type and wins"};
     }
-    putMember(makeStructure(key.name, key.index), key.index, key.member,
-              Cell{value, true, hasDefault, true, false});
+    const Structure& structure = makeStructure(key.name, key.index);
+    putMember(structure, key.index, key.member, Cell{value, true, hasDefault, true, false});
+    if (!hasDefault)
+        structures_.addOddMember(structure, key.index, key.member);
     return {};
 }
 
@@ -164,8 +179,8 @@ Result Instances::undo(const Structure& structure, uint32_t key) {
 }
 
 void Instances::restore(const Structure& structure, uint32_t key, const Instance& instance) {
-    std::vector<std::pair<std::string, Cell>> members;
-    for (const std::string& member : structure.members) {
+    std::vector<std::pair<std::string_view, Cell>> members;
+    for (const auto& [member, value] : *templates_.find(instance.templateName)) {
         if (auto kept = cells_.takeKept(memberName(structure.name, member), key))
             members.emplace_back(member, *std::move(kept));
     }

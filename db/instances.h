@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "db/cells.h"
 #include "db/nameRules.h"
@@ -33,6 +34,10 @@ public:
     Result remove(const RowKey& key, Origin origin);
     Result setMember(const RowKey& key, const Value& value);
     Result setLastKey(std::string_view structure, uint32_t last);
+
+    // Ascending: what the template of a present instance has, and what a change gave it when the template was
+    // another. Borrowed until the next change.
+    std::vector<std::string_view> membersOf(const Structure& structure, uint32_t key) const;
 
     // While it is on, newer changes take names from older ones.
     void setReplaying(bool isReplaying) { isReplaying_ = isReplaying; }

@@ -1,5 +1,6 @@
 #include "db/model.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <utility>
@@ -23,19 +24,24 @@ size_t Model::list(std::string_view name, uint32_t owner, unsigned int* keys, si
     const Elements* vector = instances == nullptr ? elements(name) : nullptr;
     if (vector != nullptr && vector->structure != nullptr)
         instances = vector->structure;
-    size_t count = 0;
-    const auto add = [&](uint32_t key, bool matches) {
-        if (matches && count++ < room && keys != nullptr)
-            keys[count - 1] = key;
-    };
+    room = keys != nullptr ? room : 0;
     if (instances != nullptr) {
-        for (const auto& [key, instance] : instances->instances)
-            add(key, instance.present && instance.owner == owner);
-    } else if (vector != nullptr && owner == 0) {
-        for (const auto& [index, cell] : vector->cells)
-            add(index, cell.present);
+        const std::set<uint32_t>* owned = instances->keysOf(owner);
+        if (owned == nullptr)
+            return 0;
+        std::copy_n(owned->begin(), std::min(room, owned->size()), keys);
+        return owned->size();
     }
-    return count;
+    if (vector == nullptr || owner != 0)
+        return 0;
+    room = std::min(room, vector->present);
+    for (auto cell = vector->cells.begin(); room > 0; ++cell) {
+        if (cell->second.present) {
+            *keys++ = cell->first;
+            --room;
+        }
+    }
+    return vector->present;
 }
 
 Result Model::addTemplateMember(std::string_view templateName, std::string_view member, Value value) {
@@ -130,13 +136,8 @@ void Model::visitChanges(RowVisitor& visitor) const {
 void Model::visitInstances(const Structure& structure, CellVisitor& visitor) const {
     for (const auto& [key, instance] : structure.instances) {
         visitor.instance({structure.name, key}, instance);
-        for (const std::string& member : structure.members) {
-            const Elements* found = elements(memberName(structure.name, member));
-            if (found == nullptr || found->structure != &structure)
-                continue;
-            if (const auto cell = found->cells.find(key); cell != found->cells.end())
-                visitor.cell({structure.name, key, member}, cell->second);
-        }
+        for (const std::string_view member : instances_.membersOf(structure, key))
+            visitor.cell({structure.name, key, member}, *cell(memberName(structure.name, member), key));
     }
 }
 

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "db/cells.h"
 #include "db/instances.h"
@@ -46,6 +47,9 @@ public:
     const Structure* structure(std::string_view name) const { return structures_.find(name); }
     const InstanceCell* instance(std::string_view structure, uint32_t key) const {
         return structures_.instance(structure, key);
+    }
+    std::vector<std::string_view> membersOf(const Structure& structure, uint32_t key) const {
+        return instances_.membersOf(structure, key);
     }
     const Template* findTemplate(std::string_view name) const { return templates_.find(name); }
     const Templates::Map& templates() const { return templates_.all(); }

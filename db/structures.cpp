@@ -21,6 +21,18 @@ void visitInstance(const RowKey& key, const InstanceCell& cell, RowVisitor& visi
         visitor.instance(key, cell);
 }
 
+void changeOwner(std::map<uint32_t, std::set<uint32_t>>& keysOfOwner, uint32_t key, const InstanceCell& old,
+                 const InstanceCell& cell) {
+    if (cell.present)
+        keysOfOwner[cell.owner].insert(key);
+    if (!old.present || (cell.present && cell.owner == old.owner))
+        return;
+    const auto former = keysOfOwner.find(old.owner);
+    former->second.erase(key);
+    if (former->second.empty())
+        keysOfOwner.erase(former);
+}
+
 ChangeTotals totalsOfInstance(const RowKey& key, const InstanceCell& cell) {
     if (!cell.changed)
         return {};
@@ -54,18 +66,19 @@ const Structure& Structures::make(std::string_view name, uint32_t lastKey) {
     return made;
 }
 
-void Structures::addMember(const Structure& structure, std::string_view member) {
-    if (!structure.members.contains(member))
-        own(structure).members.emplace(member);
+void Structures::addOddMember(const Structure& structure, uint32_t key, std::string_view member) {
+    own(structure).oddMembers[key].emplace(member);
 }
 
 void Structures::replace(const Structure& structure, uint32_t key, InstanceCell cell) {
-    auto& instances = own(structure).instances;
+    Structure& changed = own(structure);
+    auto& instances = changed.instances;
     InstanceCell& place = instances[key];
     const RowKey row{structure.name, key};
     totals_.replace(totalsOfInstance(row, place), totalsOfInstance(row, cell));
     if (place.hasDefault && !place.changed && cell.changed)
         kept_.insert_or_assign({structure.name, key}, place);
+    changeOwner(changed.keysOfOwner, key, place, cell);
     place = std::move(cell);
     if (place.isBlank())
         instances.erase(key);

@@ -34,7 +34,17 @@ struct Structure {
     uint32_t lastKey = 0;                        // the highest primary key ever given
     uint32_t recordedKey = 0;                    // the highest that the live file answers for
     std::map<uint32_t, InstanceCell> instances;  // none is blank
-    std::set<std::string, std::less<>> members;  // that any of its instances has, or had
+    // The primary keys of those that are present, by owner; none is empty. A question costs what its answer
+    // does.
+    std::map<uint32_t, std::set<uint32_t>> keysOfOwner;
+    // By primary key: members that an instance has, and its template no longer; none is empty.
+    std::map<uint32_t, std::set<std::string, std::less<>>> oddMembers;
+
+    // null: none.
+    const std::set<uint32_t>* keysOf(uint32_t owner) const {
+        const auto found = keysOfOwner.find(owner);
+        return found != keysOfOwner.end() ? &found->second : nullptr;
+    }
 };
 
 class Structures {
@@ -54,7 +64,8 @@ public:
 
     // The structure, made when there is none, whose primary keys up to this one are given.
     const Structure& make(std::string_view name, uint32_t lastKey);
-    void addMember(const Structure& structure, std::string_view member);
+    void addOddMember(const Structure& structure, uint32_t key, std::string_view member);
+    void dropOddMembers(const Structure& structure, uint32_t key) { own(structure).oddMembers.erase(key); }
     // A blank cell takes the instance away. A default that a change replaces is kept.
     void replace(const Structure& structure, uint32_t key, InstanceCell cell);
     // The live file answers for a primary key once it has said so: the next rewrite must say so, too.

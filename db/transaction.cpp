@@ -46,14 +46,17 @@ bool Transaction::isKnown(std::string_view name, uint32_t index) const {
         const Entry* committed = base_.entry(name);
         return find(name, 0) != nullptr || (committed != nullptr && committed->plain.hasDefault);
     }
+    const Elements* committed = committedVector(name);
+    return (committed != nullptr && committed->hasDefaults) || hasElements(name);
+}
+
+// Of a vector.
+bool Transaction::hasElements(std::string_view name) const {
     const ValueChanges::OfName* mine = values_.find(name);
-    ptrdiff_t present = mine != nullptr ? mine->present : 0;
-    if (const Elements* committed = committedVector(name); committed != nullptr) {
-        if (committed->hasDefaults)
-            return true;
-        present += static_cast<ptrdiff_t>(committed->present);
-    }
-    return present != 0;
+    const Elements* committed = committedVector(name);
+    return (mine != nullptr ? mine->present : 0) +
+               (committed != nullptr ? static_cast<ptrdiff_t>(committed->present) : 0) !=
+           0;
 }
 
 // The one type of the name's plain value and vector elements; none when nothing fixes it.
@@ -110,7 +113,7 @@ void Transaction::set(std::string_view name, uint32_t index, Value value) {
 
 std::vector<uint32_t> Transaction::elementsOf(std::string_view name) const {
     std::vector<uint32_t> indices;
-    if (isMember(name))
+    if (isMember(name) || !hasElements(name))
         return indices;
     if (const Elements* committed = base_.elements(name); committed != nullptr) {
         for (const auto& [index, cell] : committed->cells) {
@@ -203,6 +206,7 @@ Result Transaction::removeOwned(std::string_view name, uint32_t owner) {
     if (instances_.isStructure(name)) {
         for (const uint32_t key : instances_.keysOf(name, owner))
             removeInstance(name, key);
+        instances_.noteRemoved(name, owner);
     } else if (isMember(name)) {
         return {"a member cannot be removed, only its instance"};
     } else if (owner == 0) {

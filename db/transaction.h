@@ -41,6 +41,7 @@ private:
     bool isMember(std::string_view name) const;
     std::string_view memberOf(std::string_view name, uint32_t key) const;
     const Elements* committedVector(std::string_view name) const;
+    bool hasElements(std::string_view name) const;
     bool isKnown(std::string_view name, uint32_t index) const;
     ostrelValueType knownType(std::string_view name) const;
     Result checkNewElement(std::string_view name) const;
