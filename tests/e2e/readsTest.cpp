@@ -13,7 +13,8 @@ protected:
             "net.name String \"box\"\nnet.mtu Dword 1500\n"
             "dns.server[1] IP \"1.1.1.1\"\ndns.server[4] IP \"2.2.2.2\"\n"
             "wifi[1] instance wlan \"web\"\nwifi[2] instance wlan \"web\"\nwifi[3] instance wlan 7\n"
-            "wifi.ssid[2] String \"guest\"\n",
+            "wifi.ssid[2] String \"guest\"\nlongest String \"" +
+                std::string(4095, 'x') + "\"\ntooLong String \"" + std::string(4096, 'x') + "\"\n",
             "[wlan]\nssid String \"home\"\nchannel Byte 6\n");
         daemon.start();
         client.emplace();
@@ -46,6 +47,8 @@ TEST_F(Reads, OneMissingKeyFailsTheWholeRequest) {
               failure);
     EXPECT_TRUE(daemon.logged("[ostrelReply] OstrelClientReadValue call failed for value=<net.%s>\n"));
     EXPECT_EQ(ask(list(code::read, {question("net.mtu", 1)})), failure) << "a plain value has no elements";
+    EXPECT_EQ(ask(list(code::read, {question("longest")})).entries.size(), 1U);
+    EXPECT_EQ(ask(list(code::read, {question("tooLong")})), failure);
     EXPECT_EQ(client->number("net.mtu"), 1500U) << "the connection stays";
 }
 
