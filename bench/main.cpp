@@ -11,6 +11,7 @@
 #include "echoServer.h"
 #include "measure.h"
 #include "ostrel/client.hpp"
+#include "scale.h"
 #include "subject.h"
 #include "text/fixedPaths.h"
 
@@ -173,6 +174,7 @@ int main(int, char** argv) {
     compareCommits();
     compareSizes();
     measureWatchers(fs::path(argv[0]).parent_path() / "watching.ostr");
+    measureScale();
     measureStart();
     return 0;
 }
