@@ -27,11 +27,12 @@ using Answer = std::optional<ParametersBuilder>;
 // A key's name with the NUL that the database wants.
 class KeyName {
 public:
-    explicit KeyName(std::string_view name) { text_[name.copy(text_.data(), store::longestName)] = '\0'; }
+    // The parser has checked the length. Told of a bound, the compiler would inline a slower copy.
+    explicit KeyName(std::string_view name) { text_[name.copy(text_.data(), name.size())] = '\0'; }
     const char* text() const { return text_.data(); }
 
 private:
-    std::array<char, store::longestName + 1> text_{};
+    std::array<char, store::longestName + 1> text_;
 };
 
 Parameter numberEntry(std::string_view name, const uint32_t& number) {
@@ -61,7 +62,7 @@ bool addValue(ParametersBuilder& answer, const Parameter& entry, std::array<unsi
 
 Answer answerRead(const Entries& entries) {
     ParametersBuilder answer(messageCode::readAnswer);
-    std::array<unsigned char, valueRoom> room{};
+    std::array<unsigned char, valueRoom> room;
     bool complete = true;
     for (const Parameter& entry : entries)
         complete = addValue(answer, entry, room) && complete;
