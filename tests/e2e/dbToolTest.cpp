@@ -208,14 +208,6 @@ TEST_F(DbTool, LinksOfAnImageStayInTheImage) {
     expect(1, {"Too many levels of symbolic links"}, "--root " + root + " dump");
 }
 
-TEST_F(DbTool, TakesWhatAnEditorMakesOfTheFile) {
-    writeFile(live, "\xEF\xBB\xBF" + replaced(written.substr(0, written.size() - 1), "\n", "\r\n"));
-    EXPECT_EQ(tool("check"), (Outcome{0, "0 findings, 0 notes; 5 good transactions with 9 changes\n"}));
-    writeFile(live, replaced(readFile(live), "Dword 22", "Dword 23"));
-    expect(1, {":7: the checksum is wrong", "repair can save 2 behind it", "2 findings"}, "check");
-    expect(1, {":5: the checksum is wrong", "2 transactions"}, "repair");
-}
-
 TEST_F(DbTool, RepairSavesWhatItCanAndNamesTheRest) {
     const std::string second = "b Dword 22\nv[2] Dword 20\n";
     const std::string closing =

@@ -8,7 +8,6 @@
 
 #include "client.h"
 #include "daemon.h"
-#include "files.h"
 #include "text.h"
 #include "tool.h"
 
@@ -20,13 +19,9 @@ const std::string liveFile = "/vemra/var/ostrdb.txt";
 
 class Durability : public testing::Test {
 protected:
-    Durability() { daemon.factory("a Dword 0\nb Dword 0\ntext String \"\"\nmore String \"\"\n"); }
+    Durability() { daemon.factory("a Dword 0\nb Dword 0\n"); }
 
     bool commit(uint32_t number) { return Client().set("a", number); }
-    static std::string writing(const std::string& name, size_t size, char letter = 'x') {
-        return list(code::notify,
-                    {{.name = name, .value = text(std::string(size, letter)), .type = ostrelTypeString}});
-    }
     // Restarted, the daemon reads the same.
     void expectKept(uint32_t number) {
         EXPECT_EQ(daemon.stop(), 0);
@@ -54,30 +49,22 @@ TEST_F(Durability, ReadOnlyDiskRefusesCommitsAndServesReads) {
     EXPECT_EQ(system("umount /vemra/var"), 0);
 }
 
-// A device with a full disk still boots, and helps itself where it can.
-TEST_F(Durability, FullDiskTakesCommitsWhereMostOfItIsSuperseded) {
+// A device with a full disk still boots.
+TEST_F(Durability, FullDiskIsServedAndTakesCommitsWhenThereIsRoom) {
     fs::create_directories("/vemra/var");
     ASSERT_EQ(system("mount -t tmpfs -o size=128k,mode=755 small /vemra/var"), 0);
     daemon.start();
-    for (int i = 0; i < 12; ++i)
-        EXPECT_TRUE(Client().commit({writing("text", 4000, i % 2 == 0 ? 'x' : 'y')}));
-    EXPECT_TRUE(Client().commit({writing("text", 0)}));
-    EXPECT_GT(fs::file_size(liveFile), 48000U);
-    // Room for a copy of what is alive, but not for the next two values.
-    EXPECT_NE(system("head -c 1m /dev/zero >/vemra/var/other 2>/dev/null"), 0);
-    fs::resize_file("/vemra/var/other", fs::file_size("/vemra/var/other") - 4096);
-    EXPECT_TRUE(Client().commit({writing("text", 4000), writing("more", 4000)}));
-    EXPECT_LT(fs::file_size(liveFile), 10000U);
+    EXPECT_TRUE(commit(1) && commit(2));
     EXPECT_EQ(daemon.stop(), 0);
-    // Without room for a copy the tool says so, and the daemon serves what there is.
-    EXPECT_NE(system("head -c 1m /dev/zero >>/vemra/var/other 2>/dev/null"), 0);
+    const char* fill = "head -c 1m /dev/zero >>/vemra/var/other 2>/dev/null";
+    EXPECT_NE(system(fill), 0);
     const Outcome compacted = runTool("ostrelDbTool compact");
     EXPECT_EQ(compacted.status, 1);
     EXPECT_TRUE(matches(compacted.errors, "it takes [0-9]+ bytes, and 0 are free there")) << compacted.errors;
     fs::remove(liveFile + ".lock");
-    EXPECT_NE(system("head -c 1m /dev/zero >>/vemra/var/other 2>/dev/null"), 0);
+    EXPECT_NE(system(fill), 0);
     daemon.start();
-    EXPECT_EQ(Client().number("a"), 0U);
+    EXPECT_EQ(Client().number("a"), 2U);
     fs::remove("/vemra/var/other");
     EXPECT_TRUE(commit(5));
     expectKept(5);
@@ -85,20 +72,8 @@ TEST_F(Durability, FullDiskTakesCommitsWhereMostOfItIsSuperseded) {
     EXPECT_EQ(system("umount /vemra/var"), 0);
 }
 
-TEST_F(Durability, LiveFileMayBeALinkAndIsNeverOpenedWhenItIsNoFile) {
+TEST_F(Durability, LiveFileIsNeverOpenedWhenItIsNoFile) {
     fs::create_directories("/vemra/var");
-    fs::create_symlink("/tmp/data/settings.txt", liveFile);
-    daemon.start();
-    EXPECT_FALSE(commit(1)) << "not mounted";
-    EXPECT_FALSE(fs::exists("/tmp/data"));
-    fs::create_directories("/tmp/data");
-    EXPECT_TRUE(commit(2));
-    expectKept(2);
-    EXPECT_EQ(daemon.stop(), 0);
-    EXPECT_EQ(runTool("ostrelDbTool compact").status, 0);
-    EXPECT_TRUE(fs::is_symlink(liveFile));
-    EXPECT_TRUE(contains(readFile("/tmp/data/settings.txt"), "a Dword 2\n"));
-    EXPECT_TRUE(fs::exists(liveFile + ".lock"));
     for (const char* kind : {"mkfifo ", "mkdir "}) {
         fs::remove_all(liveFile);
         ASSERT_EQ(system((kind + liveFile).c_str()), 0);

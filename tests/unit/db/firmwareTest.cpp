@@ -235,23 +235,4 @@ TEST(Firmware, AMissingFileOfItForgetsNothing) {
     EXPECT_LT(store.live().size(), 200U);
 }
 
-// The user's instances exchange the names that the new defaults give theirs.
-TEST(Firmware, ARewriteTakesReplacedDefaultsAwayBeforeItMakesInstances) {
-    TestStore store;
-    store.templates = "[T1]\nb.c Dword 1\n[T2]\nc Dword 2\n[T3]\nx Dword 3\n[T4]\ny Dword 4\n";
-    store.defaults = "z Dword 0\n";
-    store.open();
-    EXPECT_TRUE(store.make("T4", "a.b") == 1 && store.commit() && store.make("T1", "a") == 1 &&
-                store.commit());
-    store.defaults += "a[1] instance T3 0\na.b[1] instance T2 0\n";
-    store.openOn(store.padded());
-    constexpr char keys[] = "a.b.c[1] a.b.y[1] a.x[1] a@0 a.b@0";
-    const std::string before = store.values(keys);
-    EXPECT_TRUE(store.set("z", 1) && store.commit());
-    EXPECT_LT(store.live().size(), 300U);
-    EXPECT_EQ(store.open(), "");
-    EXPECT_EQ(store.values(keys), before);
-    EXPECT_EQ(before, "1 4 none 1 1");
-}
-
 }  // namespace
