@@ -1,9 +1,11 @@
 // ostrelCtl against the real daemon: what it prints and its exit status.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <deque>
 #include <sstream>
 
 #include "client.h"
@@ -117,10 +119,13 @@ TEST(Programs, TellTheirVersionAndRefuseMissingFilesAlike) {
 TEST_F(ClientTool, LabelsStandForTheInstancesOfABatch) {
     const std::string batch =
         "wifi[$b] instance wlan \"net\"\nwifi[$a-1] instance wlan 7\n"
-        "wifi[$b].ssid String \"guest\"\nwifi.ssid[$a-1] String \"[$b]\"\nwifi[1] removed\n";
+        "wifi[$b].ssid String \"guest\"\nwifi.ssid[$a-1] String \"[$b]\"\nwifi[1] removed\n"
+        "wifi[$gone] instance wlan 7\nwifi[$gone] removed\n";
     expect({
         {"new wlan wifi web", {0, "1\n"}},
-        {"apply -", {0, "wifi[2] instance wlan \"net\"\nwifi[3] instance wlan 7\n"}, batch},
+        {"apply -",
+         {0, "wifi[2] instance wlan \"net\"\nwifi[3] instance wlan 7\nwifi[4] instance wlan 7\n"},
+         batch},
         {"set 'wifi[2].none' 5", {1, "", "wifi[2].none: no such key"}},
         {"get 'wifi[2].ssid' 'wifi.ssid[3]'",
          {0, "wifi[2].ssid String \"guest\"\nwifi[3].ssid String \"[$b]\"\n"}},
@@ -135,8 +140,8 @@ TEST_F(ClientTool, LabelsStandForTheInstancesOfABatch) {
         {"remove 'wifi[3]' 'wifi[9]'",
          {1, "", "wifi[9]: there is no such instance or element; nothing is changed\n"}},
         {"count wifi 7", {0, "1\n"}},
-        {"new wlan wifi 0", {0, "4\n"}},
-        {"get 'wifi.ssid[4]'", {0, "wifi[4].ssid String \"home\"\n"}},
+        {"new wlan wifi 0", {0, "5\n"}},
+        {"get 'wifi.ssid[5]'", {0, "wifi[5].ssid String \"home\"\n"}},
         {"remove-owner wifi 7"},
         {"count wifi 7", {0, "0\n"}},
         {"remove-owner wifi 7"},
@@ -159,6 +164,8 @@ TEST_F(ClientTool, AllBadLinesAreReportedAndNothingIsSent) {
         {"other.ssid[$new] String \"\"", "one of wifi"},
         {"wifi[$b c] removed", "letters"},
         {"wifi removed", "whose"},
+        {"wifi removed \"abcde\"", "longer than 4"},
+        {"wifi removed 1 2", "behind the owner"},
         {"wifi last 9", "counts"},
         {"[wlan]", "firmware"},
         {"@commit 1", "one transaction"},
@@ -179,7 +186,7 @@ TEST_F(ClientTool, AllBadLinesAreReportedAndNothingIsSent) {
     }
     EXPECT_TRUE(std::getline(errors, error) && error == "ostrelCtl: nothing was sent") << error;
     const std::string problems = json(ctl("apply - --json", batch).errors, "error problems");
-    EXPECT_EQ(occurrences(problems, "\"reason\": "), 14U);
+    EXPECT_EQ(occurrences(problems, "\"reason\": "), 16U);
     EXPECT_EQ(json(problems, "3 key") + json(problems, "3 line"), R"("text"5)");
     EXPECT_FALSE(contains(daemon.log(), "Start Writing")) << "nothing was sent";
 }
@@ -188,7 +195,7 @@ TEST_F(ClientTool, TrialsAndRefusalsStoreNothingAndCallNoPlugin) {
     daemon.calls();
     const std::string stored = readFile("/vemra/var/ostrdb.txt");
     const std::string good = "a Dword 5\nwifi[$x] instance wlan \"web\"\n";
-    const std::string bad = good + "\nwifi[$x].speed Byte 5\n";
+    const std::string bad = good + "\nwifi[$x].speed Byte 5\na Dword 6\n";
     const std::string why = "/tmp/input:4: wifi[$x].speed: the new instance has no such";
     const std::string made = R"({"instances":[{"structure":"wifi","label":"x","key":)";
     expect({
@@ -201,6 +208,8 @@ TEST_F(ClientTool, TrialsAndRefusalsStoreNothingAndCallNoPlugin) {
         {"remove-owner wlan web --check"},
         {"check /tmp/input", {1, "", why}, bad},
         {"apply /tmp/input", {1, "", why}, bad},
+        {"new none wifi web", {1, "", "wifi: there is no template none"}},
+        {"erase wifi", {1, "", "wifi: there is nothing to erase"}},
     });
     const std::string error = ctl("set text Byte 5 --json").errors;
     EXPECT_EQ(json(error, "error key") + json(error, "error status") + json(error, "error reason"),
@@ -270,8 +279,14 @@ TEST_F(ClientTool, TellsBusyFromNotRunning) {
     std::optional<Client> client{std::in_place};
     client->send(list(code::startWriting));
     ASSERT_TRUE(client->ask(list(code::instanciate)));
-    for (const char* arguments : {"get a", "set a 5", "shutdown"})
-        expect({{arguments + std::string(" --timeout 0.1"), {4, "", "no answer within 100 ms"}}});
+    // Connected, and in the full queue of those that want to be.
+    for (const size_t waiting : {0U, 6U}) {
+        std::deque<Client> queue;
+        while (queue.size() < waiting)
+            queue.emplace_back(SOCK_NONBLOCK);
+        for (const char* arguments : {"get a", "set a 5", "shutdown"})
+            expect({{arguments + std::string(" --timeout 0.1"), {4, "", "no answer within 100 ms"}}});
+    }
     client.emplace();
     expect({{"get a", {0, "a Dword 1\n"}}});
     daemon.script("p", "writeConf sleep 600\n");

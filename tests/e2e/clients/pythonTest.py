@@ -55,6 +55,7 @@ class Client(unittest.TestCase):
         with self.assertRaises(ostrel.Refused) as refused:
             self.session.apply(change)
         self.assertEqual(refused.exception.fault[:4], (1, 7, "host.address", host))
+        self.assertFalse(refused.exception.may_be_applied)
         self.assertEqual(self.session.count("host", "dns"), 2)
 
     def test_what_ctypes_would_cut_is_refused(self):

@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 namespace {
 
 using store::BatchLine;
-using Kind = store::Line::Kind;
 
 class Batch : public testing::Test {
 protected:
@@ -40,17 +38,10 @@ TEST_F(Batch, LabelsStandOutsideOfQuotesOnly) {
         EXPECT_TRUE(refusal(bad).starts_with("a label is")) << bad;
 }
 
-TEST_F(Batch, EachLabelIsMadeOnceAndBeforeItsUse) {
-    EXPECT_EQ(refusal("h[$a].x Byte 1"), "$a is not made before this line");
-    EXPECT_EQ(refusal("h[$a] instance t 1"), "");
-    EXPECT_EQ(refusal("h[$a] instance t 2"), "$a is made in line 2 already");
-    EXPECT_EQ(
-        refusal("\"my h\"[3] instance t 2"),
-        "the daemon chooses the primary key: write \"my h\"[$LABEL] here and in the lines of its members");
-    // Only the line before is to blame.
+TEST_F(Batch, OnlyTheLineThatMakesALabelIsToBlame) {
     EXPECT_EQ(refusal("h[$b] instance t none"), "a decimal number is missing");
     EXPECT_EQ(refusal("h[$b] removed"), "");
-    EXPECT_EQ(line_.line.kind, Kind::blank);
+    EXPECT_EQ(line_.line.kind, store::Line::Kind::blank);
 }
 
 TEST_F(Batch, AllOfAnOwnerAreRemovedByNameAlone) {
@@ -60,15 +51,6 @@ TEST_F(Batch, AllOfAnOwnerAreRemovedByNameAlone) {
     ASSERT_EQ(refusal("h[4294967295] removed"), "");
     EXPECT_EQ(line_.line.index, 4294967295U);
     EXPECT_FALSE(line_.owner);
-    const std::vector<std::pair<std::string, std::string>> bad = {
-        {"h removed", "say whose: STRUCT removed OWNER; or which: STRUCT[PKEY] removed"},
-        {"h removed \"abcde\"", "the owner is longer than 4 bytes"},
-        {"h removed 4294967296", "the number is too large"},
-        {"h removed 1 2", "unexpected text behind the owner"}};
-    for (const auto& [text, reason] : bad) {
-        EXPECT_EQ(refusal(text), reason);
-        EXPECT_EQ(line_.line.name, "h");
-    }
 }
 
 }  // namespace
