@@ -176,28 +176,19 @@ TEST_F(Plugins, ReducedModeLoadsTheEssentialOnes) {
 
 // Any user may make them, and dnsmasq would be silent for long.
 TEST_F(Plugins, DnsmasqIsGivenNoMoreHostsOfOneNameThanItCanServe) {
-    daemon.factory("lan.domain String \"lan\"\n", "[host]\nname String \"\"\naddress IP \"\"\n");
+    daemon.factory("lan.domain String \"lan\"\n", "[host]\nname String \"Many\"\naddress IP \"\"\n");
     daemon.plugin("dnsmasq", "", IMAGE "/default/ostrPlugins/dnsmasq");
     start();
-    const uint32_t dns = 0x736e64;  // "dns"
-    for (const uint32_t count : {64U, 65U}) {
-        const std::vector<Entry> hosts(count == 64 ? 64 : 1,
-                                       {.name = "host", .owner = dns, .tpltName = "host"});
-        client->send(list(code::startWriting));
-        ASSERT_TRUE(client->ask(list(code::instanciate, hosts)));
-        std::vector<Entry> values;
-        for (uint32_t key = count - static_cast<uint32_t>(hosts.size()) + 1; key <= count; ++key) {
-            values.push_back({"host.name", text("Many"), ostrelTypeString, key});
-            values.push_back({"host.address", text("10.0.0." + std::to_string(key)), ostrelTypeIP, key});
-        }
-        client->send(
-            list(code::notify, {values.begin(), values.begin() + static_cast<ptrdiff_t>(values.size() / 2)}));
-        client->send(
-            list(code::notify, {values.begin() + static_cast<ptrdiff_t>(values.size() / 2), values.end()}));
-        client->send(list(code::commit));
-        ASSERT_TRUE(client->ask(list(code::read)));
+    std::string hosts;
+    for (int i = 1; i <= 65; ++i) {
+        hosts += "host[$n] instance host \"dns\"\nhost[$n].address IP \"10.0.0.n\"\n";
+        hosts = replaced(hosts, "n\\b", std::to_string(i));
+        if (i < 64)
+            continue;
+        EXPECT_EQ(runTool("ostrelCtl apply -", hosts).status, 0);
         EXPECT_EQ(contains(daemon.log(), "error: host.name[65]: more than 64 hosts have this name\n"),
-                  count == 65);
+                  i == 65);
+        hosts.clear();
     }
     EXPECT_FALSE(contains(readFile("/vemra/var/dnsmasq.conf"), "10.0.0.65"));
     EXPECT_TRUE(contains(readFile("/vemra/var/dnsmasq.conf"), "10.0.0.64"));

@@ -188,14 +188,4 @@ TEST_F(Sequence, IsServedBehindAnAnswerThatIsTakenInPart) {
     EXPECT_TRUE(eventually([&] { return daemon.usage().descriptors == descriptors - 1; }));
 }
 
-TEST_F(Sequence, UnknownKeysCanBeCreatedWhenAllowed) {
-    EXPECT_EQ(daemon.stop(), 0);
-    daemon.start("--key-create-allowed");
-    EXPECT_TRUE(Client().commit({list(code::notify, {dword("new.key", 5), dword("new.vector", 6, 2)})}));
-    EXPECT_EQ(daemon.stop(), 0);
-    daemon.start();
-    EXPECT_EQ(number("new.key"), 5U);
-    EXPECT_EQ(number("new.vector", 2), 6U);
-}
-
 }  // namespace

@@ -115,16 +115,12 @@ protected:
         const Daemon::Usage usage = daemon.usage();
         const auto slowest = std::max(good[0].slowest(), good[1].slowest());
         EXPECT_LT(slowest, 3 * 5s + 3s);
-        const double passed = Seconds(Clock::now() - std::exchange(reported, Clock::now())).count();
-        auto rate = [passed](uint64_t now, uint64_t& before) {
-            return static_cast<double>(now - std::exchange(before, now)) / passed;
-        };
+        reported = Clock::now();
         std::cout << std::fixed << std::setprecision(0) << std::setw(6)
-                  << Seconds(Clock::now() - begun).count() << " s  lives " << lives << "  commits/s "
-                  << rate(commits(), reportedCommits) << "  hostile/s " << rate(sessions, reportedSessions)
-                  << "  slowest ms " << Seconds(slowest).count() * 1000 << "  memory KiB "
-                  << usage.memory / 1024 << "  descriptors " << usage.descriptors << "  rewrites " << rewrites
-                  << std::endl;
+                  << Seconds(Clock::now() - begun).count() << " s  lives " << lives << "  commits "
+                  << commits() << "  hostile " << sessions << "  slowest ms "
+                  << Seconds(slowest).count() * 1000 << "  memory KiB " << usage.memory / 1024
+                  << "  descriptors " << usage.descriptors << "  rewrites " << rewrites << std::endl;
     }
 
     const unsigned int seed = std::random_device{}();
@@ -137,8 +133,6 @@ protected:
     const Clock::time_point begun = Clock::now();
     Clock::time_point stalled = begun;
     Clock::time_point reported = begun;
-    uint64_t reportedCommits = 0;
-    uint64_t reportedSessions = 0;
     std::atomic<uint64_t> sessions = 0;
     GoodClient good[2] = {GoodClient(0, true), GoodClient(1, true)};
     std::jthread hostileClients{[this](const std::stop_token& stop) {
