@@ -39,16 +39,10 @@ void count(Elements& elements, const Cell& old, const Cell& cell) {
 const Cells::Node* Cells::node(std::string_view name) const {
     if (lastFound_ != nullptr && lastFound_->first == name)
         return lastFound_;
-    const auto found = entries_.find(name);
-    if (found == entries_.end())
-        return nullptr;
-    lastFound_ = &*found;
-    return lastFound_;
-}
-
-Cells::Node& Cells::makeNode(std::string_view name) {
-    const auto found = entries_.find(name);
-    return found != entries_.end() ? *found : *entries_.emplace(name, Entry()).first;
+    const Node* found = entries_.find(name);
+    if (found != nullptr)
+        lastFound_ = found;
+    return found;
 }
 
 const Entry* Cells::entry(std::string_view name) const {
@@ -77,7 +71,7 @@ const Value* Cells::find(std::string_view name, uint32_t index) const {
 }
 
 void Cells::set(std::string_view name, uint32_t index, Cell cell, const Structure* structure) {
-    Node& node = makeNode(name);
+    Node& node = entries_.make(name);
     Entry& entry = node.second;
     if (index != 0 && !entry.elements) {
         entry.elements = std::make_unique<Elements>();
@@ -125,7 +119,7 @@ void Cells::dropIfBlank(Node& node) {
         changed_.pop_back();
     }
     lastFound_ = nullptr;
-    entries_.erase(entries_.find(node.first));
+    entries_.erase(node);
 }
 
 void Cells::dropVector(std::string_view name) {
@@ -143,8 +137,7 @@ std::optional<Cell> Cells::takeKept(std::string_view name, uint32_t index) {
 std::vector<const Cells::Node*> Cells::sorted() const {
     std::vector<const Node*> nodes;
     nodes.reserve(entries_.size());
-    for (const Node& node : entries_)
-        nodes.push_back(&node);
+    entries_.forEach([&](const Node& node) { nodes.push_back(&node); });
     std::ranges::sort(nodes, {}, [](const Node* node) -> std::string_view { return node->first; });
     return nodes;
 }

@@ -10,17 +10,17 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "db/changeTotals.h"
+#include "db/nameHash.h"
+#include "db/nameIndex.h"
 #include "db/structures.h"
 #include "text/rows.h"
 #include "text/values.h"
@@ -56,15 +56,13 @@ struct Entry {
 };
 
 class Cells {
-    // The hash may throw as far as its type tells: then the map keeps each hash, which long chains need.
     struct Hash {
-        using is_transparent = void;
-        size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+        uint32_t operator()(std::string_view name) const { return hashOfName(name); }
     };
-    using Entries = std::unordered_map<std::string, Entry, Hash, std::equal_to<>>;
+    using Entries = NameIndex<Entry, Hash>;
 
 public:
-    using Node = Entries::value_type;
+    using Node = Entries::Node;
 
     Cells() = default;
     ~Cells() = default;
@@ -94,7 +92,6 @@ public:
 
 private:
     const Node* node(std::string_view name) const;
-    Node& makeNode(std::string_view name);
     void replace(Node& node, uint32_t index, Cell& place, Cell cell);
     void keepDefault(const Node& node, uint32_t index, const Cell& old, const Cell& cell);
     void dropIfBlank(Node& node);
