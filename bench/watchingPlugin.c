@@ -1,4 +1,5 @@
-/* A plug-in that watches, and waits to be triggered by, much that never changes: what a commit pays to find out. */
+/* A plug-in that watches, and waits to be triggered by, much that never changes: what a commit pays to find
+ * out. */
 #include <stdio.h>
 
 #include "ostrel/plugin.h"
