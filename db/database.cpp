@@ -179,7 +179,7 @@ bool Database::bringUpToDate() { return mayChange() && (log_.isTrusted() || rewr
 
 bool Database::append(const std::string& transaction, size_t lines) {
     LiveLog::Appended result = log_.append(transaction, lines);
-    if (result == LiveLog::Appended::noRoom && makeRoom())
+    if (result == LiveLog::Appended::noSpace && makeSpace() && log_.isTrusted())
         result = log_.append(transaction, lines);
     if (result == LiveLog::Appended::done) {
         freeWhenFull_.reset();
@@ -193,7 +193,7 @@ bool Database::append(const std::string& transaction, size_t lines) {
 
 // On a full disk, by leaving out what is superseded. What did not help is tried again when something has
 // changed.
-bool Database::makeRoom() {
+bool Database::makeSpace() {
     const std::optional<uint64_t> free = log_.freeBytes();
     if (freeWhenFull_ && free.value_or(0) <= *freeWhenFull_)
         return false;

@@ -48,7 +48,7 @@ private:
     bool mayChange();
     bool bringUpToDate();
     bool append(const std::string& transaction, size_t lines);
-    bool makeRoom();
+    bool makeSpace();
     bool rewrite();
     bool tryRewrite();
     void take(const Transaction& transaction) noexcept;
@@ -61,7 +61,7 @@ private:
     LiveLog log_;
     Model model_;
     std::string dropped_;  // lines of the live file that did not fit: the next rewrite leaves them out
-    std::optional<uint64_t> freeWhenFull_;  // bytes on the disk when a rewrite did not make room
+    std::optional<uint64_t> freeWhenFull_;  // bytes on the disk when a rewrite did not help
     std::optional<Transaction> open_;
     long handle_ = 0;  // of the open transaction, or the last one
 };

@@ -21,11 +21,25 @@ auto retried(Call call) {
     return result;
 }
 
+// write: of all bytes but those that are done.
+template <class Write>
+bool writeEach(std::string_view bytes, Write write) {
+    for (size_t done = 0; done < bytes.size();) {
+        const ssize_t taken = retried([&] { return write(done); });
+        if (taken <= 0) {
+            errno = taken == 0 ? ENOSPC : errno;
+            return false;
+        }
+        done += static_cast<size_t>(taken);
+    }
+    return true;
+}
+
 }  // namespace
 
-const FileCalls systemFiles = {openFile,    ::close, ::read,   ::write,  ::fdatasync, ::fsync,
-                               ::ftruncate, ::fstat, ::fchown, ::fchmod, ::stat,      ::statvfs,
-                               ::readlink,  ::flock, ::rename, ::link,   ::unlink,    ::mkdir};
+const FileCalls systemFiles = {openFile,    ::close,  ::read,   ::write,  ::pwrite, ::fdatasync, ::fsync,
+                               ::ftruncate, ::fstat,  ::fchown, ::fchmod, ::stat,   ::statvfs,   ::readlink,
+                               ::flock,     ::rename, ::link,   ::unlink, ::mkdir};
 
 File::File(File&& other) noexcept : calls_(other.calls_), fd_(std::exchange(other.fd_, -1)) {}
 
@@ -63,15 +77,14 @@ bool File::readAll(std::string& text) {
 }
 
 bool File::writeAll(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t taken = retried([&] { return calls_->write(fd_, bytes.data(), bytes.size()); });
-        if (taken <= 0) {
-            errno = taken == 0 ? ENOSPC : errno;
-            return false;
-        }
-        bytes.remove_prefix(static_cast<size_t>(taken));
-    }
-    return true;
+    return writeEach(
+        bytes, [&](size_t done) { return calls_->write(fd_, bytes.data() + done, bytes.size() - done); });
+}
+
+bool File::writeAllAt(std::string_view bytes, size_t at) {
+    return writeEach(bytes, [&](size_t done) {
+        return calls_->pwrite(fd_, bytes.data() + done, bytes.size() - done, static_cast<off_t>(at + done));
+    });
 }
 
 bool File::syncData() {

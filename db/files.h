@@ -18,6 +18,7 @@ struct FileCalls {
     int (*close)(int fd);
     ssize_t (*read)(int fd, void* buffer, size_t room);
     ssize_t (*write)(int fd, const void* bytes, size_t size);
+    ssize_t (*pwrite)(int fd, const void* bytes, size_t size, off_t at);
     int (*fdatasync)(int fd);
     int (*fsync)(int fd);
     int (*ftruncate)(int fd, off_t size);
@@ -55,6 +56,8 @@ public:
     bool readAll(std::string& text);
     // One write() unless the system takes less; what a failure leaves behind is the caller's to cut.
     bool writeAll(std::string_view bytes);
+    // The same at a place, of a file that is not open with O_APPEND.
+    bool writeAllAt(std::string_view bytes, size_t at);
     bool syncData();
     bool sync();
     bool truncate(off_t size);

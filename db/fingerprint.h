@@ -20,6 +20,9 @@ public:
         size_ += bytes.size();
     }
 
+    // Bytes that were added.
+    size_t size() const { return size_; }
+
     bool operator==(const Fingerprint&) const = default;
 
 private:

@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
 #include "db/links.h"
 #include "db/log.h"
+#include "db/room.h"
 
 namespace store {
 namespace {
@@ -20,6 +22,11 @@ bool isLinkUnsupported(int error) {
 }
 
 bool isOutOfSpace(int error) { return error == ENOSPC || error == EDQUOT; }
+
+// On a full disk there is none, which is no failure.
+bool writeRoom(File& file, size_t at, const std::string& room) {
+    return file.writeAllAt(room, at) || (isOutOfSpace(errno) && file.truncate(static_cast<off_t>(at)));
+}
 
 bool isSameFile(const struct stat& left, const struct stat& right) {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
@@ -65,7 +72,7 @@ std::string LiveLog::read() {
         close(kindOf(status.st_mode));
         return text;
     }
-    if (!file_.open(target_, O_RDWR | O_APPEND | O_NONBLOCK)) {
+    if (!file_.open(target_, O_RDWR | O_NONBLOCK)) {
         mustRewrite_ = true;
         if (errno == ENOENT)
             return text;
@@ -77,21 +84,29 @@ std::string LiveLog::read() {
         return text;
     }
     status_ = status;
-    left_ = Fingerprint(text);
     return text;
 }
 
 void LiveLog::recover(const LogScan& scan, std::string_view text) {
+    const std::string_view good = text.substr(0, scan.goodBytes);
+    const std::string_view rest = text.substr(scan.goodBytes);
+    const bool isWhole = scan.end == LogScan::End::whole;
     size_ = scan.goodBytes;
+    end_ = text.size();
+    fillable_ = isWhole ? fillable(rest) : 0;
     lines_ = scan.goodLines;
     number_ = scan.lastNumber;
     lacksNewline_ = scan.lacksNewline;
+    good_ = Fingerprint(good);
+    left_ = good_;
+    if (!isWhole)
+        left_.add(rest);
     if (isClosed_)
         return;
-    if (scan.end == LogScan::End::torn) {
+    if (scan.isCut()) {
         STORE_ERROR("%s:%zu: an unfinished transaction is cut off", path_.c_str(), scan.badLine);
         mustCut_ = true;
-        good_ = Fingerprint(text.substr(0, size_));
+        tail_ = scan.end == LogScan::End::doubtful ? rest : "";
     }
     if (scan.end == LogScan::End::damaged) {
         STORE_ERROR("%s:%zu: damaged; the database goes on with the %zu transactions before this line",
@@ -109,9 +124,16 @@ void LiveLog::settle() {
     // The start that made them may have ended before it could.
     isAttached_ = syncDirectories(calls_, directoryOf(target_));
     mustRewrite_ = mustRewrite_ || !isAttached_;
-    if (std::exchange(mustCut_, false)) {
+    if (!std::exchange(mustCut_, false))
+        return;
+    const bool isKept = tail_.empty() || keepTail();
+    tail_.clear();
+    if (isKept) {
         left_ = good_;
         cutTail();
+    } else {
+        mustRewrite_ = true;
+        mustKeep_ = true;
     }
 }
 
@@ -127,10 +149,16 @@ bool LiveLog::isAsLeft() {
         STORE_ERROR("cannot read %s: %s", path_.c_str(), std::strerror(errno));
         return false;
     }
-    return (status_ && Fingerprint(text) == left_) || close("it has changed since it was read");
+    const bool isSame = status_ && text.size() == end_ &&
+                        Fingerprint(std::string_view(text).substr(0, left_.size())) == left_ &&
+                        isRoom(std::string_view(text).substr(left_.size()));
+    return isSame || close("it has changed since it was read");
 }
 
+// The room goes, too.
 void LiveLog::cutTail() {
+    end_ = size_;
+    fillable_ = 0;
     if (!file_.truncate(static_cast<off_t>(size_)) || !file_.syncData()) {
         STORE_ERROR("cannot cut %s back: %s", path_.c_str(), std::strerror(errno));
         mustRewrite_ = true;
@@ -147,7 +175,7 @@ bool LiveLog::isTrusted() {
         return close("it was not there at the start");
     if (mustRewrite_)
         return false;
-    if (isThere && isSameFile(found, *status_) && static_cast<size_t>(found.st_size) == size_) {
+    if (isThere && isSameFile(found, *status_) && static_cast<size_t>(found.st_size) == end_) {
         status_ = found;
         return true;
     }
@@ -165,20 +193,36 @@ LiveLog::Appended LiveLog::append(const std::string& transaction, size_t lines) 
     closeTransaction(text, number_ + 1, std::time(nullptr));
     if (lacksNewline_)
         text.insert(0, 1, '\n');
-    const bool isWritten = file_.writeAll(text);
+    Appended result = write(text, roomBehind(text.size()));
+    if (result == Appended::noSpace && isTrusted())
+        result = write(text, 0);
+    if (result != Appended::done)
+        return result;
+    lacksNewline_ = false;
+    left_.add(text);
+    lines_ += lines;
+    ++number_;
+    return result;
+}
+
+// room: bytes of the one that is to stand behind the transaction if that covers the present one.
+LiveLog::Appended LiveLog::write(const std::string& transaction, size_t room) {
+    const bool isCovered = transaction.size() >= fillable_;
+    const std::string text = transaction + (isCovered ? makeRoom(room) : "#");
+    const bool isWritten = file_.writeAllAt(text, size_);
     if (!isWritten || !file_.syncData()) {
         const bool isFull = isOutOfSpace(errno);
-        STORE_ERROR("cannot %s %s: %s", isWritten ? "sync" : "write", path_.c_str(), std::strerror(errno));
+        if (isWritten || !isFull || room == 0)
+            STORE_ERROR("cannot %s %s: %s", isWritten ? "sync" : "write", path_.c_str(),
+                        std::strerror(errno));
         // The system may have dropped what it could not sync, and report it only once.
         mustRewrite_ = mustRewrite_ || isWritten;
         cutTail();
-        return isFull ? Appended::noRoom : Appended::failed;
+        return isFull ? Appended::noSpace : Appended::failed;
     }
-    lacksNewline_ = false;
-    left_.add(text);
-    size_ += text.size();
-    lines_ += lines;
-    ++number_;
+    end_ = std::max(end_, size_ + text.size());
+    size_ += transaction.size();
+    fillable_ = isCovered ? room - std::min(room, size_t{1}) : fillable_ - transaction.size();
     return Appended::done;
 }
 
@@ -198,12 +242,15 @@ bool LiveLog::rewrite(std::string transaction, size_t lines) {
     const std::string directory = directoryOf(target_);
     File fresh(calls_);
     struct stat status {};
-    if (!replace(fresh, target_, transaction, status))
+    const std::string room = makeRoom(roomBehind(0));
+    if (!replace(fresh, target_, transaction, room, status))
         return false;
     file_ = std::move(fresh);
     status_ = status;
     left_ = Fingerprint(transaction);
     size_ = transaction.size();
+    end_ = static_cast<size_t>(status.st_size);
+    fillable_ = end_ > size_ ? fillable(room) : 0;
     lines_ = lines;
     ++number_;
     lacksNewline_ = false;
@@ -222,13 +269,14 @@ bool LiveLog::rewrite(std::string transaction, size_t lines) {
 
 // Puts a complete, synced file with the live file's owner and mode at the path, which then is not durable
 // yet.
-bool LiveLog::replace(File& file, const std::string& path, const std::string& text, struct stat& status) {
+bool LiveLog::replace(File& file, const std::string& path, const std::string& text, const std::string& room,
+                      struct stat& status) {
     const std::string fresh = target_ + ".new";
     calls_.unlink(fresh.c_str());
     const mode_t mode = status_ ? 0600 : 0644;
-    if (file.open(fresh, O_RDWR | O_APPEND | O_CREAT | O_EXCL, mode) &&
-        (!status_ || file.becomeLike(*status_)) && file.writeAll(text) && file.sync() &&
-        file.status(status) && calls_.rename(fresh.c_str(), path.c_str()) == 0)
+    if (file.open(fresh, O_RDWR | O_CREAT | O_EXCL, mode) && (!status_ || file.becomeLike(*status_)) &&
+        file.writeAll(text) && writeRoom(file, text.size(), room) && file.sync() && file.status(status) &&
+        calls_.rename(fresh.c_str(), path.c_str()) == 0)
         return true;
     const int error = errno;
     STORE_ERROR("cannot write %s: %s", fresh.c_str(), std::strerror(error));
@@ -246,7 +294,7 @@ bool LiveLog::keepLines(const std::string& lines) {
     if (calls_.stat(kept.c_str(), &status) == 0)
         return true;
     File file(calls_);
-    if (!replace(file, kept, lines, status))
+    if (!replace(file, kept, lines, {}, status))
         return false;
     if (!syncDirectory(calls_, directoryOf(kept))) {
         STORE_ERROR("cannot sync the directory of %s: %s", kept.c_str(), std::strerror(errno));
@@ -254,6 +302,21 @@ bool LiveLog::keepLines(const std::string& lines) {
         return false;
     }
     STORE_ERROR("what this firmware does not allow of %s is kept as %s", path_.c_str(), kept.c_str());
+    return true;
+}
+
+// In one file, as each power cut may leave some.
+bool LiveLog::keepTail() {
+    const std::string kept = target_ + ".torn";
+    File file(calls_);
+    struct stat status {};
+    if (!replace(file, kept, tail_, {}, status))
+        return false;
+    if (!syncDirectory(calls_, directoryOf(kept))) {
+        STORE_ERROR("cannot sync the directory of %s: %s", kept.c_str(), std::strerror(errno));
+        return false;
+    }
+    STORE_ERROR("what is cut off may be a damaged transaction; it is kept as %s", kept.c_str());
     return true;
 }
 

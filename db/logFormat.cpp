@@ -5,6 +5,7 @@
 #include <charconv>
 #include <optional>
 
+#include "db/room.h"
 #include "text/characters.h"
 #include "text/grammar.h"
 #include "text/writing.h"
@@ -124,6 +125,15 @@ size_t lineBreakSize(std::string_view text) {
     return text.starts_with("\r\n") ? 2 : text.starts_with('\n') || text == "\r" ? 1 : 0;
 }
 
+// Where what follows a closing line begins, of which the checksum ends at the place. Blanks behind that are
+// not the line's: where a room follows, the line break is what a power cut kept from being written over them.
+size_t behindClosing(std::string_view text, size_t at) {
+    const std::string_view rest = text.substr(at);
+    const size_t blanks = std::min(rest.find_first_not_of(' '), rest.size());
+    const size_t lineBreak = lineBreakSize(rest.substr(blanks));
+    return blanks > 0 && (lineBreak == 0 || isRoom(rest)) ? at : at + blanks + lineBreak;
+}
+
 std::optional<Closing> parseClosing(std::string_view line) {
     const std::optional<Closing> closing = takeClosing(line);
     return closing && closing->crc.end() == line.end() ? closing : std::nullopt;
@@ -144,11 +154,20 @@ bool isGood(std::string_view transaction, uint64_t lastNumber) {
             isGoodAsItStands(withoutReturns(transaction), lastNumber));
 }
 
-// An append that a crash cut short leaves whole lines of changes and perhaps a piece of one more. Anything
-// else was once more than that: a line that begins like a closing one or is no change at all, or a whole
-// closing line with something before it or behind it.
-bool isTorn(std::string_view rest) {
+// Without what stood, or was reserved, where the rest of a write would have come.
+std::string_view withoutBlanks(std::string_view text) {
+    constexpr std::string_view unwritten(" \0", 2);
+    const std::string_view line = text.ends_with('\n') ? text.substr(0, text.size() - 1) : text;
+    const size_t end = line.find_last_not_of(unwritten) + 1;
+    return end < line.size() ? line.substr(0, end) : text;
+}
+
+// Is this what is left of a write that was cut short? Whole lines of changes, and perhaps a piece of one
+// more. Anything else may once have been more than that: a line that begins like a closing one or is no
+// change at all, or a whole closing line with something before it or behind it.
+bool isBeginning(std::string_view rest) {
     Line change;
+    rest = withoutBlanks(rest);
     for (size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
         const std::string_view line = withoutReturn(rest.substr(0, end));
         const size_t at = line.find(opening);
@@ -185,8 +204,19 @@ LogPiece closePiece(std::string_view text, size_t begin, size_t at) {
     }
     if (!isGood)
         return {begin, at, lineEnd, 0, {"the checksum is wrong"}};
-    const size_t end = endOf(text, *closing);
-    return {first, at, end + lineBreakSize(text.substr(end)), closing->number, {}};
+    return {first, at, behindClosing(text, endOf(text, *closing)), closing->number, {}};
+}
+
+// A disk writes the sectors of one write in any order, and none of the next one before it was told that the
+// first is done. So a transaction that is whole vouches for all before it: what is bad there was good once.
+LogScan::End endWith(std::string_view rest) {
+    if (isRoom(rest))
+        return LogScan::End::whole;
+    const bool isFollowed =
+        std::ranges::any_of(splitLog(rest), [](const LogPiece& piece) { return piece.number != 0; });
+    if (isFollowed)
+        return LogScan::End::damaged;
+    return isBeginning(rest) ? LogScan::End::torn : LogScan::End::doubtful;
 }
 
 }  // namespace
@@ -229,23 +259,26 @@ LogScan scanLog(std::string_view text) {
         if (!closing)
             break;
         at = endOf(text, *closing);
-        if (!isGood(text.substr(scan.goodBytes, at - scan.goodBytes), scan.lastNumber))
+        const std::string_view transaction = text.substr(scan.goodBytes, at - scan.goodBytes);
+        // A room that a hand left in the middle is read over.
+        if (!isGood(transaction, scan.lastNumber) &&
+            !isGood(transaction.substr(leadingRoom(transaction)), scan.lastNumber))
             break;
-        at += lineBreakSize(text.substr(at));
+        at = behindClosing(text, at);
         scan.lastNumber = closing->number;
         scan.goodBytes = at;
         scan.goodLines += lines;
         ++scan.transactions;
         lines = 0;
-        // A lost line break, of an editor or of an append that a power cut took back, costs nothing. What is
+        // A lost line break, of an editor or of a write that a power cut took back, costs nothing. What is
         // no closing line's end begins no transaction, though.
         scan.lacksNewline = text[at - 1] != '\n';
         if (scan.lacksNewline)
             break;
     }
-    scan.badLine = scan.goodLines + scan.transactions + (scan.lacksNewline ? 0 : 1);
-    if (scan.goodBytes < text.size())
-        scan.end = isTorn(text.substr(scan.goodBytes)) ? LogScan::End::torn : LogScan::End::damaged;
+    scan.end = endWith(text.substr(scan.goodBytes));
+    if (scan.end != LogScan::End::whole)
+        scan.badLine = 1 + static_cast<size_t>(std::ranges::count(text.substr(0, scan.goodBytes), '\n'));
     return scan;
 }
 
@@ -259,13 +292,17 @@ std::vector<LogPiece> splitLog(std::string_view text) {
             ++at;
             continue;
         }
-        const LogPiece piece = closePiece(text, begin, at);
-        if (piece.begin > begin)
+        LogPiece piece = closePiece(text, begin, at);
+        if (isRoom(text.substr(begin, piece.begin - begin)))
+            piece.begin = begin;
+        else
             pieces.push_back({begin, piece.begin, piece.begin, 0, unclosed});
         pieces.push_back(piece);
         begin = at = piece.end;
     }
-    if (begin < text.size())
+    if (begin < text.size() && !pieces.empty() && isRoom(text.substr(begin)))
+        pieces.back().end = text.size();
+    else if (begin < text.size())
         pieces.push_back({begin, text.size(), text.size(), 0, unclosed});
     return pieces;
 }

@@ -1,8 +1,8 @@
 // The live file as a log of transactions: each is its lines and a closing line that vouches for them,
 //   @commit NUMBER TIME BYTES CRC
 // Editors put a byte order mark in front of a file, carriage returns before its line breaks, or no line break
-// at its end. That costs no transaction: what is counted and checked is the text without. Pure functions on
-// text.
+// at its end. That costs no transaction: what is counted and checked is the text without. Behind the last
+// transaction there may be a room (db/room.h). Pure functions on text.
 #pragma once
 
 #include <cstddef>
@@ -25,17 +25,19 @@ void closeTransaction(std::string& lines, uint64_t number, time_t now);
 
 struct LogScan {
     enum class End {
-        whole,   // every byte belongs to a good transaction
-        torn,    // the rest is what a crash leaves of an append
-        damaged  // the rest was once more than that
+        whole,     // every byte belongs to a good transaction or to a room
+        torn,      // the rest is what a crash leaves of a write
+        doubtful,  // that, or the last transaction, damaged
+        damaged    // the rest was once more than that: behind it is a transaction that is whole
     };
+    bool isCut() const { return end == End::torn || end == End::doubtful; }  // the rest does not count
 
     End end = End::whole;
     size_t goodBytes = 0;       // of the good transactions at the front
-    size_t goodLines = 0;       // in them, without closing lines
+    size_t goodLines = 0;       // up to there, without closing lines
     size_t transactions = 0;    // of them
     uint64_t lastNumber = 0;    // of the last of them; 0: there is none
-    size_t badLine = 0;         // the line, from 1, that the rest starts with
+    size_t badLine = 0;         // the line, from 1, that the rest starts with; 0: the log is whole
     bool lacksNewline = false;  // the last of them has no line break behind it
 };
 
@@ -45,13 +47,14 @@ LogScan scanLog(std::string_view text);
 struct LogPiece {
     size_t begin = 0;
     size_t closing = 0;   // where the closing line begins; end when there is none
-    size_t end = 0;       // behind the closing line
+    size_t end = 0;       // behind the closing line, and the room that ends the log
     uint64_t number = 0;  // of the transaction; 0: no closing line vouches for the piece
     Result fault;         // why not
 };
 
 // All of the text, in order. A closing line vouches for as many bytes before it as it counts, wherever they
-// begin, so that damage to one transaction costs no other. Numbers may repeat or be missing.
+// begin, so that damage to one transaction costs no other. Numbers may repeat or be missing. A room belongs
+// to the piece behind it.
 std::vector<LogPiece> splitLog(std::string_view text);
 
 }  // namespace store

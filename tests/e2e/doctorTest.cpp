@@ -160,10 +160,11 @@ TEST_F(Doctor, NamesServicesThatDoNotFollow) {
 
 TEST_F(Doctor, ChecksFilesAndDisks) {
     daemon.factory("a Dword 1\nb Word 2\n");
-    writeFile("/vemra/var/ostrdb.txt", "a Dword 3\n@commit 3 x\n@commit 4 x\n");
-    writeFile("/vemra/var/ostrdb.txt.damaged-1", "");
+    writeFile("/vemra/var/ostrdb.txt", "a Dword 3\n@commit 3 x\n@commit 4 2026-01-01T00:00:00Z 0 196179f3\n");
+    for (const char* kept : {"damaged-1", "torn"})
+        writeFile(std::string("/vemra/var/ostrdb.txt.") + kept, "");
     expect(1, {"WARN  database .*ostrDbDflt.txt:2: ", "BAD   database        /vemra/var/ostrdb.txt:",
-               "WARN  damaged file .*ostrdb.txt.damaged-1"});
+               "WARN  damaged file .*ostrdb.txt.damaged-1", "WARN  torn transaction .*ostrdb.txt.torn"});
     ASSERT_EQ(mount("small", "/vemra/var", "tmpfs", 0, "size=128k"), 0);
     writeFile("/vemra/var/filler", std::string(100000, 'x'));
     expect(1, {"BAD   space           /vemra/var: 28 KiB free"});

@@ -162,7 +162,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     store.mayCreate = true;
     run(store, contentsOf(store), operations);
     const Contents created = contentsOf(store);
-    const std::string damaged = store.live() + "@\n";
+    const std::string damaged = TestStore::damaged(store.live());
     store.disk.write(liveFile, damaged);
     run(store, created, "");
     const std::string kept = liveFile + std::string(".damaged-");

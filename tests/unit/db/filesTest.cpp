@@ -114,7 +114,7 @@ TEST(SystemFiles, AreReadableByAllAndOneProcessHasThem) {
     std::ofstream(paths.defaults) << "a Byte 7\n";
     unsigned char byte = 7;
     int start = 0;
-    for (const char* added : {"", "a Byte 9\nb", "@commit 7\n"}) {
+    for (const std::string& added : {std::string(), std::string("a Byte 9\nb"), TestStore::damaged("")}) {
         std::ofstream(live, std::ios::app) << added;
         const std::string log = outputOf([&] {
             store::Database db(nullptr, paths);
@@ -122,8 +122,11 @@ TEST(SystemFiles, AreReadableByAllAndOneProcessHasThem) {
             unsigned char found = 0;
             EXPECT_EQ(db.dataRead(0, "a", ostrelTypeByte, &size, &found, 0), 0);
             EXPECT_EQ(found, byte++);
-            EXPECT_EQ(db.createElement(db.dataStartWriteTransaction(), "a", 1, &byte, ostrelTypeByte), 0);
-            EXPECT_EQ(db.dataCommit(1), 0);
+            for (const unsigned char written : {found, byte, found, byte}) {
+                const long handle = db.dataStartWriteTransaction();
+                EXPECT_EQ(db.createElement(handle, "a", 1, &written, ostrelTypeByte), 0);
+                EXPECT_EQ(db.dataCommit(handle), 0);
+            }
             // The daemon waits for a while, and a child that it forked does not have its lock.
             if (start == 0) {
                 EXPECT_EXIT(store::Database(nullptr, paths), testing::ExitedWithCode(255), "");

@@ -1,6 +1,7 @@
 // The live file: what a transaction and a rewrite put into it, and what becomes of it after damage.
 #include <cerrno>
 
+#include "db/room.h"
 #include "testStore.h"
 
 namespace {
@@ -35,17 +36,18 @@ TEST_F(LiveLog, ADamagedFileIsKeptAndTheTransactionsBeforeTheDamageCount) {
             EXPECT_TRUE(left.read(liveFile) == damaged || left.read(kept) == damaged);
         });
     };
-    // The last transaction was acknowledged, too: only what an append can leave counts as torn. What stands
-    // behind a closing line, in place of its line break, costs that transaction nothing.
+    // What stands behind a closing line, in place of its line break, costs that transaction nothing. The last
+    // transaction may have been acknowledged, or left by a power cut: nobody can tell.
     for (size_t at = begin; at < whole.size() - 1; ++at) {
-        damaged = whole;
+        const bool isLast = at >= end;
+        damaged = whole + (at % 3 == 0 ? store::makeRoom(600) : "");
         damaged[at] = static_cast<char>(damaged[at] ^ 1);
-        kept = liveFile + (".damaged-" + std::to_string(at - begin + 1));
+        kept = liveFile + (isLast ? ".torn" : ".damaged-" + std::to_string(at - begin + 1));
         disk.hasLinks = at % 2 != 0;  // else it is copied
         disk.beforeForce = at < begin + 2 ? std::function<void()>(expectNoneLost) : nullptr;
         const std::string log = openOn(damaged);
-        ASSERT_TRUE(contains(log, std::string(liveFile) + " is kept as " + kept + '\n')) << log;
-        ASSERT_EQ(disk.read(kept), damaged);
+        ASSERT_TRUE(contains(log, " is kept as " + kept + '\n')) << log;
+        ASSERT_EQ(disk.read(kept), isLast ? damaged.substr(end) : damaged);
         for (int restart = 0; restart < 2; ++restart) {
             ASSERT_EQ(values("a b"), at < end - 1 ? "1 1" : "2 2") << at;
             ASSERT_EQ(open(), "");
@@ -97,6 +99,41 @@ TEST_F(LiveLog, ACommitForcesOneWriteAndRepeatsInterruptedCalls) {
     disk.faults = {};
     commitPair(1);
     EXPECT_EQ(disk.faults.forced, 1);
+}
+
+TEST_F(LiveLog, ACommitGoesIntoTheRoomAndTheOneThatPassesItsEndMakesTheNext) {
+    const auto room = [this] { return disk.read(liveFile).size() - live().size(); };
+    int changes = 0;  // of the file's size
+    for (uint32_t number = 1; number <= 200; ++number) {
+        const size_t size = disk.read(liveFile).size();
+        commitPair(number);
+        changes += disk.read(liveFile).size() == size ? 0 : 1;
+        ASSERT_TRUE(!contains(live(), "#") && room() > 0) << "one room, at the end";
+    }
+    EXPECT_LE(changes, 5) << "of 4 KiB each";
+    defaults += "text String \"\"\n";
+    const std::string written = live();
+    EXPECT_EQ(openOn(written), "");
+    EXPECT_EQ(room(), 0U) << "a start makes none";
+    EXPECT_TRUE(put("text", 0, {std::string(8000, 'x'), ostrelTypeString}) && commit());
+    EXPECT_TRUE(room() == 65536) << "where transactions are large";
+    openOn(written);
+    disk.capacity = disk.usedBytes() + 300;
+    EXPECT_EQ(outputOf([this] { commitPair(1), commitPair(2); }), "");
+    EXPECT_EQ(room(), 0U) << "on a full disk";
+    disk.capacity = SIZE_MAX;
+    commitPair(3);
+    // What a hand wrote behind it is noticed, and kept.
+    const std::string edited = disk.read(liveFile) + "a Dword 9\n";
+    disk.change(liveFile, edited);
+    outputOf([this] { commitPair(4); });
+    EXPECT_EQ(disk.read(std::string(liveFile) + ".damaged-1"), edited);
+    // A room in the middle is read over.
+    std::string later = "a Dword 8\n";
+    store::closeTransaction(later, store::scanLog(live()).lastNumber + 1, 0);
+    EXPECT_EQ(openOn(disk.read(liveFile) + later + disk.read(liveFile).substr(live().size())), "");
+    commitPair(5);
+    EXPECT_EQ(open() + values("a b"), "5 5");
 }
 
 TEST_F(LiveLog, ALongFileIsRewrittenWhenMostOfItsLinesAreSuperseded) {

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -70,6 +71,8 @@ public:
 
         bool hasFailed() const { return first != 0 && calls >= first; }
     } faults;
+    // Of sectors, old and new: where there are more, after a power cut, a sample is tried.
+    size_t mostMixes = 256;
     bool hasLinks = true;  // hard ones
     std::map<std::string, std::string> symlinks;
     bool isLockedElsewhere = false;
@@ -151,27 +154,58 @@ private:
         return bytes;
     }
 
-    static void forEachContent(const Node& node, const std::function<void(const std::string&)>& use) {
-        constexpr size_t sector = 512;
-        use(node.forced);
-        std::string before = node.forced;
+    // A disk writes sectors whole and in any order, and a file's size apart from them; where the file was
+    // shorter, a sector that is not written yet is empty. Memory may go to the disk at any byte of a write.
+    void forEachContent(const Node& node, const std::function<void(const std::string&)>& use) const {
+        std::set<std::string> contents = {node.forced};
+        std::vector<std::string> versions = {node.forced};
         for (const Change& change : node.unforced) {
-            for (size_t size = 0; size <= change.bytes.size(); ++size)
-                use(applied(before, change, size));
-            before = applied(before, change);
-        }
-        // A later change, or a later sector of one, came first.
-        for (size_t lost = 0; lost < node.unforced.size(); ++lost) {
-            const size_t size = node.unforced[lost].bytes.size();
-            for (size_t at = 0; at == 0 || at < size; at += sector) {
-                Node rest = node;
-                Change& change = rest.unforced[lost];
-                std::fill_n(change.bytes.begin() + static_cast<ptrdiff_t>(at), std::min(sector, size - at),
-                            '\0');
-                if (change.isCut)
-                    change = {};
-                use(flushed(rest));
+            for (size_t size = 0; size < change.bytes.size(); ++size) {
+                // One place of a run of equal bytes is enough.
+                if (size == 0 || change.bytes[size] != change.bytes[size - 1])
+                    contents.insert(applied(versions.back(), change, size));
             }
+            versions.push_back(applied(versions.back(), change));
+        }
+        std::set<size_t> sizes;
+        for (const std::string& version : versions)
+            sizes.insert(version.size());
+        for (const size_t size : sizes)
+            addMixes(sectorsOf(versions, size), size, contents);
+        std::ranges::for_each(contents, use);
+    }
+
+    // Of each sector what it may hold.
+    using Sectors = std::vector<std::vector<std::string>>;
+    static Sectors sectorsOf(const std::vector<std::string>& versions, size_t size) {
+        constexpr size_t sector = 512;
+        Sectors sectors;
+        for (size_t at = 0; at < size; at += sector) {
+            std::set<std::string> contents;
+            for (const std::string& version : versions) {
+                std::string content = at < version.size() ? version.substr(at, sector) : "";
+                content.resize(std::min(sector, size - at));
+                contents.insert(std::move(content));
+            }
+            sectors.emplace_back(contents.begin(), contents.end());
+        }
+        return sectors;
+    }
+
+    void addMixes(const Sectors& sectors, size_t size, std::set<std::string>& contents) const {
+        static std::minstd_rand chance;
+        size_t mixes = 1;
+        for (const auto& choices : sectors)
+            mixes = std::min(mixes * choices.size(), mostMixes + 1);
+        for (size_t mix = 0; mix < std::min(mixes, mostMixes); ++mix) {
+            std::string bytes;
+            bytes.reserve(size);
+            size_t rest = mix;
+            for (const auto& choices : sectors) {
+                bytes += choices[mixes <= mostMixes ? rest % choices.size() : chance() % choices.size()];
+                rest /= choices.size();
+            }
+            contents.insert(std::move(bytes));
         }
     }
 
@@ -275,24 +309,32 @@ private:
             file.at += size;
             return static_cast<ssize_t>(size);
         }
-        // Always behind what is there: the store opens what it writes with O_APPEND, or anew.
         static ssize_t write(int fd, const void* bytes, size_t size) {
+            Handle& file = current->open_.at(fd);
+            const size_t before = file.node->bytes.size();
+            const ssize_t taken = positionedWrite(fd, bytes, size, static_cast<off_t>(file.at));
+            file.at += file.node->bytes.size() - before;  // also half of what failed
+            return taken;
+        }
+        static ssize_t positionedWrite(int fd, const void* bytes, size_t size, off_t place) {
             if (current->beforeWrite)
                 current->beforeWrite(current->open_.at(fd).path);
             const bool isFailing = fails();
             const int error = errno;
+            Node& node = *current->open_.at(fd).node;
+            const auto at = static_cast<size_t>(place);
             size = std::min(size, size_t{600});
             const size_t free = isFailing ? size : current->freeBytes();
-            if (free < size && !isFailing) {
+            // Where the file has bytes already, it needs no more.
+            const size_t room = free + node.bytes.size() - std::min(at, node.bytes.size());
+            if (free < size && room < size && !isFailing) {
                 errno = ENOSPC;
-                if (free == 0)
+                if (room == 0)
                     return -1;
-                size = free;
+                size = room;
             }
             const size_t taken = !isFailing ? size : error == EINTR ? 0 : size / 2;
-            Node& node = *current->open_.at(fd).node;
-            current->change(node,
-                            {.at = node.bytes.size(), .bytes = {static_cast<const char*>(bytes), taken}});
+            current->change(node, {.at = at, .bytes = {static_cast<const char*>(bytes), taken}});
             errno = error;
             return isFailing ? -1 : static_cast<ssize_t>(size);
         }
@@ -357,9 +399,10 @@ private:
                        : failure(ENOENT);
         }
         static constexpr store::FileCalls table = {
-            tried<open>,     close,        tried<read>,   write,         force,         force,
-            tried<truncate>, tried<fstat>, fchown,        tried<fchmod>, tried<stat>,   tried<statvfs>,
-            readlink,        tried<flock>, tried<rename>, tried<link>,   tried<unlink>, tried<mkdir>};
+            tried<open>,   close,       tried<read>,     write,        positionedWrite,
+            force,         force,       tried<truncate>, tried<fstat>, fchown,
+            tried<fchmod>, tried<stat>, tried<statvfs>,  readlink,     tried<flock>,
+            tried<rename>, tried<link>, tried<unlink>,   tried<mkdir>};
     };
 
     Names names_;

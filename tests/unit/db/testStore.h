@@ -29,7 +29,12 @@ struct TestStore {
     TestStore(const TestStore&) = delete;
     TestStore& operator=(const TestStore&) = delete;
 
-    std::string live() const { return disk.read(liveFile); }
+    // The live file without its room.
+    std::string live() const {
+        const std::string text = disk.read(liveFile);
+        const store::LogScan scan = store::scanLog(text);
+        return scan.end == store::LogScan::End::whole ? text.substr(0, scan.goodBytes) : text;
+    }
 
     // Starts the database, or restarts it on new factory files.
     void start() {
@@ -59,6 +64,13 @@ struct TestStore {
         return live() + padding;
     }
 
+    // With what is no transaction, and one behind that shows that it was.
+    static std::string damaged(std::string log) {
+        std::string later = "a Dword 9\n";
+        store::closeTransaction(later, store::scanLog(log).lastNumber + 2, 0);
+        return log + "@\n" + later;
+    }
+
     long handle() const { return db->dataStartWriteTransaction(); }
     bool commit() { return db->dataCommit(handle()) == 0; }
     bool put(const std::string& name, unsigned int index, const store::Value& value) {
@@ -85,7 +97,7 @@ struct TestStore {
     // Of type none when there is no such value.
     store::Value value(const std::string& name, unsigned int index) const {
         store::Value value;
-        unsigned char bytes[2000] = {};
+        unsigned char bytes[8000] = {};
         int size = sizeof bytes;
         if (db->getType(name.c_str(), index, &value.type) == 0) {
             EXPECT_EQ(db->dataRead(0, name.c_str(), value.type, &size, bytes, index), 0);
