@@ -71,6 +71,11 @@ void checkLiveFile(DoctorReport& report) {
     for (const fs::path& file : filesBeside(place, ".damaged-"))
         report.warn("damaged file", file.string() + " was kept: changes of the device may be in it only",
                     "stop the daemon, run ostrelDbTool repair " + file.string() + ", then delete it");
+    for (const fs::path& file : filesBeside(place, ".torn"))
+        report.warn("torn transaction",
+                    file.string() + " was kept: cut off after a power cut, or else damage to the last change",
+                    "look whether a change is missing; ostrelDbTool repair --lines " + file.string() +
+                        ", with the daemon stopped, brings it back; then delete it");
     for (const fs::path& file : filesBeside(place, ".dropped-"))
         report.warn("dropped changes", file.string() + " was kept: the firmware did not allow what it says",
                     "stop the daemon, run ostrelDbTool import " + file.string() +

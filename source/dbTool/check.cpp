@@ -28,6 +28,10 @@ public:
                            ": this is no live file: it has no line that begins with @commit");
         if (scan.end == store::LogScan::End::torn)
             note(at(scan.badLine) + "an unfinished transaction; the next start of the daemon cuts it off");
+        if (scan.end == store::LogScan::End::doubtful)
+            note(at(scan.badLine) +
+                 "an unfinished transaction, or the last one, damaged; the next start of the "
+                 "daemon cuts it off and keeps it beside");
         if (scan.end == store::LogScan::End::damaged)
             damage(scan);
     }

@@ -20,6 +20,6 @@ void compact(const store::Paths& paths, bool force) {
     snapshot.loadLive(model, faults);
     requireConsent(faults, force);
     writer.write(snapshot, model, snapshot.scan().lastNumber, false);
-    std::cout << paths.live << ": " << snapshot.live().size() << " bytes before, "
-              << Snapshot(paths).live().size() << " now\n";
+    std::cout << paths.live << ": " << snapshot.scan().goodBytes << " bytes before, "
+              << Snapshot(paths).scan().goodBytes << " now\n";
 }

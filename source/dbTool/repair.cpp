@@ -58,14 +58,15 @@ void reportWritten(const Snapshot& snapshot, bool isWritten) {
     std::cout << (isWritten ? snapshot.paths().live + " is written anew\n" : "nothing is written\n");
 }
 
-// Its transaction was never committed, so nothing is lost.
+// Where a power cut tore it, its transaction was never committed.
 void printTornTail(const DamagedFile& file) {
     const std::string_view tail = std::string_view(file.text).substr(file.scan.goodBytes);
+    const char* const reason =
+        file.scan.end == store::LogScan::End::torn ? "never committed" : "perhaps never committed";
     store::forEachLine(
         store::SourceText{file.path, tail, file.scan.badLine},
-        [](const store::LinePlace& place, const store::Line&, const store::Result&) {
-            std::cout << Fault{place.path, place.number, "never committed", std::string(place.text)}.whole()
-                      << '\n';
+        [reason](const store::LinePlace& place, const store::Line&, const store::Result&) {
+            std::cout << Fault{place.path, place.number, reason, std::string(place.text)}.whole() << '\n';
         });
 }
 
@@ -74,7 +75,10 @@ Status cutLive(const Snapshot& snapshot, const DamagedFile& file, Writer* writer
     if (writer != nullptr)
         writer->cutTornTail(snapshot);
     std::cout << file.path << (writer != nullptr ? " is" : " would be")
-              << " cut back to its last transaction; nothing is lost\n";
+              << " cut back to its last transaction; "
+              << (file.scan.end == store::LogScan::End::doubtful
+                      ? "what is cut off is kept beside, as it may have been committed\n"
+                      : "nothing is lost\n");
     return Status::done;
 }
 
@@ -96,6 +100,10 @@ Status rewriteLive(const Snapshot& snapshot, const DamagedFile& file, Writer* wr
 Status repairLive(const Snapshot& snapshot, Writer* writer, bool singleLines) {
     const DamagedFile file{snapshot.paths().live, snapshot.live(), snapshot.scan()};
     switch (file.scan.end) {
+        case store::LogScan::End::doubtful:
+            if (singleLines)
+                return rewriteLive(snapshot, file, writer, singleLines);
+            [[fallthrough]];
         case store::LogScan::End::torn:
             return cutLive(snapshot, file, writer);
         case store::LogScan::End::damaged:
@@ -153,12 +161,16 @@ DamagedFile readDamaged(const std::string& path) {
 }
 
 Status repairFromKept(const Snapshot& snapshot, Writer* writer, const DamagedFile& file, bool singleLines) {
-    if (file.scan.end == store::LogScan::End::damaged)
+    const bool isDoubtful = file.scan.end == store::LogScan::End::doubtful;
+    if (file.scan.end == store::LogScan::End::damaged || (isDoubtful && singleLines))
         return mergeIntoLive(snapshot, writer, file, singleLines);
-    if (file.scan.end == store::LogScan::End::torn)
+    if (file.scan.isCut())
         printTornTail(file);
-    std::cout << file.path << " is sound"
-              << (file.scan.end == store::LogScan::End::torn ? " but for that" : "")
+    if (isDoubtful) {
+        std::cout << "repair --lines brings what is good of this into the live file\n";
+        return Status::done;
+    }
+    std::cout << file.path << " is sound" << (file.scan.isCut() ? " but for that" : "")
               << "; export --live shows its changes\n";
     return Status::done;
 }

@@ -3,9 +3,11 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <thread>
 
 #include "db/files.h"
 #include "db/links.h"
@@ -57,8 +59,19 @@ Snapshot::Snapshot(store::Paths paths) : paths_(std::move(paths)) {
     };
     templates_ = read(paths_.templates);
     defaults_ = read(paths_.defaults);
-    live_ = readLive(paths_).value_or("");
-    scan_ = store::scanLog(live_);
+    readWholeLive();
+}
+
+void Snapshot::readWholeLive() {
+    constexpr int mostReads = 6;
+    constexpr std::chrono::milliseconds pause{20};
+    for (int reads = 1;; ++reads) {
+        live_ = readLive(paths_).value_or("");
+        scan_ = store::scanLog(live_);
+        if (scan_.end == store::LogScan::End::whole || reads == mostReads)
+            return;
+        std::this_thread::sleep_for(pause);
+    }
 }
 
 void Snapshot::loadFactory(store::Model& model, store::LoadReport& report) const {
@@ -80,7 +93,7 @@ Databases::Databases(const Snapshot& snapshot) {
         std::cerr << "ostrelDbTool: " << counted(faults.losses(), "line") << " left out; check lists them\n";
     if (const store::LogScan& scan = snapshot.scan(); scan.end != store::LogScan::End::whole) {
         std::cerr << "ostrelDbTool: " << snapshot.paths().live << ':' << scan.badLine << ": "
-                  << (scan.end == store::LogScan::End::torn ? "an unfinished transaction is left out\n"
-                                                            : "damaged; all from here on is left out\n");
+                  << (scan.isCut() ? "an unfinished transaction is left out\n"
+                                   : "damaged; all from here on is left out\n");
     }
 }

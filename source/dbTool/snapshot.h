@@ -1,6 +1,6 @@
 // The three files as they stand at one moment. Reading changes nothing, and may be done while the daemon
-// runs: of an append that is under way it takes the whole transactions, and a rewrite replaces the file in
-// one step.
+// runs: a transaction that is being written is seen in part, so a live file that is not whole is read again;
+// a rewrite replaces the file in one step.
 #pragma once
 
 #include <optional>
@@ -36,6 +36,8 @@ public:
     const std::vector<std::string>& missingFactoryFiles() const { return missing_; }
 
 private:
+    void readWholeLive();
+
     store::Paths paths_;
     std::vector<std::string> missing_;
     std::string templates_;

@@ -57,6 +57,6 @@ void requireSound(const Snapshot& snapshot) {
     const std::string place = snapshot.paths().live + ':' + std::to_string(scan.badLine) + ": ";
     if (scan.end == store::LogScan::End::damaged)
         throw Failure(place + "damaged; repair it first");
-    if (scan.end == store::LogScan::End::torn)
+    if (scan.isCut())
         std::cerr << "ostrelDbTool: " << place << "an unfinished transaction is left out\n";
 }
