@@ -1,9 +1,12 @@
 // ostrelDbTool on files that the real daemon wrote: what it prints, its exit status, what becomes of the
 // files.
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <map>
+#include <thread>
 
 #include "client.h"
 #include "daemon.h"
@@ -79,7 +82,7 @@ protected:
     // Puts the live file back, with the first such text replaced.
     void damage(const std::string& what, const std::string& by) const {
         std::string text = written;
-        writeFile(live, text.replace(text.find(what), what.size(), by));
+        writeFile(live, text.replace(text.find(what), what.size(), by) + "#      \n");
     }
 
     const std::string make = list(code::instanciate, {{.name = "wifi", .tpltName = "wlan"}});
@@ -96,6 +99,21 @@ TEST_F(DbTool, ReadsBesideADaemonAndLeavesWritingToIt) {
         expect(3, {"a daemon has the database"}, command, "a Dword 5\n");
     expect(2, {"ostrelDbTool: unknown command bogus; "}, "bogus");
     EXPECT_EQ(tree(), before);
+}
+
+// What it sees of a transaction that is being written may be half of it, once.
+TEST_F(DbTool, LooksAgainAtWhatIsNotWhole) {
+    writeFile("/vemra/var/next", written);
+    writeFile(live, written.substr(0, written.size() - 30));
+    const int watch = inotify_init1(IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(watch, live.c_str(), IN_CLOSE_NOWRITE), 0);
+    const std::jthread daemonsWrite([watch] {
+        inotify_event event{};
+        EXPECT_GT(read(watch, &event, sizeof event), 0) << "the first look is over";
+        fs::rename("/vemra/var/next", live);
+    });
+    expect(0, {"0 findings, 0 notes; 5 good transactions"}, "check");
+    close(watch);
 }
 
 TEST_F(DbTool, CheckNamesEveryFaultAndReadingChangesNothing) {

@@ -134,6 +134,12 @@ TEST_F(LiveLog, ACommitGoesIntoTheRoomAndTheOneThatPassesItsEndMakesTheNext) {
     EXPECT_EQ(openOn(disk.read(liveFile) + later + disk.read(liveFile).substr(live().size())), "");
     commitPair(5);
     EXPECT_EQ(open() + values("a b"), "5 5");
+    // A power cut left the blanks where a line break should be.
+    EXPECT_EQ(openOn(live().substr(0, live().size() - 1) + std::string(900, ' ') + '\n'), "");
+    const size_t size = disk.read(liveFile).size();
+    commitPair(6);
+    EXPECT_TRUE(disk.read(liveFile).size() == size && !contains(live(), "  \na Dword 6")) << live();
+    EXPECT_EQ(open() + values("a b"), "6 6");
 }
 
 TEST_F(LiveLog, ALongFileIsRewrittenWhenMostOfItsLinesAreSuperseded) {

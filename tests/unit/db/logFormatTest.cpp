@@ -6,6 +6,8 @@
 #include <string>
 #include <tuple>
 
+#include "db/room.h"
+
 namespace {
 
 TEST(LogFormat, AClosingLineVouchesForItsTransaction) {
@@ -26,6 +28,8 @@ TEST(LogFormat, AClosingLineVouchesForItsTransaction) {
     for (size_t at = 0; (at = edited.find('\n', at)) != std::string::npos; at += 2)
         edited.insert(at, 1, '\r');
     EXPECT_EQ(store::splitLog(edited).back().number, 42U);
+    const std::string room = store::makeRoom(600);
+    EXPECT_EQ(store::splitLog(room + second + room).size(), 1U);
     // The check value of "123456789" for CRC-32 is widely known.
     EXPECT_EQ(store::hexCrc("123456789"), "cbf43926");
     EXPECT_EQ(store::hexCrc("1"), "83dcefb7");
