@@ -143,9 +143,13 @@ std::vector<const Cells::Node*> Cells::sorted() const {
 }
 
 void Cells::visitChanges(RowVisitor& visitor) const {
-    std::vector<const Node*> sorted(changed_.begin(), changed_.end());
-    std::ranges::sort(sorted, {}, [](const Node* node) -> std::string_view { return node->first; });
-    for (const Node* node : sorted) {
+    const auto nameOf = [](const Node* node) -> std::string_view { return node->first; };
+    std::vector<const Node*> nodes(changed_.begin(), changed_.end());
+    // Most are sorted: a start reads them as the last rewrite wrote them.
+    const auto late = std::ranges::is_sorted_until(nodes, {}, nameOf);
+    std::ranges::sort(late, nodes.end(), {}, nameOf);
+    std::ranges::inplace_merge(nodes, late, {}, nameOf);
+    for (const Node* node : nodes) {
         visitChange(*node, 0, node->second.plain, visitor);
         if (!node->second.elements)
             continue;
