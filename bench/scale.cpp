@@ -6,6 +6,7 @@
 #include <fstream>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "measure.h"
 #include "ostrel/client.hpp"
@@ -88,9 +89,29 @@ void measureTemplates(int templates) {
           2000);
 }
 
+// All keys are changed, and a copy stands in the file's place: the next commit writes it anew.
+void measureRewrite(int keys) {
+    constexpr int keysOfCommit = 2000;
+    const Process server = startServer(keys);
+    Connection client(socketPath);
+    for (int first = 0; first < keys; first += keysOfCommit)
+        commitMany(client, first, std::min(keysOfCommit, keys - first), 1);
+    std::vector<double> seconds;
+    for (uint32_t value = 2; value < 7; ++value) {
+        const std::string copy = std::string(livePath) + ".copy";
+        std::filesystem::copy_file(livePath, copy);
+        std::filesystem::rename(copy, livePath);
+        seconds.push_back(secondsOf([&] { commitOne(client, 0, value); }));
+        std::filesystem::remove(std::string(livePath) + ".damaged-1");
+    }
+    print("rewrite, a key of " + std::to_string(keys), median(seconds), keys);
+}
+
 }  // namespace
 
 void measureScale() {
+    for (const int keys : {10000, 100000, 1000000})
+        measureRewrite(keys);
     for (const int owners : {10000, 100000})
         measureOwners(owners);
     for (const int templates : {100, 1000})
