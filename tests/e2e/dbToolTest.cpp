@@ -107,12 +107,13 @@ TEST_F(DbTool, LooksAgainAtWhatIsNotWhole) {
     writeFile(live, written.substr(0, written.size() - 30));
     const int watch = inotify_init1(IN_CLOEXEC);
     ASSERT_GE(inotify_add_watch(watch, live.c_str(), IN_CLOSE_NOWRITE), 0);
-    const std::jthread daemonsWrite([watch] {
+    std::jthread daemonsWrite([watch] {
         inotify_event event{};
         EXPECT_GT(read(watch, &event, sizeof event), 0) << "the first look is over";
         fs::rename("/vemra/var/next", live);
     });
     expect(0, {"0 findings, 0 notes; 5 good transactions"}, "check");
+    daemonsWrite.join();
     close(watch);
 }
 
