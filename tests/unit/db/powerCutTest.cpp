@@ -180,6 +180,13 @@ void expectDurable(const Workload& workload, const std::string& state) {
         [&](const SimulatedDisk& left) { expectEither(left, state, state, workload.defaults); });
 }
 
+void expectCutsLeave(const Workload& workload, const std::string& before, const std::string& after) {
+    workload.disk.forEachCut([&](const SimulatedDisk& left) {
+        if (!isSpared())
+            expectEither(left, before, after, workload.defaults);
+    });
+}
+
 std::string withZ(const std::string& state, int z) {
     return state.substr(0, state.rfind(' ') + 1) + std::to_string(z);
 }
@@ -226,10 +233,7 @@ bool recovers(size_t number, int call, int failures, int error) {
     const std::string last = withZ(kept, 42);
     workload.disk.beforeForce = [&] {
         if (!testing::Test::HasFailure() && !isLasting && !workload.isGone && isShort())
-            workload.disk.forEachCut([&](const SimulatedDisk& left) {
-                if (!isSpared())
-                    expectEither(left, kept, last, workload.defaults);
-            });
+            expectCutsLeave(workload, kept, last);
     };
     EXPECT_TRUE(workload.set("z", 42) && workload.commit());
     workload.disk.beforeForce = nullptr;
