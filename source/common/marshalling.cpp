@@ -14,7 +14,7 @@ namespace {
 constexpr size_t wordSize = 4;
 constexpr size_t parameterSize = 21;  // of an entry with an empty name, value and template name
 constexpr size_t questionSize = 4;
-constexpr size_t usualList = 4096;  // that a list is built in without growing
+constexpr size_t usualList = 8192;  // that a list is built in without growing
 
 // Takes pieces off the front of the given bytes, never more than are left.
 class Reader {
@@ -85,6 +85,11 @@ public:
         text(entry.name);
         word(static_cast<uint32_t>(entry.value.size()));
         raw(entry.value.data(), entry.value.size());
+        behindValue(entry);
+    }
+
+    // What an entry has behind its value.
+    void behindValue(const Parameter& entry) {
         auto type = static_cast<unsigned char>(entry.type);
         raw(&type, 1);
         word(entry.pKey);
@@ -92,6 +97,7 @@ public:
         text(entry.tpltName);
     }
 
+    unsigned char* at() const { return at_; }
     size_t written() const { return static_cast<size_t>(at_ - begin_); }
 
 private:
@@ -158,18 +164,57 @@ std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned c
     return entries;
 }
 
-ParametersBuilder::ParametersBuilder(uint32_t code) : bytes_(2 * wordSize) {
-    bytes_.reserve(usualList);
-    Writer writer(bytes_.data());
+const char* endName(const Parameter& entry, std::span<unsigned char> list) {
+    const char* name = entry.name.data();
+    list[static_cast<size_t>(name - reinterpret_cast<const char*>(list.data())) + entry.name.size()] = '\0';
+    return name;
+}
+
+ParametersBuilder::ParametersBuilder(uint32_t code)
+    : bytes_(std::make_unique_for_overwrite<unsigned char[]>(usualList)),
+      capacity_(usualList),
+      size_(2 * wordSize) {
+    Writer writer(bytes_.get());
     writer.word(code);
     writer.word(0);
 }
 
+void ParametersBuilder::makeRoom(size_t size) {
+    if (size <= capacity_ - size_)
+        return;
+    const size_t capacity = 2 * capacity_ + size;
+    auto larger = std::make_unique_for_overwrite<unsigned char[]>(capacity);
+    std::memcpy(larger.get(), bytes_.get(), size_);
+    bytes_ = std::move(larger);
+    capacity_ = capacity;
+}
+
+void ParametersBuilder::endEntry(const unsigned char* end) {
+    size_ = static_cast<size_t>(end - bytes_.get());
+    Writer(bytes_.get() + wordSize).word(readWord(bytes_.get() + wordSize) + 1);
+}
+
 void ParametersBuilder::add(const Parameter& entry) {
-    const size_t end = bytes_.size();
-    bytes_.resize(end + sizeOf(entry));
-    Writer(bytes_.data() + end).parameter(entry);
-    Writer(bytes_.data() + wordSize).word(readWord(bytes_.data() + wordSize) + 1);
+    makeRoom(sizeOf(entry));
+    Writer writer(bytes_.get() + size_);
+    writer.parameter(entry);
+    endEntry(writer.at());
+}
+
+unsigned char* ParametersBuilder::beginValue(std::string_view name, size_t room) {
+    makeRoom(parameterSize + name.size() + room);
+    Writer writer(bytes_.get() + size_);
+    writer.text(name);
+    writer.word(0);
+    valueAt_ = static_cast<size_t>(writer.at() - bytes_.get());
+    return writer.at();
+}
+
+void ParametersBuilder::endValue(size_t size, ostrelValueType type) {
+    Writer(bytes_.get() + valueAt_ - wordSize).word(static_cast<uint32_t>(size));
+    Writer writer(bytes_.get() + valueAt_ + size);
+    writer.behindValue({.name = {}, .value = {}, .type = type, .tpltName = {}});
+    endEntry(writer.at());
 }
 
 unsigned char* OstrelMarshallParameters(unsigned int code, unsigned int count, OstrelValue* values,

@@ -5,7 +5,9 @@
 // parsers get what follows the code; no length in it is believed before it was checked against what is left.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -33,15 +35,30 @@ uint32_t readWord(const unsigned char* bytes);
 // a name is too long or holds a NUL. Bytes behind the last entry are logged and ignored.
 std::optional<std::vector<Parameter>> parseParameters(std::span<const unsigned char> bytes);
 
+// The entry's name, ended by a NUL. It takes the place of the word behind the name, which has been read: list
+// is what was parsed, the caller's own, and can not be parsed again.
+const char* endName(const Parameter& entry, std::span<unsigned char> list);
+
 // Builds a parameters list entry by entry; its count is brought up to date by each.
 class ParametersBuilder {
 public:
     explicit ParametersBuilder(uint32_t code);
     void add(const Parameter& entry);
-    std::span<unsigned char> bytes() { return bytes_; }
+    // An entry whose value is written in place, by the caller: up to room bytes. It belongs to the list once
+    // endValue() was told of them; until then add() and this write over it.
+    unsigned char* beginValue(std::string_view name, size_t room);
+    void endValue(size_t size, ostrelValueType type);
+
+    std::span<unsigned char> bytes() { return {bytes_.get(), size_}; }
 
 private:
-    std::vector<unsigned char> bytes_;
+    void makeRoom(size_t size);
+    void endEntry(const unsigned char* end);
+
+    std::unique_ptr<unsigned char[]> bytes_;
+    size_t capacity_;
+    size_t size_;
+    size_t valueAt_ = 0;  // of the entry that was begun
 };
 
 // Build the list of count consecutive records, whose names must not be null. The caller owns the array (array

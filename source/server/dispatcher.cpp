@@ -1,6 +1,5 @@
 #include "server/dispatcher.h"
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -16,6 +15,7 @@
 #include "server/connections.h"
 #include "server/mainLoop.h"
 #include "server/readRequests.h"
+#include "server/receiveRoom.h"
 #include "server/writeSequence.h"
 
 namespace {
@@ -71,9 +71,9 @@ bool serveWriteSequence(ostrelConnection& connection) {
 }  // namespace
 
 bool popMessage(ostrelConnection* connection) {
-    std::array<unsigned char, receiveBufferSize> buffer{};
+    ReceiveRoom room;
     unsigned int size = 0;
-    if (!connection->link->receiveReadyMessage(buffer.size(), &size, buffer.data())) {
+    if (!connection->link->receiveReadyMessage(room.size(), &size, room.data())) {
         OSTREL_LOG_AT(logPlace::dispatcher, logLevel::debug,
                       "received message error or closed socket, from client %s",
                       LogText(connection->name.get()).text());
@@ -84,7 +84,7 @@ bool popMessage(ostrelConnection* connection) {
                       "[ostrServer::PopMessage] Message without a code (size %d)", static_cast<int>(size));
         return false;
     }
-    const Payload payload(buffer.data(), size);
+    const Payload payload = room.message(size);
     const uint32_t code = readWord(payload.data());
     switch (code) {
         case messageCode::connect:

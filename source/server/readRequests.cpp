@@ -1,8 +1,9 @@
 #include "server/readRequests.h"
 
-#include <array>
 #include <new>
 #include <optional>
+#include <span>
+#include <utility>
 #include <vector>
 
 #include "common/logText.h"
@@ -14,25 +15,21 @@
 #include "log/serverPlaces.h"
 #include "server/committedValue.h"
 #include "server/globals.h"
-#include "text/names.h"
 
 namespace {
 
 constexpr unsigned int valueRoom = 4096;
 
-using Entries = std::vector<Parameter>;
 // The answer, or nothing when the request is answered with a failure.
 using Answer = std::optional<ParametersBuilder>;
 
-// A key's name with the NUL that the database wants.
-class KeyName {
-public:
-    // The parser has checked the length. Told of a bound, the compiler would inline a slower copy.
-    explicit KeyName(std::string_view name) { text_[name.copy(text_.data(), name.size())] = '\0'; }
-    const char* text() const { return text_.data(); }
+// The entries, and the bytes that hold them.
+struct Request {
+    std::vector<Parameter> entries;
+    std::span<unsigned char> bytes;
 
-private:
-    std::array<char, store::longestName + 1> text_;
+    // Ended by a NUL, as the database wants it.
+    const char* nameOf(const Parameter& entry) const { return endName(entry, bytes); }
 };
 
 Parameter numberEntry(std::string_view name, const uint32_t& number) {
@@ -42,54 +39,52 @@ Parameter numberEntry(std::string_view name, const uint32_t& number) {
 }
 
 // Reads one value into the answer. False, with a line in the log for each thing that the database does not
-// give. room is scratch.
-bool addValue(ParametersBuilder& answer, const Parameter& entry, std::array<unsigned char, valueRoom>& room) {
-    const KeyName name(entry.name);
-    const CommittedValue value = readCommitted(name.text(), entry.valueAsNumber(), valueRoom, room.data());
+// give.
+bool addValue(ParametersBuilder& answer, const Request& request, const Parameter& entry) {
+    const char* name = request.nameOf(entry);
+    const CommittedValue value =
+        readCommitted(name, entry.valueAsNumber(), valueRoom, answer.beginValue(entry.name, valueRoom));
     if (!value.read)
         OSTREL_LOG_AT(logPlace::read, logLevel::error,
-                      "[ostrelReply] OstrelClientReadValue call failed for value=<%s>",
-                      LogText(name.text()).text());
+                      "[ostrelReply] OstrelClientReadValue call failed for value=<%s>", LogText(name).text());
     if (!value.typed)
         OSTREL_LOG_AT(logPlace::read, logLevel::error,
-                      "[ostrelReply] OstrelClientGetType call failed for value=<%s>",
-                      LogText(name.text()).text());
+                      "[ostrelReply] OstrelClientGetType call failed for value=<%s>", LogText(name).text());
     if (!value.read || !value.typed)
         return false;
-    answer.add({.name = entry.name, .value = {room.data(), value.size}, .type = value.type, .tpltName = {}});
+    answer.endValue(value.size, value.type);
     return true;
 }
 
-Answer answerRead(const Entries& entries) {
+Answer answerRead(const Request& request) {
     ParametersBuilder answer(messageCode::readAnswer);
-    std::array<unsigned char, valueRoom> room;
     bool complete = true;
-    for (const Parameter& entry : entries)
-        complete = addValue(answer, entry, room) && complete;
+    for (const Parameter& entry : request.entries)
+        complete = addValue(answer, request, entry) && complete;
     return complete ? Answer(std::move(answer)) : std::nullopt;
 }
 
-Answer answerOwnerQty(const Entries& entries) {
+Answer answerOwnerQty(const Request& request) {
     ParametersBuilder answer(messageCode::ownerQtyAnswer);
-    for (const Parameter& entry : entries) {
+    for (const Parameter& entry : request.entries) {
         auto quantity =
-            static_cast<uint32_t>(database->getVectorSize(KeyName(entry.name).text(), entry.valueAsNumber()));
+            static_cast<uint32_t>(database->getVectorSize(request.nameOf(entry), entry.valueAsNumber()));
         answer.add(numberEntry(entry.name, quantity));
     }
     return answer;
 }
 
-Answer answerPKeyList(const Entries& entries) {
+Answer answerPKeyList(const Request& request) {
+    const std::vector<Parameter>& entries = request.entries;
     ParametersBuilder answer(messageCode::pKeyListAnswer);
     if (entries.empty())
         return answer;
-    const Parameter& first = entries.front();
     std::vector<unsigned int> keys(entries.size());
     int count = static_cast<int>(keys.size());
-    const KeyName name(first.name);
-    if (database->getInstances(name.text(), first.valueAsNumber(), keys.data(), &count) != 0) {
+    const char* name = request.nameOf(entries.front());
+    if (database->getInstances(name, entries.front().valueAsNumber(), keys.data(), &count) != 0) {
         OSTREL_LOG_AT(logPlace::pKeyList, logLevel::error,
-                      "database->getInstances call failed for value=<%s>", LogText(name.text()).text());
+                      "database->getInstances call failed for value=<%s>", LogText(name).text());
         return std::nullopt;
     }
     for (size_t i = 0; i < static_cast<size_t>(count); ++i)
@@ -98,13 +93,13 @@ Answer answerPKeyList(const Entries& entries) {
 }
 
 // Parses, lets the handler answer, sends. place: the handler's.
-int serve(LogPlace place, Answer (*answerTo)(const Entries&), unsigned int nbBytes, unsigned char* bytes,
+int serve(LogPlace place, Answer (*answerTo)(const Request&), unsigned int nbBytes, unsigned char* bytes,
           ostrelLink* link) {
     Answer answer;
     try {
         auto entries = parseParameters({bytes, nbBytes});
         if (entries)
-            answer = answerTo(*entries);
+            answer = answerTo({*std::move(entries), {bytes, nbBytes}});
         else
             OSTREL_LOG_AT(place, logLevel::error, "[OstrelServer::%s] Unmarshall failed", place.function);
         bool failed = !answer;

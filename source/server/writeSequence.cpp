@@ -1,6 +1,5 @@
 #include "server/writeSequence.h"
 
-#include <array>
 #include <new>
 #include <span>
 
@@ -16,6 +15,7 @@
 #include "server/connections.h"
 #include "server/globals.h"
 #include "server/logFile.h"
+#include "server/receiveRoom.h"
 #include "server/storedOperations.h"
 
 namespace {
@@ -85,9 +85,9 @@ Next serveMessage(long handle, std::span<unsigned char> payload, ostrelLink& lin
 
 // Receives the next message, however long the client is silent, and serves it.
 Next receiveMessage(long handle, ostrelConnection* connection) {
-    std::array<unsigned char, receiveBufferSize> buffer{};
+    ReceiveRoom room;
     unsigned int size = 0;
-    if (!connection->link->receiveMessage(buffer.size(), &size, buffer.data())) {
+    if (!connection->link->receiveMessage(room.size(), &size, room.data())) {
         OSTREL_LOG_AT(
             logPlace::writeSequence, logLevel::error,
             "[ostrServer::HandleWriteSequence] Received Message error or closed socket,  from client %s",
@@ -102,7 +102,7 @@ Next receiveMessage(long handle, ostrelConnection* connection) {
         database->dataWriteRollback(handle);
         return Next::endedFailed;
     }
-    return serveMessage(handle, {buffer.data(), size}, *connection->link);
+    return serveMessage(handle, room.message(size), *connection->link);
 }
 
 // The transaction, from its beginning to what ends it or to another start message.
