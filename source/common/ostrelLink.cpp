@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +29,10 @@ constexpr unsigned int counterEnd = 0xFF00;
 constexpr size_t longestPiece = size_t{16} * 1024;
 constexpr milliseconds sendRetry{100};
 constexpr milliseconds stopCheck{1000};
+// A client that writes a frame in parts is mostly about to write the next one. So long the receive itself
+// waits, which saves the one that fails and the poll behind it; no client gains more than two such waits a
+// frame.
+constexpr timeval partWait{.tv_sec = 0, .tv_usec = 20000};
 
 // Owns a socket until it is taken over by a link.
 class Socket {
@@ -243,19 +248,27 @@ bool ostrelLink::receive(unsigned int nbBytes, unsigned char* bytes, Frame& fram
         return false;
     }
     size_t left = nbBytes;
+    int flags = frame.limited && frame.begun && waitsInReceive() ? 0 : MSG_DONTWAIT;
     while (left > 0) {
-        const ssize_t received = recv(fd, bytes, left, MSG_DONTWAIT);
+        const ssize_t received = recv(fd, bytes, left, flags);
+        flags = MSG_DONTWAIT;
         if (received > 0) {
             left -= static_cast<size_t>(received);
             bytes += received;
             frame.begun = true;
-        } else if (received == 0 || errno != EAGAIN || !waitReadable(frame)) {
+        } else if (received == 0 || (errno != EAGAIN && errno != EINTR) || !waitReadable(frame)) {
             OSTREL_LOG_AT(logPlace::receiveData, logLevel::debug,
                           "[ostrLink::rxData] Rx Error or socket closed");
             return false;
         }
     }
     return true;
+}
+
+bool ostrelLink::waitsInReceive() {
+    if (!waitsInReceive_)
+        waitsInReceive_ = setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &partWait, sizeof partWait) == 0;
+    return waitsInReceive_;
 }
 
 // True when it is worth trying to receive again.

@@ -79,7 +79,9 @@ private:
     bool receiveFrame(unsigned int bufferSize, unsigned int* payloadSize, unsigned char* buffer,
                       Frame& frame);
     bool waitReadable(Frame& frame);
+    bool waitsInReceive();
 
+    bool waitsInReceive_ = false;  // the socket's own time limit is set
     Sending sending_ = Sending::works;
 };
 

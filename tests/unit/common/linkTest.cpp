@@ -1,5 +1,7 @@
 #include "common/ostrelLink.h"
 
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -93,9 +95,11 @@ TEST_F(Link, WithoutASocketAllFails) {
 TEST_F(Link, DribbledFrameIsGivenUp) {
     ostrelLink::limits.stall = 200ms;
     const std::jthread dribble([this](const std::stop_token& stop) {
-        for (auto pause = 300ms; !stop.stop_requested(); pause = 60ms) {
-            std::this_thread::sleep_for(pause);
-            fromPeer({0});
+        std::this_thread::sleep_for(300ms);
+        fromPeer({0});
+        for (unsigned char byte = 1; !stop.stop_requested(); byte = 0) {
+            std::this_thread::sleep_for(10ms);
+            fromPeer({byte});
         }
     });
     auto start = std::chrono::steady_clock::now();
@@ -103,6 +107,19 @@ TEST_F(Link, DribbledFrameIsGivenUp) {
                          "[ostrLink::rxData] Frame not complete after 200 ms\n"));
     auto took = std::chrono::steady_clock::now() - start;
     EXPECT_TRUE(took > 400ms && took < 2s) << took / 1ms;
+}
+
+TEST_F(Link, ASignalBetweenTheFramesPartsLosesNothing) {
+    signal(SIGUSR1, [](int) {});
+    const std::jthread parts([this, reader = pthread_self()] {
+        fromPeer({1, 0, 0, 0});
+        for (int i = 0; i < 10; ++i) {
+            std::this_thread::sleep_for(5ms);
+            pthread_kill(reader, SIGUSR1);
+        }
+        fromPeer({0, 0, 0, 0, 'x'});
+    });
+    EXPECT_TRUE(receive(1));
 }
 
 class SlowReader : public Link {
