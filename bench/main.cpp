@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <deque>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include "echoServer.h"
 #include "measure.h"
@@ -65,6 +68,49 @@ void compareReads() {
         compare(
             41, 300, [&] { Connection(socketPath).ask(request); }, [&] { Connection(echoPath).ask(echoed); }),
         "1.50");
+}
+
+// Many requests for one key before the first answer is taken: of one connection, then of one for each
+// request.
+void compareMany() {
+    const Process server = startServer(1000);
+    const Process echo = startEcho();
+    const std::string request = readRequest(0, 1);
+    const uint32_t replySize = Connection(socketPath).ask(request);
+    const std::string echoed = echoRequest(echoTask::reply, replySize, request.size());
+
+    constexpr size_t inFlight = 32;
+    Connection ours(socketPath);
+    Connection bare(echoPath);
+    const auto askTogether = [](Connection& connection, const std::string& payload) {
+        connection.sendTogether(std::vector<std::string>(inFlight, payload));
+        for (size_t i = 0; i < inFlight; ++i)
+            connection.receive();
+    };
+    print("32 requests in flight",
+          compare(
+              41, 60, [&] { askTogether(ours, request); }, [&] { askTogether(bare, echoed); }),
+          "1.05");
+
+    using Connections = std::deque<Connection>;
+    const auto askOnEach = [](Connections& connections, const std::string& payload) {
+        for (const Connection& connection : connections)
+            connection.send(payload);
+        for (Connection& connection : connections)
+            connection.receive();
+    };
+    for (const int count : {10, 50}) {
+        Connections ofOurs;
+        Connections ofBare;
+        for (int i = 0; i < count; ++i) {
+            ofOurs.emplace_back(socketPath);
+            ofBare.emplace_back(echoPath);
+        }
+        print(count == 10 ? "10 clients at once" : "50 clients at once",
+              compare(
+                  41, 600 / count, [&] { askOnEach(ofOurs, request); }, [&] { askOnEach(ofBare, echoed); }),
+              count == 10 ? "1.10" : "1.05");
+    }
 }
 
 // A frame in one write, against a client that writes its three parts one by one.
@@ -170,6 +216,7 @@ int main(int, char** argv) {
     fs::resize_file(templatesPath, 0);
     pinToOneProcessor();
     compareReads();
+    compareMany();
     compareClients();
     compareCommits();
     compareSizes();
