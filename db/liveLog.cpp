@@ -124,8 +124,12 @@ void LiveLog::settle() {
     // The start that made them may have ended before it could.
     isAttached_ = syncDirectories(calls_, directoryOf(target_));
     mustRewrite_ = mustRewrite_ || !isAttached_;
-    if (!std::exchange(mustCut_, false))
+    if (!std::exchange(mustCut_, false)) {
+        // The last transaction's daemon may have ended before it forced it. It counts from now on, and must
+        // be on the disk before a commit writes behind it.
+        mustRewrite_ = mustRewrite_ || (size_ != 0 && !file_.syncData());
         return;
+    }
     const bool isKept = tail_.empty() || keepTail();
     tail_.clear();
     if (isKept) {

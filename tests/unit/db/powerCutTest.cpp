@@ -191,6 +191,24 @@ std::string withZ(const std::string& state, int z) {
     return state.substr(0, state.rfind(' ') + 1) + std::to_string(z);
 }
 
+// The system has the transaction, and the next daemon reads it as it does any other.
+TEST(PowerCut, LeavesWhatAKilledDaemonHadNotForced) {
+    struct Killed {};
+    Workload workload;
+    workload.start();
+    EXPECT_TRUE(workload.set("a", 5) && workload.commit() && workload.set("a", 6));
+    workload.disk.beforeForce = [] { throw Killed(); };
+    EXPECT_THROW(workload.commit(), Killed);
+    workload.disk.beforeForce = nullptr;
+    workload.db.reset();
+    workload.start();
+    const std::string state = workload.state();
+    EXPECT_TRUE(state.starts_with('6')) << state;
+    expectDurable(workload, state);
+    workload.disk.beforeForce = [&] { workload.disk.forEachCut(expectNoDamage); };
+    EXPECT_TRUE(workload.set("b", 7) && workload.commit());
+}
+
 // A step during which calls fail; then the disk works again. True when one failed.
 constexpr int all = INT_MAX;
 bool recovers(size_t number, int call, int failures, int error) {
